@@ -1,0 +1,42 @@
+# The two commands of the README: `make demo` and `make test`. Everything else is here for CI and
+# for developers; every target installs what is missing first.
+SHELL := /bin/bash
+.DEFAULT_GOAL := test
+
+export ASAN_OPTIONS ?= detect_leaks=1:abort_on_error=1:strict_string_checks=1
+export UBSAN_OPTIONS ?= print_stacktrace=1:halt_on_error=1
+export TSAN_OPTIONS ?= halt_on_error=1 second_deadlock_stack=1 suppressions=$(CURDIR)/tests/support/tsan.supp
+
+.PHONY: deps build test test-asan test-tsan bench demo format clean
+
+deps:
+	@bash scripts/install-deps
+
+build: deps
+	@cmake --preset default >/dev/null
+	@cmake --build --preset default
+
+test: build
+	@ctest --preset default
+
+test-asan: deps
+	@cmake --preset asan >/dev/null
+	@cmake --build --preset asan
+	@ctest --preset asan
+
+test-tsan: deps
+	@cmake --preset tsan >/dev/null
+	@cmake --build --preset tsan
+	@ctest --preset tsan
+
+bench: build
+	@bash scripts/run-bench build
+
+demo: build
+	@bash scripts/demo build
+
+format:
+	@git ls-files '*.cpp' '*.h' | xargs clang-format -i
+
+clean:
+	rm -rf build build-asan build-tsan

@@ -1,0 +1,28 @@
+// The host root: the one directory under which the host platform kit keeps everything.
+// Only the kit, its tools and the tests use this header; the reset code never does.
+#pragma once
+
+#include <string>
+
+namespace orvix::host {
+
+// ORVIX_HOST_ROOT, or ${XDG_DATA_HOME:-$HOME/.local/share}/orvix-host when it is unset.
+std::string Root();
+
+// Points the whole kit at another root (tests use a temporary directory). Also exports ORVIX_HOST_ROOT
+// so that child processes agree.
+void SetRoot(const std::string& root);
+
+// <root>/<relative>
+std::string UnderRoot(const std::string& relative);
+
+// The directory of a path variable below the root; empty for an unknown variable.
+std::string PathVariable(int variable);
+
+// Where a fixed device path lives below the root; paths that are not remapped come back as given.
+std::string FixedPath(const std::string& devicePath);
+
+// Creates a directory and its parents (mode 0755); true when it exists afterwards.
+bool MakeDirs(const std::string& path);
+
+}  // namespace orvix::host
