@@ -1,0 +1,173 @@
+#include "ProcessDbus.h"
+
+#include <cstdint>
+
+#include "TAKLog.h"
+
+GDBusConnection* CProcessDbus::s_pConnection = nullptr;
+std::mutex CProcessDbus::s_tConnectionLock;
+std::string CProcessDbus::s_ActionMethod;
+
+bool CProcessDbus::m_GetConnection() {
+    std::lock_guard<std::mutex> lock(s_tConnectionLock);
+    if (s_pConnection != nullptr) {
+        TAK_LOGD("Gdbus already connected");
+        return true;
+    }
+    TAK_LOGD("getting gdus connection...");
+    GError* error = nullptr;
+    // GIO honours DBUS_SYSTEM_BUS_ADDRESS, which is how a private bus stands in for the system bus.
+    GDBusConnection* connection = g_bus_get_sync(G_BUS_TYPE_SYSTEM, nullptr, &error);
+    if (error != nullptr) {
+        gchar* name = g_dbus_error_encode_gerror(error);
+        TAK_LOGE("get sync system bus error %s, detail[message:%s, code:%d] ", name, error->message,
+                 error->code);
+        g_free(name);
+        g_error_free(error);
+        if (connection != nullptr) {
+            g_object_unref(connection);
+        }
+        return false;
+    }
+    // A bus that goes away must fail the next report, not end the process.
+    g_dbus_connection_set_exit_on_close(connection, FALSE);
+    s_pConnection = connection;
+    TAK_LOGD("got gdus connection");
+    return true;
+}
+
+bool CProcessDbus::m_CheckNames(const char* busName, const char* objectPath, const char* interfaceName,
+                                const char* methodName, GError** error) {
+    // Names built from a caller's "obj" may be anything; GDBus only asserts on them.
+    if (busName != nullptr && g_dbus_is_name(busName) && objectPath != nullptr &&
+        g_variant_is_object_path(objectPath) && interfaceName != nullptr &&
+        g_dbus_is_interface_name(interfaceName) && methodName != nullptr &&
+        g_dbus_is_member_name(methodName)) {
+        return true;
+    }
+    g_set_error(error, G_DBUS_ERROR, G_DBUS_ERROR_INVALID_ARGS, "invalid destination [%s] [%s] [%s] [%s]",
+                busName != nullptr ? busName : "", objectPath != nullptr ? objectPath : "",
+                interfaceName != nullptr ? interfaceName : "", methodName != nullptr ? methodName : "");
+    return false;
+}
+
+bool CProcessDbus::MethodCall(const char* busName, const char* objectPath, const char* interfaceName,
+                              const char* methodName, GVariant* parameters, GVariant** reply) {
+    TAK_LOGD("MethodCall : ObjPath:[%s], MethodName:[%s]", objectPath != nullptr ? objectPath : "",
+             methodName != nullptr ? methodName : "");
+    if (parameters != nullptr) {
+        g_variant_ref_sink(parameters);
+    }
+    if (reply != nullptr) {
+        *reply = nullptr;
+    }
+    if (!m_GetConnection()) {
+        TAK_LOGE("Connection is NULL.");
+        if (parameters != nullptr) {
+            g_variant_unref(parameters);
+        }
+        return false;
+    }
+    GError* error = nullptr;
+    GVariant* result = nullptr;
+    if (m_CheckNames(busName, objectPath, interfaceName, methodName, &error)) {
+        result =
+            g_dbus_connection_call_sync(s_pConnection, busName, objectPath, interfaceName, methodName,
+                                        parameters, nullptr, G_DBUS_CALL_FLAGS_NONE, -1, nullptr, &error);
+    }
+    if (parameters != nullptr) {
+        g_variant_unref(parameters);
+    }
+    if (error != nullptr) {
+        gchar* name = g_dbus_error_encode_gerror(error);
+        TAK_LOGE("method call false.%s, detail[message:%s, code:%d] ", name, error->message, error->code);
+        g_free(name);
+        g_error_free(error);
+        return false;
+    }
+    if (reply != nullptr) {
+        *reply = result;
+    } else if (result != nullptr) {
+        g_variant_unref(result);
+    }
+    TAK_LOGD("method call success");
+    return true;
+}
+
+bool CProcessDbus::ProcessResult(const std::string& resultName, int result, void* userdata,
+                                 const std::string& extra) {
+    std::string cookie = std::to_string(static_cast<long>(reinterpret_cast<intptr_t>(userdata)));
+    GVariant* parameters = g_variant_new("(siss)", ValidUtf8(resultName).c_str(), result, cookie.c_str(),
+                                         ValidUtf8(extra).c_str());
+    return MethodCall(TAK_INNER_SERVER_NAME, TAK_INNER_SERVER_PATH, TAK_INNER_SERVER_INTERFACE,
+                      "process_result", parameters, nullptr);
+}
+
+void CProcessDbus::MonitoredInstallEvent(std::string appKey, TAK_EVENT_STATE_E state, int progress,
+                                         int result, std::string /*message*/, void* userData) {
+    auto* client = static_cast<_CLIENT_INFO_T*>(userData);
+    if (client == nullptr) {
+        TAK_LOGE("pvUserData is NULL!!");
+        return;
+    }
+    TAK_LOGD("key %s state %d progress %d result %d", appKey.c_str(), state, progress, result);
+    if (state == TAK_EVENT_STATE_MONITOR_CANCELLED) {
+        // The last callback of a monitoring: the record is ours to free.
+        TAK_LOGI("%s is cancelled", appKey.c_str());
+        delete client;
+        return;
+    }
+    if (client->method.empty()) {
+        return;
+    }
+    GVariant* parameters = g_variant_new("(isiiiisis)", client->thread_id, ValidUtf8(appKey).c_str(),
+                                         static_cast<int>(state), progress, result, client->event_index,
+                                         ValidUtf8(client->method).c_str(), client->deprecated, "");
+    MethodCall(ClientBusName(client->obj).c_str(), ClientObjectPath(client->obj).c_str(),
+               ClientInterfaceName(client->obj).c_str(), "tak_install_result", parameters, nullptr);
+}
+
+bool CProcessDbus::ActionMethodCall(const _CLIENT_INFO_T& client, const std::string& appId, int state,
+                                    int data, int result) {
+    TAK_LOGI("[client object:%s] app %s state %d data %d result %d (method %s)", client.obj.c_str(),
+             appId.c_str(), state, data, result, client.method.c_str());
+    if (client.method.empty()) {
+        return false;
+    }
+    std::string id = ValidUtf8(appId);
+    std::string method = ValidUtf8(client.method);
+    GVariant* parameters = nullptr;
+    if (s_ActionMethod == "tak_appsync_result") {
+        parameters = g_variant_new("(isiiiisi)", client.thread_id, id.c_str(), state, result, data,
+                                   client.event_index, method.c_str(), client.deprecated);
+    } else if (s_ActionMethod == "tak_install_result") {
+        parameters = g_variant_new("(isiiiisis)", client.thread_id, id.c_str(), state, result, data,
+                                   client.event_index, method.c_str(), client.deprecated, "");
+    }
+    return MethodCall(ClientBusName(client.obj).c_str(), ClientObjectPath(client.obj).c_str(),
+                      ClientInterfaceName(client.obj).c_str(), s_ActionMethod.c_str(), parameters, nullptr);
+}
+
+std::string CProcessDbus::ClientBusName(const std::string& obj) {
+    return TAK_MANAGER_CLIENT_NAME_PREFIX + obj;
+}
+
+std::string CProcessDbus::ClientObjectPath(const std::string& obj) {
+    return TAK_MANAGER_CLIENT_PATH_PREFIX + obj;
+}
+
+std::string CProcessDbus::ClientInterfaceName(const std::string& obj) {
+    return TAK_MANAGER_CLIENT_INTERFACE_PREFIX + obj;
+}
+
+std::string CProcessDbus::ValidUtf8(const std::string& text) {
+    // Embedded NULs would also be refused by D-Bus; the text ends at the first one, as a C string would.
+    const char* begin = text.c_str();
+    if (g_utf8_validate(begin, -1, nullptr)) {
+        return text.c_str();
+    }
+    gchar* valid = g_utf8_make_valid(begin, -1);
+    std::string out(valid);
+    g_free(valid);
+    return out;
+}
