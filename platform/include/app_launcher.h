@@ -5,8 +5,8 @@
 extern "C" {
 #endif
 
-// Terminates every running app. On the host it records the call (caller, reason, time) as one JSON line
-// in <root>/var/log/launcher.log and logs it.
+// Terminates every running app. On the host it logs the call and records it (who "launcher", caller,
+// reason, time) as one JSON line in <root>/var/log/calls.jsonl.
 int tak_terminate_allApps_internal(const char* caller, const char* reason);
 
 #ifdef __cplusplus
