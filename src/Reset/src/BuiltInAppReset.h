@@ -1,0 +1,77 @@
+// CBuiltInAppReset: the task that reinstalls the TV's built-in apps at their base versions.
+//
+// Life of one reset: BuiltInAppReset (dispatcher thread) stores the request and posts 100; 100 checks
+// that no other built-in reset runs; 101 assembles the instant reset list; 102 follows background
+// updates until the wait is over; 103 installs the head app of the list, and its install callback posts
+// 103 again for the next one; 104 reports the result. A task ended before 104 still reports once, from
+// t_Destroy.
+#pragma once
+
+#include <map>
+#include <string>
+#include <vector>
+
+#include "ProcessDbus.h"
+#include "TAKCommonApi.h"
+#include "TAKTaskBase.h"
+
+// One entry of the instant reset list.
+struct BUILTIN_APP_INFO {
+    int installCount = 0;  // install bookkeeping
+    int retryCount = 0;
+    OPENAPI_BUILTIN_APP_INFO appInfo;
+    OPENAPI_APP_DLD_INFO dldInfo;  // filled once the download information is known
+    std::string text;
+    bool flags[6] = {false, false, false, false, false, false};
+    int value = 0;
+};
+
+class CBuiltInAppReset : public CTAKTaskBase {
+public:
+    enum : unsigned long {
+        EVENT_CHECK_CONDITION = 100,
+        EVENT_GET_BUILTIN_APP_LIST = 101,
+        EVENT_CHECK_WAITING_LIST = 102,
+        EVENT_RESET_BUILTIN_APPS = 103,
+        EVENT_COMPLETED = 104,
+    };
+
+    CBuiltInAppReset();
+    ~CBuiltInAppReset() override;
+    CBuiltInAppReset(const CBuiltInAppReset&) = delete;
+    CBuiltInAppReset& operator=(const CBuiltInAppReset&) = delete;
+
+    // Entry of one built-in reset; returns at once, the work runs on the task's thread.
+    void BuiltInAppReset(void* user, bool service, _CLIENT_INFO_T client);
+
+    // Settings-watch callback for "memory/tak/biu_updating_app", called on the library's thread.
+    static void m_VconfCB(std::string key, VCONF_VALUE value);
+
+protected:
+    bool t_Create() override;
+    bool t_Destroy() override;
+    bool t_OnEvent(PTEvent* ptEvent) override;
+
+private:
+    void m_EventSendToMe(unsigned long event, long data);
+
+    void m_CheckCondition();
+    void m_GetBuiltInAppList();
+    void m_CheckWaitingList();
+    void m_ResetBuiltInApps();
+    void m_Completed();
+    // Progress 502 for a service reset, then the result of the reset's kind.
+    void m_ReportResult();
+
+    static CBuiltInAppReset* m_poInstance;
+
+    std::vector<BUILTIN_APP_INFO> m_InstantResetList;  // head: the app being reset now
+    std::map<std::string, std::string> m_ResetDoneApps;
+    std::vector<std::string> m_WaitingList;  // package ids updated in the background right now
+    int m_nInstallCount = 0;
+    void* m_pUserData = nullptr;
+    bool m_bServiceReset = false;
+    bool m_bCompleted = false;
+    std::string m_strHomeBasePkgId;
+    _CLIENT_INFO_T m_tClientInfo;
+};
