@@ -12,11 +12,14 @@
 #include <cstdlib>
 #include <limits>
 
+#include "AppDBInfo.h"
 #include "ICSystemInfo.h"
 #include "ICVConf.h"
 #include "ProcessDbus.h"
+#include "TAKAppInfoHandle.h"
 #include "TAKCommonApi.h"
 #include "TAKCommonHandle.h"
+#include "TAKConfigHandle.h"
 #include "TAKLog.h"
 #include "TAKString.h"
 
@@ -176,6 +179,22 @@ void CProcessCore::m_Init() {
 
     m_CheckBoostFlag();
     s_bCreated = true;
+}
+
+void CProcessCore::m_SetAppInfoHandle() {
+    CTAKAppInfoHandle::SetSetInfoHandle(CAppDBInfo::SetAppInfo);
+    CTAKAppInfoHandle::SetGetInfoByIDHandle(CAppDBInfo::GetAppInfoById);
+    CTAKAppInfoHandle::SetGetInfoByRuntitleHandle(CAppDBInfo::GetAppInfoByRunTitle);
+    CTAKAppInfoHandle::SetRemoveAppHandle(CAppDBInfo::RemoveApp);
+    CTAKAppInfoHandle::SetGetPkgTypeHandle(CAppDBInfo::GetAppPkgTypeInfo);
+    CTAKAppInfoHandle::SetGetAllAppHandle(CAppDBInfo::GetAllAppList);
+    CTAKAppInfoHandle::SetGetAllAppStringHandle(CAppDBInfo::GetAllAppString);
+    CTAKAppInfoHandle::SetGetUSBAppHandle(CAppDBInfo::GetUsbAppsInfo);
+    CTAKAppInfoHandle::SetGetUnavailableUSBAppHandle(CAppDBInfo::GetUnAvailableUsbAppsInfo);
+    CTAKConfigHandle::SetGetConfigTableHandle(CAppDBInfo::GetConfigTable);
+    CTAKConfigHandle::SetUpdateConfigTableHandle(CAppDBInfo::UpdateConfigTable);
+    CTAKConfigHandle::SetGetAppSyncConfigHandle(CAppDBInfo::GetAppSyncConfig);
+    CTAKConfigHandle::SetUpdateAppSyncConfigHandle(CAppDBInfo::UpdateAppSyncConfig);
 }
 
 void CProcessCore::m_SigTermInstall() {
