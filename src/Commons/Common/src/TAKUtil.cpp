@@ -1,0 +1,91 @@
+#include "TAKUtil.h"
+
+#include <cctype>
+
+#include "AppDBInfo.h"
+#include "TAKLog.h"
+#include "TAKString.h"
+
+namespace {
+
+const char kDefaultAppsKey[] = "RESERVED_11";
+const char kGeneralAppsKey[] = "RESERVED_3";
+const char kResetTypeKey[] = "RESET_TYPE";
+
+// The number at the front of one version component, read from `pos` up to the next '.'. Moves `pos`
+// past the component and its dot. Saturates rather than overflows.
+unsigned long long NextComponent(const std::string& version, size_t& pos) {
+    unsigned long long number = 0;
+    bool inDigits = true;
+    while (pos < version.size() && version[pos] != '.') {
+        unsigned char c = static_cast<unsigned char>(version[pos]);
+        if (inDigits && isdigit(c)) {
+            number = number > 1000000000000ULL ? number : number * 10 + (c - '0');
+        } else {
+            inDigits = false;
+        }
+        ++pos;
+    }
+    if (pos < version.size()) {
+        ++pos;
+    }
+    return number;
+}
+
+}  // namespace
+
+int CTAKUtil::CompareVersion(const std::string& a, const std::string& b) {
+    size_t posA = 0;
+    size_t posB = 0;
+    while (posA < a.size() || posB < b.size()) {
+        unsigned long long left = NextComponent(a, posA);
+        unsigned long long right = NextComponent(b, posB);
+        if (left != right) {
+            return left < right ? -1 : 1;
+        }
+    }
+    return 0;
+}
+
+bool CTAKUtil::GetPreinstallApps(int type, std::map<std::string, std::string>& apps) {
+    apps.clear();
+    const char* key = nullptr;
+    if (type == 0) {
+        key = kDefaultAppsKey;
+    } else if (type == 1) {
+        key = kGeneralAppsKey;
+    } else {
+        TAK_LOGE("unknown preinstall type %d", type);
+        return false;
+    }
+    std::string list;
+    if (!CAppDBInfo::GetConfigTable(key, list)) {
+        TAK_LOGE("can not read %s", key);
+        return false;
+    }
+    for (const auto& entry : TAKString::SplitStringToList(list, ",", true)) {
+        size_t colon = (type == 0) ? entry.find(':') : std::string::npos;
+        if (colon == std::string::npos) {
+            apps[entry] = "";
+        } else {
+            apps[entry.substr(0, colon)] = entry.substr(colon + 1);
+        }
+    }
+    TAK_LOGD("%s: %zu preinstalled apps", key, apps.size());
+    return true;
+}
+
+int CTAKUtil::GetTAKUninstallReason(int reason) {
+    std::string resetType;
+    if (!CAppDBInfo::GetConfigTable(kResetTypeKey, resetType)) {
+        TAK_LOGE("can not read %s", kResetTypeKey);
+        return reason;
+    }
+    if (resetType == "1") {
+        reason = 9;
+    } else if (resetType == "2") {
+        reason = 10;
+    }
+    TAK_LOGD("%s [%s], uninstall reason %d", kResetTypeKey, resetType.c_str(), reason);
+    return reason;
+}
