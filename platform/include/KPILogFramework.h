@@ -11,6 +11,7 @@ typedef void (*KPI_LOG_CB)(int result, void* userData);
 class CLogger {
 public:
     static CLogger* GetInstance();
+    // 0 when the event is accepted (its completion follows on the worker thread), -1 when refused.
     int AddEventLogAsync(const std::string& serviceName, const std::string& event, const std::string& category,
                          const std::string& description, KPI_LOG_CB callback, void* userData);
 

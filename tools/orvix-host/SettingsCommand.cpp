@@ -1,0 +1,209 @@
+// orvix-host settings: reads and writes keys of the host settings store.
+//
+//   settings get KEY                                   prints the value (bool as true/false)
+//   settings set [-t int|bool|string|double] KEY VALUE
+//
+// Without -t a key keeps the type it already has; a new key is a string. Values must parse as their
+// type: int as a 32-bit decimal, bool as true/false/1/0, double as a finite decimal number. A bad value,
+// an unknown type or a missing argument prints one line on standard error, exits with 2 and writes
+// nothing. A failed write or a missing key exits with 1.
+#include <vconf.h>
+
+#include <cctype>
+#include <cerrno>
+#include <climits>
+#include <cmath>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <string>
+
+#include "Commands.h"
+
+namespace {
+
+const char kUsage[] =
+    "usage: orvix-host settings get KEY | settings set [-t int|bool|string|double] KEY VALUE";
+
+int UsageError(const std::string& message) {
+    fprintf(stderr, "orvix-host settings: %s\n", message.c_str());
+    return kUsageError;
+}
+
+bool ParseInt(const char* text, int& value) {
+    if (isspace(static_cast<unsigned char>(*text))) {
+        return false;
+    }
+    char* end = nullptr;
+    errno = 0;
+    long parsed = strtol(text, &end, 10);
+    if (*text == '\0' || *end != '\0' || errno != 0 || parsed < INT_MIN || parsed > INT_MAX) {
+        return false;
+    }
+    value = static_cast<int>(parsed);
+    return true;
+}
+
+bool ParseBool(const char* text, int& value) {
+    if (strcmp(text, "true") == 0 || strcmp(text, "1") == 0) {
+        value = 1;
+        return true;
+    }
+    if (strcmp(text, "false") == 0 || strcmp(text, "0") == 0) {
+        value = 0;
+        return true;
+    }
+    return false;
+}
+
+bool ParseDouble(const char* text, double& value) {
+    if (isspace(static_cast<unsigned char>(*text))) {
+        return false;
+    }
+    char* end = nullptr;
+    errno = 0;
+    double parsed = strtod(text, &end);
+    if (*text == '\0' || *end != '\0' || errno != 0 || !std::isfinite(parsed)) {
+        return false;
+    }
+    value = parsed;
+    return true;
+}
+
+// The shortest text that reads back as the same double.
+std::string DoubleText(double value) {
+    char text[64];
+    for (int precision = 15; precision <= 17; ++precision) {
+        snprintf(text, sizeof(text), "%.*g", precision, value);
+        if (strtod(text, nullptr) == value) {
+            break;
+        }
+    }
+    return text;
+}
+
+// The type the key is stored with, found by asking each typed getter; VCONF_TYPE_NONE when missing.
+int StoredType(const char* key, std::string& valueText) {
+    int number = 0;
+    double real = 0;
+    if (vconf_get_int(key, &number) == VCONF_OK) {
+        valueText = std::to_string(number);
+        return VCONF_TYPE_INT;
+    }
+    if (vconf_get_bool(key, &number) == VCONF_OK) {
+        valueText = number != 0 ? "true" : "false";
+        return VCONF_TYPE_BOOL;
+    }
+    if (vconf_get_dbl(key, &real) == VCONF_OK) {
+        valueText = DoubleText(real);
+        return VCONF_TYPE_DOUBLE;
+    }
+    if (char* text = vconf_get_str(key)) {
+        valueText = text;
+        free(text);
+        return VCONF_TYPE_STRING;
+    }
+    return VCONF_TYPE_NONE;
+}
+
+int TypeOfOption(const char* name) {
+    static const struct {
+        const char* name;
+        int type;
+    } kTypes[] = {{"int", VCONF_TYPE_INT},
+                  {"bool", VCONF_TYPE_BOOL},
+                  {"string", VCONF_TYPE_STRING},
+                  {"double", VCONF_TYPE_DOUBLE}};
+    for (const auto& entry : kTypes) {
+        if (strcmp(name, entry.name) == 0) {
+            return entry.type;
+        }
+    }
+    return VCONF_TYPE_NONE;
+}
+
+int Get(int argc, char** argv) {
+    if (argc != 1) {
+        return UsageError(argc == 0 ? "missing KEY" : "too many arguments");
+    }
+    std::string valueText;
+    if (StoredType(argv[0], valueText) == VCONF_TYPE_NONE) {
+        fprintf(stderr, "orvix-host settings: no readable key %s\n", argv[0]);
+        return 1;
+    }
+    printf("%s\n", valueText.c_str());
+    return 0;
+}
+
+// Parses VALUE as `type` and writes it; the value is checked completely before anything is written.
+int Store(const char* key, int type, const char* valueText) {
+    int number = 0;
+    double real = 0;
+    int ret = VCONF_ERROR;
+    switch (type) {
+        case VCONF_TYPE_INT:
+            if (!ParseInt(valueText, number)) {
+                return UsageError(std::string("not an int: ") + valueText);
+            }
+            ret = vconf_set_int(key, number);
+            break;
+        case VCONF_TYPE_BOOL:
+            if (!ParseBool(valueText, number)) {
+                return UsageError(std::string("not a bool (true, false, 1, 0): ") + valueText);
+            }
+            ret = vconf_set_bool(key, number);
+            break;
+        case VCONF_TYPE_DOUBLE:
+            if (!ParseDouble(valueText, real)) {
+                return UsageError(std::string("not a double: ") + valueText);
+            }
+            ret = vconf_set_dbl(key, real);
+            break;
+        default:
+            ret = vconf_set_str(key, valueText);
+            break;
+    }
+    if (ret != VCONF_OK) {
+        fprintf(stderr, "orvix-host settings: cannot set %s (keys start with db/ or memory/)\n", key);
+        return 1;
+    }
+    return 0;
+}
+
+int Set(int argc, char** argv) {
+    int type = VCONF_TYPE_NONE;
+    if (argc >= 1 && strcmp(argv[0], "-t") == 0) {
+        if (argc < 2) {
+            return UsageError("-t needs a type: int, bool, string or double");
+        }
+        type = TypeOfOption(argv[1]);
+        if (type == VCONF_TYPE_NONE) {
+            return UsageError(std::string("unknown type: ") + argv[1]);
+        }
+        argc -= 2;
+        argv += 2;
+    }
+    if (argc != 2) {
+        return UsageError(argc < 2 ? "missing KEY or VALUE" : "too many arguments");
+    }
+    if (type == VCONF_TYPE_NONE) {
+        std::string ignored;
+        type = StoredType(argv[0], ignored);
+    }
+    return Store(argv[0], type == VCONF_TYPE_NONE ? VCONF_TYPE_STRING : type, argv[1]);
+}
+
+}  // namespace
+
+int RunSettings(int argc, char** argv) {
+    if (argc < 2) {
+        return UsageError(kUsage);
+    }
+    if (strcmp(argv[1], "get") == 0) {
+        return Get(argc - 2, argv + 2);
+    }
+    if (strcmp(argv[1], "set") == 0) {
+        return Set(argc - 2, argv + 2);
+    }
+    return UsageError(std::string("unknown action '") + argv[1] + "'; " + kUsage);
+}

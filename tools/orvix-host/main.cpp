@@ -1,0 +1,38 @@
+// orvix-host: drives the host platform kit. Every subcommand takes the host root from ORVIX_HOST_ROOT.
+#include <cstdio>
+#include <cstring>
+
+#include "Commands.h"
+
+namespace {
+
+const Command kCommands[] = {
+    {"settings", RunSettings, "settings get KEY | settings set [-t int|bool|string|double] KEY VALUE"},
+};
+
+int PrintUsage(FILE* out) {
+    fprintf(out, "usage:\n");
+    for (const Command& command : kCommands) {
+        fprintf(out, "  orvix-host %s\n", command.usage);
+    }
+    return 0;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    if (argc < 2) {
+        fprintf(stderr, "orvix-host: missing subcommand (orvix-host help lists them)\n");
+        return kUsageError;
+    }
+    if (strcmp(argv[1], "help") == 0 || strcmp(argv[1], "--help") == 0) {
+        return PrintUsage(stdout);
+    }
+    for (const Command& command : kCommands) {
+        if (strcmp(argv[1], command.name) == 0) {
+            return command.run(argc - 1, argv + 1);
+        }
+    }
+    fprintf(stderr, "orvix-host: unknown subcommand '%s' (orvix-host help lists them)\n", argv[1]);
+    return kUsageError;
+}
