@@ -1,0 +1,90 @@
+// CReset: the task that runs the apps reset (app and service kind) and the home-screen (Corvane) reset.
+//
+// Life of an apps reset: AppsReset (dispatcher thread) resets the app records, builds the uninstall list
+// and posts 100; event 100 sends one uninstall request per app to the common library; the library calls
+// m_UninstallCB on its own threads as apps finish; when the list is empty the end event (101, or 202 in a
+// Corvane reset on an Android-apps board) runs the clean-up and reports the result.
+//
+// Life of a Corvane reset: CorvaneReset (dispatcher thread) clears the home screen's keys and posts 200;
+// 200 terminates every app and, on an Android-apps board, posts 201 (the same uninstall walk); 202 wipes
+// the directories and reports "corvane_reset_result".
+//
+// On an Android-apps board the first event of either reset is held back until the service's binder
+// exists (SetCommunicatorBinderCreated).
+#pragma once
+
+#include <atomic>
+#include <map>
+#include <mutex>
+#include <string>
+
+#include "AppInfo.h"
+#include "ProcessDbus.h"
+#include "TAKCommonApi.h"
+#include "TAKSingleton.h"
+#include "TAKTaskBase.h"
+#include "UninstallList.h"
+
+class CReset : public CTAKTaskBase, public CTAKSingleton<CReset> {
+public:
+    enum : unsigned long {
+        EVENT_UNINSTALL_APPS = 100,
+        EVENT_CLEAR_DB = 101,
+        EVENT_TERMINATE_ALL_APPS = 200,
+        EVENT_CORVANE_UNINSTALL_APPS = 201,
+        EVENT_DISABLE_APPS = 202,
+    };
+
+    CReset();
+    ~CReset() override;
+    CReset(const CReset&) = delete;
+    CReset& operator=(const CReset&) = delete;
+
+    void AppsReset(void* pUserData, bool bServiceReset, _CLIENT_INFO_T tClientInfo);
+    void CorvaneReset();
+    bool CheckCorvaneResetDoing() const { return m_bCorvaneResetDoing; }
+    void SetCommunicatorBinderCreated();
+
+    // The completion callback handed to the common library; its address travels as decimal text.
+    static void m_UninstallCB(std::string appId, TAK_EVENT_STATE_E state, int progress, int result,
+                              std::string message, void* pvUserData);
+
+protected:
+    bool t_Create() override;
+    bool t_Destroy() override;
+    bool t_OnEvent(PTEvent* ptEvent) override;
+
+private:
+    void m_EventSendToMe(unsigned long type, long param);
+    // Posts `event` now, or holds it until the binder exists (Android-apps board only).
+    void m_PostAfterBinder(unsigned long event);
+    // The event that ends the uninstalls: 202 in a Corvane reset on an Android-apps board, else 101.
+    unsigned long m_EndEvent() const;
+
+    void m_GetUninstallList();
+    void m_RecoverDefaultAppResetStatus();
+    void m_UninstallApps(unsigned long param);
+    bool m_SkipUninstall(const _APPINFO_T& app) const;
+    bool m_SendUninstall(TAK_INSTALL_API pfUninstall, app_control_h request, const _APPINFO_T& app,
+                         int reason);
+    void m_ClearDB();
+    void m_RemoveContentFiles();
+    void m_TerminateAllApps();
+    void m_DisableApps();
+    void m_ResetAppItems();
+    void m_ResetBootState();
+
+    CUninstallList m_AppsList;  // guarded by CTAKSingleton<CReset>::m_tSingletonLock
+    std::map<std::string, std::string> m_DefaultApps;
+    std::map<std::string, std::string> m_GeneralApps;
+    bool m_bServiceReset = false;
+    // Read by the uninstall callback on the library's threads, so it is atomic.
+    std::atomic<bool> m_bCorvaneResetDoing{false};
+    void* m_pUserData = nullptr;
+    bool m_bResultSent = false;
+    bool m_bBinderCreated = false;      // guarded by m_tBinderLock
+    unsigned long m_nPendingEvent = 0;  // guarded by m_tBinderLock
+    const bool m_bAOTBoard;
+    _CLIENT_INFO_T m_tClientInfo;
+    std::mutex m_tBinderLock;
+};
