@@ -1,0 +1,402 @@
+// Uninstall and clean-up entry points of the substitute library: UninstallAppAPI, SetPreloadStatusAPI,
+// ClearAndroidDataAPI and DeleteAllInstallNotificationsAPI.
+//
+// An uninstall records its request (every extra data value), and later, from a thread of the library,
+// removes the app (its package record and, through the stand-in daemon's "remove_app", its row) and calls
+// the request's "callback" with state 122, or 123 when it is configured to fail. All callbacks of all
+// uninstalls come from one dispatcher thread, in the order they fall due.
+//
+// Behaviour file member "uninstall" (every member optional):
+//   "delay_ms": 20        time from the request to its terminal callback (default 20)
+//   "bench": false        answer every uninstall at once, in random order, with no side effects and no
+//                         records (for measuring the caller, not the library)
+//   "apps": {"<app id>": {
+//       "fail": true              state 123; nothing is removed
+//       "delay_ms": 500           this app's own delay
+//       "silent": true            never call back, remove nothing
+//       "twice": true             the terminal callback comes a second time
+//       "also_for": "<app id>"    then one more terminal callback, naming another app id
+//       "states": [120, 121]      states reported before the terminal one
+//       "during_walk": true       due at once, and UninstallAppAPI returns only once the dispatcher has begun
+//                                 that callback, so it arrives while the caller is still sending requests
+//   }}
+#include <gio/gio.h>
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <chrono>
+#include <cstdint>
+#include <cstdlib>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <random>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "LibTak.h"
+#include "LibTakWorkers.h"
+#include "ProcessDbus.h"
+#include "TAKCommonApi.h"
+#include "orvix_host.h"
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+const int kDefaultDelayMs = 20;
+// Upper bound of the wait of a "during_walk" request for its callback to begin.
+const int kDuringWalkWaitMs = 10000;
+const int kIdleWaitMs = 60 * 60 * 1000;
+const int kRemoveAppTimeoutMs = 10000;
+
+struct AppBehaviour {
+    bool fail = false;
+    int delayMs = kDefaultDelayMs;
+    bool silent = false;
+    bool twice = false;
+    std::string alsoFor;
+    std::vector<int> states;
+    bool duringWalk = false;
+};
+
+struct UninstallSettings {
+    bool bench = false;
+    int delayMs = kDefaultDelayMs;
+    std::map<std::string, AppBehaviour> apps;
+
+    AppBehaviour For(const std::string& appId) const {
+        auto found = apps.find(appId);
+        if (found != apps.end()) {
+            return found->second;
+        }
+        AppBehaviour plain;
+        plain.delayMs = delayMs;
+        return plain;
+    }
+};
+
+AppBehaviour ParseApp(const Json::Value& item, int defaultDelayMs) {
+    AppBehaviour app;
+    app.delayMs = item["delay_ms"].isInt() ? item["delay_ms"].asInt() : defaultDelayMs;
+    app.fail = item["fail"].isBool() && item["fail"].asBool();
+    app.silent = item["silent"].isBool() && item["silent"].asBool();
+    app.twice = item["twice"].isBool() && item["twice"].asBool();
+    app.duringWalk = item["during_walk"].isBool() && item["during_walk"].asBool();
+    if (item["also_for"].isString()) {
+        app.alsoFor = item["also_for"].asString();
+    }
+    for (const auto& state : item["states"]) {
+        if (state.isInt()) {
+            app.states.push_back(state.asInt());
+        }
+    }
+    return app;
+}
+
+std::shared_ptr<const UninstallSettings> ParseSettings() {
+    auto settings = std::make_shared<UninstallSettings>();
+    Json::Value uninstall = libtak::Behaviour()["uninstall"];
+    if (!uninstall.isObject()) {
+        return settings;
+    }
+    settings->bench = uninstall["bench"].isBool() && uninstall["bench"].asBool();
+    if (uninstall["delay_ms"].isInt()) {
+        settings->delayMs = uninstall["delay_ms"].asInt();
+    }
+    const Json::Value& apps = uninstall["apps"];
+    if (apps.isObject()) {
+        for (const auto& id : apps.getMemberNames()) {
+            if (apps[id].isObject()) {
+                settings->apps[id] = ParseApp(apps[id], settings->delayMs);
+            }
+        }
+    }
+    return settings;
+}
+
+// The behaviour file is read again only when it changed: a reset of ten thousand apps makes ten thousand
+// requests, and parsing the file for each would be the library's cost, not the caller's.
+std::shared_ptr<const UninstallSettings> Settings() {
+    static std::mutex s_tSettingsLock;
+    static std::shared_ptr<const UninstallSettings> s_pSettings;
+    static struct stat s_tSeen {};
+    struct stat now {};
+    bool exists = stat(orvix::host::UnderRoot("etc/libtak_common.json").c_str(), &now) == 0;
+    std::lock_guard<std::mutex> lock(s_tSettingsLock);
+    bool changed = !exists || s_pSettings == nullptr || now.st_ino != s_tSeen.st_ino ||
+                   now.st_size != s_tSeen.st_size || now.st_mtim.tv_sec != s_tSeen.st_mtim.tv_sec ||
+                   now.st_mtim.tv_nsec != s_tSeen.st_mtim.tv_nsec;
+    if (changed) {
+        s_pSettings = ParseSettings();
+        s_tSeen = now;
+    }
+    return s_pSettings;
+}
+
+// One callback to make.
+struct Delivery {
+    Clock::time_point due;
+    std::string appId;
+    int state = TAK_EVENT_STATE_UNINSTALL_SUCCESS;
+    int progress = 0;
+    int result = 0;
+    TAK_PROGRESS_CB callback = nullptr;
+    void* userData = nullptr;
+    bool removesApp = false;        // the app goes before this callback is made
+    bool bench = false;             // no side effects, no records
+    std::shared_ptr<bool> started;  // set (workers' lock) when the dispatcher begins this callback
+};
+
+// Pending callbacks, guarded by the workers' lock. Never destroyed: the dispatcher may use it while the
+// library's statics are torn down, until the workers are joined.
+struct DeliveryQueue {
+    std::map<std::pair<Clock::time_point, uint64_t>, Delivery> items;
+    uint64_t nextSeq = 0;
+    uint64_t generation = 0;  // changes at every enqueue, so that the dispatcher re-reads the head
+    bool dispatcherStarted = false;
+};
+
+DeliveryQueue& Queue() {
+    static auto* queue = new DeliveryQueue();
+    return *queue;
+}
+
+void RemoveRow(const std::string& appId) {
+    GError* error = nullptr;
+    GDBusConnection* bus = g_bus_get_sync(G_BUS_TYPE_SYSTEM, nullptr, &error);
+    if (bus == nullptr) {
+        g_clear_error(&error);
+        return;
+    }
+    GVariant* reply = g_dbus_connection_call_sync(
+        bus, TAK_INNER_SERVER_NAME, TAK_INNER_SERVER_PATH, TAK_INNER_SERVER_INTERFACE, "remove_app",
+        g_variant_new("(s)", appId.c_str()), G_VARIANT_TYPE("(i)"), G_DBUS_CALL_FLAGS_NONE,
+        kRemoveAppTimeoutMs, nullptr, &error);
+    if (reply != nullptr) {
+        g_variant_unref(reply);
+    }
+    g_clear_error(&error);
+    g_object_unref(bus);
+}
+
+void Deliver(Delivery& d) {
+    if (d.removesApp && !d.bench) {
+        RemoveRow(d.appId);
+    }
+    if (d.started != nullptr) {
+        CLibTakWorkers::Get().Signal([&d] { *d.started = true; });
+    }
+    if (!d.bench) {
+        Json::Value args(Json::arrayValue);
+        args.append(d.appId);
+        args.append(d.state);
+        args.append(d.progress);
+        args.append(d.result);
+        libtak::RecordCallback("UninstallAppAPI", args);
+    }
+    d.callback(d.appId, static_cast<TAK_EVENT_STATE_E>(d.state), d.progress, d.result, std::string(),
+               d.userData);
+}
+
+// Takes every callback that is due; tells when the next one falls due.
+std::vector<Delivery> TakeDue(bool& more, Clock::time_point& next, uint64_t& generation) {
+    std::vector<Delivery> due;
+    CLibTakWorkers::Get().Signal([&] {
+        DeliveryQueue& queue = Queue();
+        Clock::time_point now = Clock::now();
+        while (!queue.items.empty() && queue.items.begin()->first.first <= now) {
+            due.push_back(std::move(queue.items.begin()->second));
+            queue.items.erase(queue.items.begin());
+        }
+        more = !queue.items.empty();
+        if (more) {
+            next = queue.items.begin()->first.first;
+        }
+        generation = queue.generation;
+    });
+    return due;
+}
+
+void Dispatch() {
+    auto& workers = CLibTakWorkers::Get();
+    std::mt19937 shuffler(std::random_device{}());
+    for (;;) {
+        bool more = false;
+        Clock::time_point next;
+        uint64_t generation = 0;
+        std::vector<Delivery> due = TakeDue(more, next, generation);
+        if (!due.empty()) {
+            // Bench requests answer in random order, like many uninstalls finishing at once would.
+            if (std::all_of(due.begin(), due.end(), [](const Delivery& d) { return d.bench; })) {
+                std::shuffle(due.begin(), due.end(), shuffler);
+            }
+            for (Delivery& d : due) {
+                if (workers.Stopping()) {
+                    return;
+                }
+                Deliver(d);
+            }
+            continue;
+        }
+        int waitMs = kIdleWaitMs;
+        if (more) {
+            auto left = std::chrono::duration_cast<std::chrono::milliseconds>(next - Clock::now()).count();
+            waitMs = static_cast<int>(std::max<long long>(1, left + 1));
+        }
+        auto newer = [generation] { return Queue().generation != generation; };
+        if (workers.WaitUntil(waitMs, newer) == CLibTakWorkers::Wake::Stopping) {
+            return;
+        }
+    }
+}
+
+void Enqueue(std::vector<Delivery> deliveries) {
+    bool start = false;
+    CLibTakWorkers::Get().Signal([&] {
+        DeliveryQueue& queue = Queue();
+        for (Delivery& d : deliveries) {
+            Clock::time_point due = d.due;
+            queue.items.emplace(std::make_pair(due, queue.nextSeq++), std::move(d));
+        }
+        ++queue.generation;
+        start = !queue.dispatcherStarted;
+        queue.dispatcherStarted = true;
+    });
+    if (start) {
+        CLibTakWorkers::Get().Start(Dispatch);
+    }
+}
+
+std::map<std::string, std::string> Extras(app_control_h request) {
+    std::vector<std::string> keys;
+    app_control_foreach_extra_data(
+        request,
+        [](app_control_h, const char* key, void* user) {
+            static_cast<std::vector<std::string>*>(user)->push_back(key);
+            return true;
+        },
+        &keys);
+    std::map<std::string, std::string> extras;
+    for (const auto& key : keys) {
+        char* value = nullptr;
+        if (app_control_get_extra_data(request, key.c_str(), &value) == APP_CONTROL_ERROR_NONE && value) {
+            extras[key] = value;
+        }
+        free(value);
+    }
+    return extras;
+}
+
+// A decimal address as the caller wrote it (signed).
+bool ParseAddress(const std::map<std::string, std::string>& extras, const char* key, intptr_t& address) {
+    auto found = extras.find(key);
+    if (found == extras.end() || found->second.empty()) {
+        return false;
+    }
+    errno = 0;
+    char* end = nullptr;
+    long long value = std::strtoll(found->second.c_str(), &end, 10);
+    if (errno != 0 || end == nullptr || *end != '\0') {
+        return false;
+    }
+    address = static_cast<intptr_t>(value);
+    return true;
+}
+
+Delivery Make(const Delivery& base, int state, int progress, int result) {
+    Delivery d = base;
+    d.state = state;
+    d.progress = progress;
+    d.result = result;
+    return d;
+}
+
+std::vector<Delivery> Plan(const Delivery& base, const AppBehaviour& app) {
+    std::vector<Delivery> plan;
+    for (int state : app.states) {
+        plan.push_back(Make(base, state, 50, 0));
+    }
+    int terminal = app.fail ? TAK_EVENT_STATE_UNINSTALL_FAIL : TAK_EVENT_STATE_UNINSTALL_SUCCESS;
+    int result = app.fail ? -1 : 0;
+    Delivery last = Make(base, terminal, app.fail ? 0 : 100, result);
+    last.removesApp = !app.fail;
+    plan.push_back(last);
+    if (app.twice) {
+        plan.push_back(Make(base, terminal, app.fail ? 0 : 100, result));
+    }
+    if (!app.alsoFor.empty()) {
+        Delivery other = Make(base, terminal, app.fail ? 0 : 100, result);
+        other.appId = app.alsoFor;
+        plan.push_back(other);
+    }
+    // Only the first callback of a "during_walk" request tells UninstallAppAPI to return.
+    for (size_t i = 1; i < plan.size(); ++i) {
+        plan[i].started = nullptr;
+    }
+    return plan;
+}
+
+}  // namespace
+
+LIBTAK_EXPORT int UninstallAppAPI(app_control_h request) {
+    std::shared_ptr<const UninstallSettings> settings = Settings();
+    std::map<std::string, std::string> extras = Extras(request);
+    if (!settings->bench) {
+        Json::Value record(Json::objectValue);
+        for (const auto& extra : extras) {
+            record[extra.first] = extra.second;
+        }
+        Json::Value args(Json::arrayValue);
+        args.append(record);
+        libtak::Enter("UninstallAppAPI", args);
+    }
+    intptr_t callback = 0;
+    intptr_t userData = 0;
+    auto appKey = extras.find("appkey");
+    if (appKey == extras.end() || !ParseAddress(extras, "callback", callback) || callback == 0 ||
+        !ParseAddress(extras, "userdata", userData)) {
+        return -1;
+    }
+    AppBehaviour app = settings->For(appKey->second);
+    if (app.silent && !settings->bench) {
+        return 0;
+    }
+    Delivery base;
+    base.appId = appKey->second;
+    base.callback = reinterpret_cast<TAK_PROGRESS_CB>(callback);
+    base.userData = reinterpret_cast<void*>(userData);
+    base.bench = settings->bench;
+    bool duringWalk = app.duringWalk && !settings->bench;
+    base.due = Clock::now() + std::chrono::milliseconds(settings->bench || duringWalk ? 0 : app.delayMs);
+    if (duringWalk) {
+        base.started = std::make_shared<bool>(false);
+    }
+    std::shared_ptr<bool> started = base.started;
+    Enqueue(settings->bench ? std::vector<Delivery>{Make(base, TAK_EVENT_STATE_UNINSTALL_SUCCESS, 100, 0)}
+                            : Plan(base, app));
+    if (started != nullptr) {
+        CLibTakWorkers::Get().WaitUntil(kDuringWalkWaitMs, [&started] { return *started; });
+    }
+    return 0;
+}
+
+LIBTAK_EXPORT int SetPreloadStatusAPI(int status) {
+    Json::Value args(Json::arrayValue);
+    args.append(status);
+    libtak::Enter("SetPreloadStatusAPI", args);
+    return libtak::IntSetting("results", "SetPreloadStatusAPI", 0);
+}
+
+LIBTAK_EXPORT int ClearAndroidDataAPI(const char* packageName) {
+    Json::Value args(Json::arrayValue);
+    args.append(packageName != nullptr ? packageName : "");
+    libtak::Enter("ClearAndroidDataAPI", args);
+    return libtak::IntSetting("results", "ClearAndroidDataAPI", 0);
+}
+
+LIBTAK_EXPORT void DeleteAllInstallNotificationsAPI(void) {
+    libtak::Enter("DeleteAllInstallNotificationsAPI");
+}
