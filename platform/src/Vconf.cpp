@@ -125,9 +125,15 @@ std::string BaseOf(const std::string& path) {
     return path.substr(path.rfind('/') + 1);
 }
 
+// The shortest text that reads back as the same double.
 std::string FormatDouble(double value) {
     char text[64];
-    snprintf(text, sizeof(text), "%.17g", value);
+    for (int precision = 15; precision <= 17; ++precision) {
+        snprintf(text, sizeof(text), "%.*g", precision, value);
+        if (strtod(text, nullptr) == value) {
+            break;
+        }
+    }
     return text;
 }
 
