@@ -209,6 +209,71 @@ TEST(ATask, HandlesEveryEventOfEightProducersOnceAndInEachProducersOrder) {
     }
 }
 
+namespace {
+
+// Counts the iterations of the main loop it is attached to: GLib prepares every attached source once
+// per iteration. It never becomes ready, so it never dispatches.
+struct IterationCounter {
+    GSource source;
+    long iterations;
+
+    static gboolean Prepare(GSource* source, gint* timeout) {
+        ++reinterpret_cast<IterationCounter*>(source)->iterations;
+        *timeout = -1;
+        return FALSE;
+    }
+    static gboolean Dispatch(GSource*, GSourceFunc, gpointer) { return TRUE; }
+
+    // Attaches a counter to the context whose source is being dispatched on the calling thread.
+    static IterationCounter* AttachToCurrentLoop() {
+        static GSourceFuncs funcs = {Prepare, nullptr, Dispatch, nullptr, nullptr, nullptr};
+        GSource* source = g_source_new(&funcs, sizeof(IterationCounter));
+        reinterpret_cast<IterationCounter*>(source)->iterations = 0;
+        g_source_attach(source, g_source_get_context(g_main_current_source()));
+        return reinterpret_cast<IterationCounter*>(source);
+    }
+    void Detach() {
+        g_source_destroy(&source);
+        g_source_unref(&source);
+    }
+};
+
+}  // namespace
+
+TEST(ATask, HandlesEverythingQueuedInOneIdleDispatch) {
+    TestTask task;
+    Signal firstEntered;
+    Signal releaseFirst;
+    IterationCounter* counter = nullptr;
+    std::vector<long> iterationOfEvent;  // task thread only until the last event was handled
+    task.onEvent = [&](PTEvent* ev) {
+        if (ev->data == 1) {
+            counter = IterationCounter::AttachToCurrentLoop();
+            firstEntered.Set();
+            EXPECT_TRUE(releaseFirst.Wait());
+        }
+        iterationOfEvent.push_back(counter->iterations);
+        if (ev->data == 100) {
+            counter->Detach();
+        }
+    };
+    ASSERT_TRUE(task.Create());
+    task.Post(1);
+    ASSERT_TRUE(firstEntered.Wait());
+    for (long i = 2; i <= 100; ++i) {
+        task.Post(i);
+    }
+    releaseFirst.Set();
+    ASSERT_TRUE(task.handledCount.WaitAtLeast(100));
+    ExitAndDestroy(task);
+
+    ASSERT_EQ(iterationOfEvent.size(), 100u);
+    for (size_t i = 0; i < iterationOfEvent.size(); ++i) {
+        EXPECT_EQ(iterationOfEvent[i], iterationOfEvent[0])
+            << "event " << i + 1 << " came in a later loop iteration";
+    }
+}
+
 TEST(SynchronousSend, BlocksTheSenderUntilTheHandlerHasRun) {
     TestTask task;
     Signal firstEntered;
