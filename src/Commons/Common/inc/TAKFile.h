@@ -2,6 +2,8 @@
 // reported as what it is, never as the file it points at.
 #pragma once
 
+#include <sys/types.h>
+
 #include <string>
 
 namespace TAKFile {
@@ -22,5 +24,11 @@ long long Size(const std::string& path);
 // ".", ".." or doubled slash on the way) and its last component, when it exists, is not a link.
 // The last component need not exist yet, so a file about to be created can be checked.
 bool IsRealPath(const std::string& path);
+
+// Opens `path` (open(2) flags and mode) only if it passes the real-path check, in one step: no
+// component, the last included, is followed as a symbolic link, so the path cannot be swapped for a
+// link between check and open. `isRealPath` tells a refused path (false, result -1) from a real path
+// that could not be opened (true, result -1, errno set).
+int OpenRealPath(const std::string& path, int flags, mode_t mode, bool& isRealPath);
 
 }  // namespace TAKFile

@@ -1,7 +1,12 @@
 #include "TAKFile.h"
 
+#include <fcntl.h>
+#include <linux/openat2.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
+#include <unistd.h>
 
+#include <cerrno>
 #include <climits>
 #include <cstdlib>
 
@@ -9,6 +14,57 @@ namespace {
 
 bool LStat(const std::string& path, struct stat* st) {
     return !path.empty() && lstat(path.c_str(), st) == 0;
+}
+
+// Absolute, no trailing slash, and no empty, "." or ".." component: the spelling of a canonical path.
+bool CanonicalSpelling(const std::string& path) {
+    if (path.size() < 2 || path.front() != '/' || path.back() == '/') {
+        return false;
+    }
+    size_t begin = 1;
+    while (begin <= path.size()) {
+        size_t end = path.find('/', begin);
+        if (end == std::string::npos) {
+            end = path.size();
+        }
+        std::string component = path.substr(begin, end - begin);
+        if (component.empty() || component == "." || component == "..") {
+            return false;
+        }
+        begin = end + 1;
+    }
+    return true;
+}
+
+// openat2 with every symbolic link refused on the way; -1 with errno ENOSYS where the kernel (or a
+// sandbox) does not offer it.
+int OpenWithoutLinks(const std::string& path, int flags, mode_t mode) {
+#ifdef SYS_openat2
+    struct open_how how {};
+    how.flags = static_cast<unsigned long long>(flags | O_CLOEXEC | O_NOFOLLOW);
+    how.mode = (flags & O_CREAT) != 0 ? mode : 0;
+    how.resolve = RESOLVE_NO_SYMLINKS | RESOLVE_NO_MAGICLINKS;
+    return static_cast<int>(syscall(SYS_openat2, AT_FDCWD, path.c_str(), &how, sizeof(how)));
+#else
+    errno = ENOSYS;
+    return -1;
+#endif
+}
+
+bool Unavailable(int error) {
+    return error == ENOSYS || error == EPERM;
+}
+
+// The check without openat2: resolve the directory and compare.
+bool IsRealPathByResolving(const std::string& path) {
+    size_t slash = path.rfind('/');
+    std::string dir = slash == 0 ? "/" : path.substr(0, slash);
+    char resolved[PATH_MAX];
+    if (realpath(dir.c_str(), resolved) == nullptr || dir != resolved) {
+        return false;
+    }
+    struct stat st {};
+    return !(lstat(path.c_str(), &st) == 0 && S_ISLNK(st.st_mode));
 }
 
 }  // namespace
@@ -39,24 +95,39 @@ long long Size(const std::string& path) {
 }
 
 bool IsRealPath(const std::string& path) {
-    if (path.size() < 2 || path.front() != '/' || path.back() == '/') {
+    if (!CanonicalSpelling(path)) {
         return false;
     }
     size_t slash = path.rfind('/');
-    std::string name = path.substr(slash + 1);
-    if (name == "." || name == "..") {
-        return false;
-    }
     std::string dir = slash == 0 ? "/" : path.substr(0, slash);
-    char resolved[PATH_MAX];
-    if (realpath(dir.c_str(), resolved) == nullptr || dir != resolved) {
-        return false;
+    int dirFd = OpenWithoutLinks(dir, O_PATH | O_DIRECTORY, 0);
+    if (dirFd < 0) {
+        return Unavailable(errno) ? IsRealPathByResolving(path) : false;
     }
     struct stat st {};
-    if (lstat(path.c_str(), &st) == 0 && S_ISLNK(st.st_mode)) {
-        return false;
+    bool linkAtEnd =
+        fstatat(dirFd, path.c_str() + slash + 1, &st, AT_SYMLINK_NOFOLLOW) == 0 && S_ISLNK(st.st_mode);
+    close(dirFd);
+    return !linkAtEnd;
+}
+
+int OpenRealPath(const std::string& path, int flags, mode_t mode, bool& isRealPath) {
+    isRealPath = CanonicalSpelling(path);
+    if (!isRealPath) {
+        return -1;
     }
-    return true;
+    int fd = OpenWithoutLinks(path, flags, mode);
+    if (fd >= 0) {
+        return fd;
+    }
+    if (Unavailable(errno)) {
+        isRealPath = IsRealPathByResolving(path);
+        return isRealPath ? open(path.c_str(), flags | O_CLOEXEC | O_NOFOLLOW, mode) : -1;
+    }
+    // A link on the way, or a directory on the way that is missing or not a directory: the path does
+    // not resolve to itself.
+    isRealPath = !(errno == ELOOP || errno == ENOENT || errno == ENOTDIR);
+    return -1;
 }
 
 }  // namespace TAKFile
