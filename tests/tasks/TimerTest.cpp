@@ -86,7 +86,7 @@ TEST(ATimer, WithRepeatCountZeroOrAnAllBitsIntervalAttachesNothing) {
     CTAKTimer neverTimer("tak-test-never");
     CTAKTimer referenceTimer("tak-test-ref");
     ASSERT_TRUE(zeroTimer.Create(5, 0, Fired::Callback, &zeroCount));
-    ASSERT_TRUE(neverTimer.Create(CTAKTimer::REPEAT_FOREVER, 5, Fired::Callback, &allBitsInterval));
+    ASSERT_TRUE(neverTimer.Create(CTAKTimer::INTERVAL_NEVER, 5, Fired::Callback, &allBitsInterval));
     ASSERT_TRUE(referenceTimer.Create(5, CTAKTimer::REPEAT_FOREVER, Fired::Callback, &reference));
 
     ASSERT_TRUE(reference.count.WaitAtLeast(10));
@@ -133,7 +133,7 @@ TEST(ATimer, CreateTwiceFailsAndDestroyWithoutCreateLogs) {
     timer.Destroy();
     EXPECT_TRUE(mark.HasError(kTimerSource, "Destroy", "FlagCreate() return false")) << mark.Text();
 
-    ASSERT_TRUE(timer.Create(CTAKTimer::REPEAT_FOREVER, 0, Fired::Callback, &fired));
+    ASSERT_TRUE(timer.Create(CTAKTimer::INTERVAL_NEVER, 0, Fired::Callback, &fired));
     EXPECT_FALSE(timer.Create(1, 1, Fired::Callback, &fired));
     EXPECT_TRUE(mark.HasError(kTimerSource, "Create", "FlagCreate() return true")) << mark.Text();
     DestroyTimer(timer);

@@ -36,6 +36,7 @@ struct PTEvent {
     long data;
     long extra;
 };
+static_assert(sizeof(PTEvent) == 5 * sizeof(void*), "an event is five words, copied by value");
 
 class CTAKTaskBase : public CTAKThreadBase {
 public:

@@ -21,8 +21,10 @@
 
 class CTAKTimer : public CTAKThreadBase {
 public:
-    // repeatCount with all bits set: fire without end; intervalMs with all bits set: never fire.
+    // repeatCount with all bits set: fire without end.
     static constexpr unsigned long long REPEAT_FOREVER = ~0ULL;
+    // intervalMs with all bits set (-1): never fire.
+    static constexpr unsigned long long INTERVAL_NEVER = ~0ULL;
     static constexpr unsigned long TIMER_STACK_SIZE = 131072;
 
     explicit CTAKTimer(const std::string& threadName);

@@ -20,7 +20,7 @@ bool CTAKTimer::Create(unsigned long long intervalMs, unsigned long long count, 
     if (!mainLoop.Create(false)) {
         return false;
     }
-    if (intervalMs != REPEAT_FOREVER && count != 0) {
+    if (intervalMs != INTERVAL_NEVER && count != 0) {
         m_Attach(intervalMs);
     }
     if (!CTAKThreadBase::Create(TIMER_STACK_SIZE)) {
@@ -37,7 +37,7 @@ void CTAKTimer::Reset(unsigned long long intervalMs, unsigned long long count) {
         mainLoop.DeleteSource(timeoutSource);
         timeoutSource = nullptr;
     }
-    if (intervalMs != REPEAT_FOREVER && count != 0) {
+    if (intervalMs != INTERVAL_NEVER && count != 0) {
         m_Attach(intervalMs);
     }
 }
