@@ -15,3 +15,17 @@ const int kUsageError = 2;
 
 // settings get KEY | settings set [-t int|bool|string|double] KEY VALUE
 int RunSettings(int argc, char** argv);
+
+// The host kit's subcommands (InitCommand.cpp, BusCommands.cpp, LaunchCommand.cpp, RecordCommands.cpp,
+// SysinfoCommand.cpp, PkgCommand.cpp, PathCommand.cpp, LibtakCommand.cpp).
+int RunInit(int argc, char** argv);
+int RunUp(int argc, char** argv);
+int RunDown(int argc, char** argv);
+int RunClient(int argc, char** argv);
+int RunLaunch(int argc, char** argv);
+int RunCalls(int argc, char** argv);
+int RunLog(int argc, char** argv);
+int RunSysinfo(int argc, char** argv);
+int RunPkg(int argc, char** argv);
+int RunPath(int argc, char** argv);
+int RunLibtak(int argc, char** argv);

@@ -8,6 +8,18 @@ namespace {
 
 const Command kCommands[] = {
     {"settings", RunSettings, "settings get KEY | settings set [-t int|bool|string|double] KEY VALUE"},
+    {"init", RunInit, "init [--apps N] [--builtin M]"},
+    {"up", RunUp, "up"},
+    {"down", RunDown, "down"},
+    {"launch", RunLaunch, "launch [--extra-file KEY=PATH]... [--] KEY=VALUE ..."},
+    {"calls", RunCalls, "calls [--follow]"},
+    {"log", RunLog, "log [--follow] [PROGRAM]"},
+    {"client", RunClient, "client OBJ [--foreground]"},
+    {"sysinfo", RunSysinfo, "sysinfo set FLAG true|false | sysinfo get FLAG | sysinfo list"},
+    {"pkg", RunPkg, "pkg add PKGID [--version V] [--removable true|false] [--builtin] [--app APPID]... "
+                    "[--main APPID] [--meta KEY=VALUE]... [--category C]... | pkg remove PKGID | pkg list"},
+    {"path", RunPath, "path N"},
+    {"libtak", RunLibtak, "libtak apply"},
 };
 
 int PrintUsage(FILE* out) {

@@ -1,0 +1,306 @@
+// HostFixture: a GoogleTest fixture that runs tests against the real host platform kit.
+//
+// SetUp makes a fresh temporary root (ORVIX_HOST_ROOT, also set for this test process through
+// orvix::host::SetRoot), runs `orvix-host init` with InitArguments() and, unless StartsBus() is false,
+// `orvix-host up`. The programs come from the build tree (TAK_BINARY_DIR); tak-reset is
+// TAK_BINARY_DIR/src/tak-reset unless ORVIX_TAK_RESET names another program (orvix-host honours it too).
+// TearDown prints the tak-reset log, the stand-ins' logs and the recorded calls when the test failed,
+// runs `orvix-host down`, checks that no process of the root is left, and removes the root (kept when
+// ORVIX_KEEP_ROOT is set).
+//
+// Waiting is always bounded: WaitUntil polls a condition until it holds or the time-out passes.
+// Test programs that use the fixture depend on the `orvix_kit` build target (tests/CMakeLists.txt adds
+// it to every test program).
+#pragma once
+
+#include <gio/gio.h>
+#include <gtest/gtest.h>
+#include <json/json.h>
+#include <stdlib.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <fstream>
+#include <functional>
+#include <sstream>
+#include <string>
+#include <thread>
+#include <utility>
+#include <vector>
+
+#include "orvix_calls.h"
+#include "orvix_host.h"
+#include "orvix_launch.h"
+#include "orvix_process.h"
+
+namespace orvix::test {
+
+using namespace std::chrono_literals;
+
+struct RunResult {
+    int status = -1;  // exit status, or -1 when the program could not run or did not exit normally
+    std::string out;
+    std::string err;
+};
+
+// Polls `condition` every few milliseconds until it holds or `timeout` passes; the last answer.
+inline bool WaitUntil(const std::function<bool()>& condition, std::chrono::milliseconds timeout = 20s) {
+    auto deadline = std::chrono::steady_clock::now() + timeout;
+    while (!condition()) {
+        if (std::chrono::steady_clock::now() >= deadline) {
+            return condition();
+        }
+        std::this_thread::sleep_for(5ms);
+    }
+    return true;
+}
+
+// Runs a program to its end with extra environment variables.
+inline RunResult RunProgram(const std::vector<std::string>& argv,
+                            const std::vector<std::pair<std::string, std::string>>& environment = {}) {
+    std::vector<gchar*> args;
+    for (const auto& arg : argv) {
+        args.push_back(const_cast<gchar*>(arg.c_str()));
+    }
+    args.push_back(nullptr);
+    gchar** envp = g_get_environ();
+    for (const auto& [key, value] : environment) {
+        envp = g_environ_setenv(envp, key.c_str(), value.c_str(), TRUE);
+    }
+    RunResult result;
+    gchar* out = nullptr;
+    gchar* err = nullptr;
+    gint waitStatus = 0;
+    GError* error = nullptr;
+    if (g_spawn_sync(nullptr, args.data(), envp, G_SPAWN_DEFAULT, nullptr, nullptr, &out, &err, &waitStatus,
+                     &error)) {
+        result.status = WIFEXITED(waitStatus) ? WEXITSTATUS(waitStatus) : -1;
+        result.out = out != nullptr ? out : "";
+        result.err = err != nullptr ? err : "";
+    } else {
+        result.err = error->message;
+        g_error_free(error);
+    }
+    g_free(out);
+    g_free(err);
+    g_strfreev(envp);
+    return result;
+}
+
+inline std::string ReadWholeFile(const std::string& path) {
+    std::ifstream in(path, std::ios::binary);
+    std::stringstream text;
+    text << in.rdbuf();
+    return text.str();
+}
+
+class HostFixture : public ::testing::Test {
+protected:
+    static std::string BinaryDir() { return TAK_BINARY_DIR; }
+    static std::string OrvixHostPath() { return BinaryDir() + "/tools/orvix-host/orvix-host"; }
+    static std::string TakResetPath() {
+        const char* custom = getenv("ORVIX_TAK_RESET");
+        return custom != nullptr && *custom != '\0' ? custom : BinaryDir() + "/src/tak-reset";
+    }
+    // The app name of the program that `launch` starts (its file name).
+    static std::string AppName() {
+        std::string path = TakResetPath();
+        return path.substr(path.rfind('/') + 1);
+    }
+
+    virtual std::vector<std::string> InitArguments() const { return {"--apps", "3", "--builtin", "2"}; }
+    virtual bool StartsBus() const { return true; }
+
+    void SetUp() override {
+        char pattern[] = "/tmp/orvix-test-XXXXXX";
+        ASSERT_NE(mkdtemp(pattern), nullptr) << "cannot make a temporary root";
+        m_root = pattern;
+        orvix::host::SetRoot(m_root);
+        std::vector<std::string> init = {"init"};
+        std::vector<std::string> options = InitArguments();
+        init.insert(init.end(), options.begin(), options.end());
+        RunResult initialised = Host(init);
+        ASSERT_EQ(initialised.status, 0) << "orvix-host init failed: " << initialised.err;
+        if (StartsBus()) {
+            RunResult up = Host({"up"});
+            ASSERT_EQ(up.status, 0) << "orvix-host up failed: " << up.err;
+        }
+    }
+
+    void TearDown() override {
+        if (m_root.empty()) {
+            return;
+        }
+        if (HasFailure()) {
+            PrintDiagnostics();
+        }
+        std::vector<orvix::host::ProcessId> processes = KitProcesses();
+        RunResult down = Host({"down"});
+        EXPECT_EQ(down.status, 0) << "orvix-host down failed: " << down.err;
+        for (const auto& process : processes) {
+            EXPECT_FALSE(orvix::host::IsRunning(process))
+                << "process " << process.pid << " outlived orvix-host down";
+        }
+        if (getenv("ORVIX_KEEP_ROOT") == nullptr) {
+            RunProgram({"/bin/rm", "-rf", m_root});
+        } else {
+            fprintf(stderr, "root kept at %s\n", m_root.c_str());
+        }
+    }
+
+    const std::string& Root() const { return m_root; }
+
+    // What a derived fixture prints besides the logs when a test failed.
+    virtual void PrintMoreDiagnostics() const {}
+
+    void PrintTail(const char* title, const std::string& path) const {
+        std::string text = ReadWholeFile(path);
+        const size_t kLimit = 64 * 1024;
+        if (text.size() > kLimit) {
+            text = "[...]\n" + text.substr(text.size() - kLimit);
+        }
+        fprintf(stderr, "----- %s (%s) -----\n%s\n", title, path.c_str(), text.c_str());
+    }
+
+    // `orvix-host ARGS...` for this root.
+    RunResult Host(const std::vector<std::string>& args,
+                   std::vector<std::pair<std::string, std::string>> environment = {}) const {
+        std::vector<std::string> argv = {OrvixHostPath()};
+        argv.insert(argv.end(), args.begin(), args.end());
+        environment.emplace_back("ORVIX_HOST_ROOT", m_root);
+        return RunProgram(argv, environment);
+    }
+
+    // `orvix-host launch EXTRAS...`: the request is queued by tak-reset when this returns status 0.
+    RunResult Launch(const std::vector<std::string>& extras) const {
+        std::vector<std::string> args = {"launch", "--"};
+        args.insert(args.end(), extras.begin(), extras.end());
+        return Host(args);
+    }
+
+    std::string BusAddress() const { return "unix:path=" + m_root + "/run/dbus/system_bus_socket"; }
+
+    // A private connection to the root's bus (the caller unrefs it); fails the test when there is none.
+    GDBusConnection* ConnectToBus() const {
+        GError* error = nullptr;
+        GDBusConnection* connection = g_dbus_connection_new_for_address_sync(
+            BusAddress().c_str(),
+            static_cast<GDBusConnectionFlags>(G_DBUS_CONNECTION_FLAGS_AUTHENTICATION_CLIENT |
+                                              G_DBUS_CONNECTION_FLAGS_MESSAGE_BUS_CONNECTION),
+            nullptr, nullptr, &error);
+        EXPECT_NE(connection, nullptr) << (error != nullptr ? error->message : "");
+        g_clear_error(&error);
+        return connection;
+    }
+
+    // Every complete line of calls.jsonl, parsed, in order.
+    std::vector<Json::Value> Calls() const {
+        std::vector<Json::Value> calls;
+        std::string text = ReadWholeFile(orvix::host::CallsFile());
+        size_t start = 0;
+        size_t end;
+        while ((end = text.find('\n', start)) != std::string::npos) {
+            Json::Value call;
+            Json::CharReaderBuilder builder;
+            std::string errors;
+            std::unique_ptr<Json::CharReader> reader(builder.newCharReader());
+            if (reader->parse(text.data() + start, text.data() + end, &call, &errors)) {
+                calls.push_back(call);
+            }
+            start = end + 1;
+        }
+        return calls;
+    }
+
+    // The calls of one recorder ("innerserver", "managerclient.OBJ", "libtak_common", "launcher"),
+    // optionally of one method only.
+    std::vector<Json::Value> CallsOf(const std::string& who, const std::string& method = "") const {
+        std::vector<Json::Value> selected;
+        for (const auto& call : Calls()) {
+            if (call["who"].asString() == who && (method.empty() || call["method"].asString() == method)) {
+                selected.push_back(call);
+            }
+        }
+        return selected;
+    }
+
+    // The methods of one recorder's calls, in order.
+    std::vector<std::string> MethodsOf(const std::string& who) const {
+        std::vector<std::string> methods;
+        for (const auto& call : CallsOf(who)) {
+            methods.push_back(call["method"].asString());
+        }
+        return methods;
+    }
+
+    bool WaitForCall(const std::string& who, const std::string& method,
+                     std::chrono::milliseconds timeout = 20s, size_t count = 1) const {
+        return WaitUntil([&] { return CallsOf(who, method).size() >= count; }, timeout);
+    }
+
+    std::string LogPath(const std::string& program) const { return m_root + "/var/log/" + program + ".log"; }
+    std::string TakResetLog() const { return ReadWholeFile(LogPath(AppName())); }
+
+    bool WaitForLog(const std::string& text, std::chrono::milliseconds timeout = 20s) const {
+        return WaitUntil([&] { return TakResetLog().find(text) != std::string::npos; }, timeout);
+    }
+
+    // The running instance of the app `launch` starts, if any.
+    bool AppRunning() const {
+        orvix::host::ProcessId id;
+        return orvix::host::ReadPidFile(orvix::host::LaunchPidPath(AppName()), id) &&
+               orvix::host::IsRunning(id);
+    }
+
+    // Waits until the app has left (after "reset=end", say).
+    bool WaitForAppExit(std::chrono::milliseconds timeout = 30s) const {
+        return WaitUntil([&] { return !AppRunning(); }, timeout);
+    }
+
+    // <root>/etc/libtak_common.json, then `orvix-host libtak apply` (the next tak-reset loads the result).
+    void SetLibTakBehaviour(const Json::Value& behaviour) const {
+        std::ofstream(m_root + "/etc/libtak_common.json", std::ios::trunc)
+            << orvix::host::JsonLine(behaviour) << "\n";
+        RunResult applied = Host({"libtak", "apply"});
+        ASSERT_EQ(applied.status, 0) << applied.err;
+    }
+
+    void SetSystemFlag(const std::string& flag, bool value) const {
+        RunResult set = Host({"sysinfo", "set", flag, value ? "true" : "false"});
+        ASSERT_EQ(set.status, 0) << set.err;
+    }
+
+private:
+    std::vector<orvix::host::ProcessId> KitProcesses() const {
+        std::vector<orvix::host::ProcessId> processes;
+        std::vector<std::string> files;
+        gchar* pids = g_build_filename(m_root.c_str(), "run", "pids", nullptr);
+        if (GDir* dir = g_dir_open(pids, 0, nullptr)) {
+            while (const gchar* name = g_dir_read_name(dir)) {
+                files.push_back(std::string(pids) + "/" + name);
+            }
+            g_dir_close(dir);
+        }
+        g_free(pids);
+        files.push_back(orvix::host::LaunchPidPath(AppName()));
+        for (const auto& file : files) {
+            orvix::host::ProcessId id;
+            if (orvix::host::ReadPidFile(file, id) && orvix::host::IsRunning(id)) {
+                processes.push_back(id);
+            }
+        }
+        return processes;
+    }
+
+    void PrintDiagnostics() const {
+        PrintTail("tak-reset log", LogPath(AppName()));
+        PrintTail("recorded calls", orvix::host::CallsFile());
+        PrintTail("inner server log", LogPath("innerserver"));
+        PrintMoreDiagnostics();
+    }
+
+    std::string m_root;
+};
+
+}  // namespace orvix::test

@@ -1,0 +1,22 @@
+// orvix-managerclient OBJ: owns "org.orvix.tv.vardell.managerclient." + OBJ on the bus of
+// $DBUS_SYSTEM_BUS_ADDRESS and records every call to its object until SIGTERM or SIGINT. On a terminal
+// it draws the progress it is told about on standard error.
+#include <unistd.h>
+
+#include <cstdio>
+
+#include "BusStandIn.h"
+#include "ManagerClient.h"
+
+int main(int argc, char** argv) {
+    if (argc != 2 || !CManagerClient::IsValidObjectName(argv[1])) {
+        fprintf(stderr, "usage: %s OBJ (OBJ: letters, digits and '_', not starting with a digit)\n", argv[0]);
+        return 2;
+    }
+    CManagerClient client(argv[1], isatty(STDERR_FILENO) ? stderr : nullptr);
+    CBusStandIn standIn(client.Who(), client.BusName(), client.ObjectPath(), client.InterfaceName(),
+                        [&client](const std::string& method, GVariant* parameters, const std::string&) {
+                            return client.Handle(method, parameters);
+                        });
+    return standIn.Run();
+}

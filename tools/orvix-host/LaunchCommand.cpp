@@ -1,0 +1,207 @@
+// orvix-host launch [--extra-file KEY=PATH]... [--] KEY=VALUE ...: hands one launch request to tak-reset.
+//
+// The request goes through the launch channel to the running instance (orvix_launch.h). When none runs,
+// launch starts one in the background (own session, standard output and error appended to
+// <root>/var/log/APP.log, which is also its platform log; DBUS_SYSTEM_BUS_ADDRESS of the root's private
+// bus), with the request on its command line, or on an fd when it is too large for a command line. In
+// both cases launch exits 0 once the request is queued by the instance. --extra-file adds an extra whose
+// value is the content of a file (for values a command line cannot carry); those extras come after the
+// KEY=VALUE ones. A malformed argument (no '=', or an empty key) or an uninitialised root: one line on
+// standard error, exit 2, nothing started.
+#include <fcntl.h>
+#include <poll.h>
+#include <sys/mman.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstring>
+#include <string>
+
+#include "Commands.h"
+#include "HostDaemons.h"
+#include "HostPrograms.h"
+#include "KitCommand.h"
+#include "orvix_host.h"
+#include "orvix_launch.h"
+
+namespace {
+
+using namespace orvix::host;
+
+const char kCommand[] = "launch";
+constexpr gint64 kDeliveryDeadlineUs = 60 * G_USEC_PER_SEC;
+constexpr int kIoTimeoutMs = 20000;
+constexpr int kReadyTimeoutMs = 30000;
+// Below the kernel's limit of one argument (32 pages), and far below the whole command line's.
+constexpr size_t kMaxArgumentBytes = 100 * 1024;
+constexpr size_t kMaxCommandLineBytes = 1024 * 1024;
+
+bool FitsCommandLine(const std::vector<std::string>& arguments) {
+    size_t total = 0;
+    for (const auto& argument : arguments) {
+        if (argument.size() > kMaxArgumentBytes) {
+            return false;
+        }
+        total += argument.size() + 1;
+    }
+    return total <= kMaxCommandLineBytes;
+}
+
+// The request on an fd of its own, for a request the command line cannot carry.
+int RequestFd(const LaunchExtras& extras, std::string& error) {
+    int fd = memfd_create("launch-request", MFD_CLOEXEC);
+    std::string frame = EncodeLaunchFrame(extras);
+    if (fd < 0 || write(fd, frame.data(), frame.size()) != static_cast<ssize_t>(frame.size()) ||
+        lseek(fd, 0, SEEK_SET) != 0) {
+        error = std::string("cannot hand the request over: ") + strerror(errno);
+        if (fd >= 0) {
+            close(fd);
+        }
+        return -1;
+    }
+    return fd;
+}
+
+enum class Start { Ready, Gone, Failed };
+
+// Waits for the byte the new instance writes once the request is queued (or handed to another
+// instance that won the race); end of file means it died first.
+Start AwaitReady(int fd) {
+    struct pollfd pfd = {fd, POLLIN, 0};
+    int rc;
+    do {
+        rc = poll(&pfd, 1, kReadyTimeoutMs);
+    } while (rc < 0 && errno == EINTR);
+    char byte = 0;
+    if (rc > 0 && read(fd, &byte, 1) == 1) {
+        return Start::Ready;
+    }
+    return rc > 0 ? Start::Gone : Start::Failed;
+}
+
+Start StartInstance(const std::string& program, const std::string& app, const LaunchExtras& extras,
+                    std::string& error) {
+    std::vector<std::string> arguments;
+    for (const auto& [key, value] : extras) {
+        arguments.push_back(key + "=" + value);
+    }
+    int ready[2];
+    if (pipe2(ready, O_CLOEXEC) != 0) {
+        error = "cannot make a pipe";
+        return Start::Failed;
+    }
+    SpawnOptions options;
+    options.argv = {program};
+    options.setEnvironment = {{"ORVIX_HOST_ROOT", Root()},
+                              {"DBUS_SYSTEM_BUS_ADDRESS", BusAddress()},
+                              {"ORVIX_LOG_FILE", LogFile(app)},
+                              {kLaunchReadyFdEnv, std::to_string(ready[1])}};
+    options.unsetEnvironment = {kLaunchRequestFdEnv};
+    options.logFile = LogFile(app);
+    options.passFds = {ready[1]};
+    int requestFd = -1;
+    if (FitsCommandLine(arguments)) {
+        options.argv.insert(options.argv.end(), arguments.begin(), arguments.end());
+    } else if ((requestFd = RequestFd(extras, error)) >= 0) {
+        options.setEnvironment.emplace_back(kLaunchRequestFdEnv, std::to_string(requestFd));
+        options.passFds.push_back(requestFd);
+    }
+    pid_t pid = (requestFd >= 0 || FitsCommandLine(arguments)) ? SpawnDetached(options, error) : 0;
+    close(ready[1]);
+    if (requestFd >= 0) {
+        close(requestFd);
+    }
+    if (pid > 0) {
+        WritePidFile(PidDirectory() + "/app." + app + "." + std::to_string(pid) + ".pid", Identify(pid));
+    }
+    Start started = pid > 0 ? AwaitReady(ready[0]) : Start::Failed;
+    close(ready[0]);
+    if (started == Start::Failed && error.empty()) {
+        error = app + " did not take the request (see " + LogFile(app) + ")";
+    }
+    return started;
+}
+
+bool ReadExtraFiles(gchar** specs, LaunchExtras& extras, std::string& error) {
+    for (gchar** spec = specs; spec != nullptr && *spec != nullptr; ++spec) {
+        std::string key;
+        std::string path;
+        if (!ParseLaunchArgument(*spec, key, path)) {
+            error = std::string("malformed --extra-file '") + *spec + "' (expected KEY=PATH)";
+            return false;
+        }
+        gchar* contents = nullptr;
+        gsize size = 0;
+        if (!g_file_get_contents(path.c_str(), &contents, &size, nullptr)) {
+            error = "cannot read " + path;
+            return false;
+        }
+        extras.emplace_back(key, std::string(contents, size));
+        g_free(contents);
+    }
+    return true;
+}
+
+int Deliver(const std::string& program, const LaunchExtras& extras) {
+    std::string app = program.substr(program.rfind('/') + 1);
+    MakeDirs(PidDirectory());
+    gint64 deadline = g_get_monotonic_time() + kDeliveryDeadlineUs;
+    std::string error;
+    while (g_get_monotonic_time() < deadline) {
+        LaunchDelivery delivery = DeliverLaunchRequest(app, extras, kIoTimeoutMs, &error);
+        if (delivery == LaunchDelivery::Delivered) {
+            return 0;
+        }
+        if (delivery == LaunchDelivery::NoInstance) {
+            error.clear();
+            Start started = StartInstance(program, app, extras, error);
+            if (started == Start::Ready) {
+                return 0;
+            }
+            if (started == Start::Failed) {
+                return Failure(kCommand, error);
+            }
+        }
+        g_usleep(20 * 1000);  // an instance is shutting down, or one that raced us died
+    }
+    return Failure(kCommand, "cannot deliver the request: " + error);
+}
+
+}  // namespace
+
+int RunLaunch(int argc, char** argv) {
+    gchar** extraFiles = nullptr;
+    const GOptionEntry entries[] = {
+        {"extra-file", 'f', 0, G_OPTION_ARG_FILENAME_ARRAY, &extraFiles, "an extra read from a file",
+         "KEY=PATH"},
+        {nullptr, 0, 0, G_OPTION_ARG_NONE, nullptr, nullptr, nullptr},
+    };
+    if (!ParseOptions(kCommand, entries, argc, argv)) {
+        return kUsageError;
+    }
+    LaunchExtras extras;
+    for (int i = 1; i < argc; ++i) {
+        std::string key;
+        std::string value;
+        if (!ParseLaunchArgument(argv[i], key, value)) {
+            g_strfreev(extraFiles);
+            return UsageError(kCommand,
+                              std::string("malformed argument '") + argv[i] + "' (expected KEY=VALUE)");
+        }
+        extras.emplace_back(key, value);
+    }
+    std::string error;
+    bool filesRead = ReadExtraFiles(extraFiles, extras, error);
+    g_strfreev(extraFiles);
+    if (!filesRead) {
+        return UsageError(kCommand, error);
+    }
+    if (!RequireInitialisedRoot(kCommand)) {
+        return kUsageError;
+    }
+    std::string program = FindKitFile(KitFile::TakReset, error);
+    if (program.empty()) {
+        return Failure(kCommand, error);
+    }
+    return Deliver(program, extras);
+}

@@ -1,0 +1,28 @@
+// orvix-host libtak apply: installs the substitute common library again as <root>/etc/libtak_common.json
+// says ("library": present, missing or broken; "absent": entry points removed from the copy). Run it
+// after editing "library" or "absent"; the other settings are read by the library at every call.
+// A running tak-reset keeps the library it loaded.
+#include <cstdio>
+#include <cstring>
+#include <string>
+
+#include "Commands.h"
+#include "KitCommand.h"
+#include "LibTakInstall.h"
+
+int RunLibtak(int argc, char** argv) {
+    const char kCommand[] = "libtak";
+    if (argc != 2 || strcmp(argv[1], "apply") != 0) {
+        return orvix::host::UsageError(kCommand, "expected: libtak apply");
+    }
+    if (!orvix::host::RequireInitialisedRoot(kCommand)) {
+        return kUsageError;
+    }
+    std::string notes;
+    std::string error;
+    if (!orvix::host::InstallLibTak(notes, error)) {
+        return orvix::host::Failure(kCommand, error);
+    }
+    fputs(notes.c_str(), stderr);
+    return 0;
+}
