@@ -13,5 +13,6 @@ void HistoryLogFileName(const char* name);
 void WriteHistoryLogFile(const char* format, ...) __attribute__((format(printf, 1, 2)));
 
 // Drops the oldest backup, shifts the others (.2 -> .3, .1 -> .2) and makes the current file .1.
-// WriteHistoryLogFile calls it when the current file has grown beyond 262144 bytes.
+// WriteHistoryLogFile rotates the same way, under the same lock, when the current file has grown beyond
+// 262144 bytes; the line then goes into a new current file.
 void RotateHistoryLogFile();
