@@ -3,13 +3,15 @@
 //
 // An uninstall records its request (every extra data value), and later, from a thread of the library,
 // removes the app (its package record and, through the stand-in daemon's "remove_app", its row) and calls
-// the request's "callback" with state 122, or 123 when it is configured to fail. All callbacks of all
-// uninstalls come from one dispatcher thread, in the order they fall due.
+// the request's "callback" with state 122, or 123 when it is configured to fail. Callbacks come from the
+// library's dispatcher thread, in the order they fall due (or from several, see "threads").
 //
 // Behaviour file member "uninstall" (every member optional):
 //   "delay_ms": 20        time from the request to its terminal callback (default 20)
 //   "bench": false        answer every uninstall at once, in random order, with no side effects and no
 //                         records (for measuring the caller, not the library)
+//   "threads": 1          dispatcher threads; with more than one, callbacks come from several threads at
+//                         once and in no particular order (also the states of one app)
 //   "apps": {"<app id>": {
 //       "fail": true              state 123; nothing is removed
 //       "delay_ms": 500           this app's own delay
@@ -64,6 +66,7 @@ struct AppBehaviour {
 
 struct UninstallSettings {
     bool bench = false;
+    int threads = 1;
     int delayMs = kDefaultDelayMs;
     std::map<std::string, AppBehaviour> apps;
 
@@ -103,6 +106,9 @@ std::shared_ptr<const UninstallSettings> ParseSettings() {
         return settings;
     }
     settings->bench = uninstall["bench"].isBool() && uninstall["bench"].asBool();
+    if (uninstall["threads"].isInt()) {
+        settings->threads = std::max(1, std::min(16, uninstall["threads"].asInt()));
+    }
     if (uninstall["delay_ms"].isInt()) {
         settings->delayMs = uninstall["delay_ms"].asInt();
     }
@@ -155,8 +161,8 @@ struct Delivery {
 struct DeliveryQueue {
     std::map<std::pair<Clock::time_point, uint64_t>, Delivery> items;
     uint64_t nextSeq = 0;
-    uint64_t generation = 0;  // changes at every enqueue, so that the dispatcher re-reads the head
-    bool dispatcherStarted = false;
+    uint64_t generation = 0;  // changes at every enqueue, so that the dispatchers re-read the head
+    int dispatchers = 0;
 };
 
 DeliveryQueue& Queue() {
@@ -201,13 +207,13 @@ void Deliver(Delivery& d) {
                d.userData);
 }
 
-// Takes every callback that is due; tells when the next one falls due.
-std::vector<Delivery> TakeDue(bool& more, Clock::time_point& next, uint64_t& generation) {
+// Takes the callbacks that are due (at most `limit`); tells when the next one falls due.
+std::vector<Delivery> TakeDue(size_t limit, bool& more, Clock::time_point& next, uint64_t& generation) {
     std::vector<Delivery> due;
     CLibTakWorkers::Get().Signal([&] {
         DeliveryQueue& queue = Queue();
         Clock::time_point now = Clock::now();
-        while (!queue.items.empty() && queue.items.begin()->first.first <= now) {
+        while (!queue.items.empty() && queue.items.begin()->first.first <= now && due.size() < limit) {
             due.push_back(std::move(queue.items.begin()->second));
             queue.items.erase(queue.items.begin());
         }
@@ -220,14 +226,15 @@ std::vector<Delivery> TakeDue(bool& more, Clock::time_point& next, uint64_t& gen
     return due;
 }
 
-void Dispatch() {
+// With several dispatchers each takes one callback at a time, so that they really run side by side.
+void Dispatch(size_t limit) {
     auto& workers = CLibTakWorkers::Get();
     std::mt19937 shuffler(std::random_device{}());
     for (;;) {
         bool more = false;
         Clock::time_point next;
         uint64_t generation = 0;
-        std::vector<Delivery> due = TakeDue(more, next, generation);
+        std::vector<Delivery> due = TakeDue(limit, more, next, generation);
         if (!due.empty()) {
             // Bench requests answer in random order, like many uninstalls finishing at once would.
             if (std::all_of(due.begin(), due.end(), [](const Delivery& d) { return d.bench; })) {
@@ -253,8 +260,8 @@ void Dispatch() {
     }
 }
 
-void Enqueue(std::vector<Delivery> deliveries) {
-    bool start = false;
+void Enqueue(std::vector<Delivery> deliveries, int threads) {
+    int start = 0;
     CLibTakWorkers::Get().Signal([&] {
         DeliveryQueue& queue = Queue();
         for (Delivery& d : deliveries) {
@@ -262,11 +269,12 @@ void Enqueue(std::vector<Delivery> deliveries) {
             queue.items.emplace(std::make_pair(due, queue.nextSeq++), std::move(d));
         }
         ++queue.generation;
-        start = !queue.dispatcherStarted;
-        queue.dispatcherStarted = true;
+        start = std::max(0, threads - queue.dispatchers);
+        queue.dispatchers += start;
     });
-    if (start) {
-        CLibTakWorkers::Get().Start(Dispatch);
+    size_t limit = threads > 1 ? 1 : SIZE_MAX;
+    for (int i = 0; i < start; ++i) {
+        CLibTakWorkers::Get().Start([limit] { Dispatch(limit); });
     }
 }
 
@@ -376,7 +384,8 @@ LIBTAK_EXPORT int UninstallAppAPI(app_control_h request) {
     }
     std::shared_ptr<bool> started = base.started;
     Enqueue(settings->bench ? std::vector<Delivery>{Make(base, TAK_EVENT_STATE_UNINSTALL_SUCCESS, 100, 0)}
-                            : Plan(base, app));
+                            : Plan(base, app),
+            settings->bench ? 1 : settings->threads);
     if (started != nullptr) {
         CLibTakWorkers::Get().WaitUntil(kDuringWalkWaitMs, [&started] { return *started; });
     }
