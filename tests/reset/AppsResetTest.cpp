@@ -317,3 +317,28 @@ TEST_F(AnAppsReset, OfTheServiceKindWithoutUninstallAppApiReportsNothing) {
     EXPECT_TRUE(Results("tak_service_reset_result").empty());
     EXPECT_TRUE(Results("tak_app_reset_result").empty());
 }
+
+TEST_F(AnAppsReset, FinishesWhenAnUninstallFailsAndLeavesThatAppInstalled) {
+    Json::Value failing(Json::objectValue);
+    failing["fail"] = true;
+    Json::Value apps(Json::objectValue);
+    apps["bad"] = failing;
+    SetLibTakBehaviour(Uninstall(apps));
+    AddApps({{"bad"}, {"good"}});
+    for (const char* id : {"bad", "good"}) {
+        auto added = Host({"pkg", "add", std::string("org.test.") + id, "--app", id, "--main", id});
+        ASSERT_EQ(added.status, 0) << added.err;
+    }
+    Start({"reset=tak_app_reset"});
+    ASSERT_TRUE(WaitForResult("tak_app_reset_result"));
+    EndProcess();
+
+    EXPECT_EQ(Results("tak_app_reset_result").size(), 1u);
+    auto removed = CallsOf("innerserver", "remove_app");
+    ASSERT_EQ(removed.size(), 1u);
+    EXPECT_EQ(removed[0]["args"][0].asString(), "good");
+    std::string packages = Host({"pkg", "list"}).out;
+    EXPECT_NE(packages.find("org.test.bad"), std::string::npos) << packages;
+    EXPECT_EQ(packages.find("org.test.good"), std::string::npos) << packages;
+    EXPECT_EQ(CountInLog("uninstall callback appid bad "), 1u);
+}

@@ -29,6 +29,7 @@
 #include <cerrno>
 #include <chrono>
 #include <cstdint>
+#include <cstdio>
 #include <cstdlib>
 #include <map>
 #include <memory>
@@ -40,6 +41,7 @@
 
 #include "LibTak.h"
 #include "LibTakWorkers.h"
+#include "PackageRecords.h"
 #include "ProcessDbus.h"
 #include "TAKCommonApi.h"
 #include "orvix_host.h"
@@ -170,6 +172,31 @@ DeliveryQueue& Queue() {
     return *queue;
 }
 
+// The package records are one file; the dispatchers take turns at it.
+void RemovePackage(const std::string& appId) {
+    static std::mutex s_tPackagesLock;
+    std::lock_guard<std::mutex> lock(s_tPackagesLock);
+    std::vector<orvix::host::PackageRecord> packages;
+    std::string error;
+    if (!orvix::host::LoadPackages(packages, error)) {
+        fprintf(stderr, "libtak_common: %s\n", error.c_str());
+        return;
+    }
+    auto holds = [&appId](const orvix::host::PackageRecord& package) {
+        return package.mainApp == appId ||
+               std::any_of(package.apps.begin(), package.apps.end(),
+                           [&appId](const orvix::host::PackageApp& app) { return app.appId == appId; });
+    };
+    auto kept = std::remove_if(packages.begin(), packages.end(), holds);
+    if (kept == packages.end()) {
+        return;
+    }
+    packages.erase(kept, packages.end());
+    if (!orvix::host::SavePackages(packages, error)) {
+        fprintf(stderr, "libtak_common: %s\n", error.c_str());
+    }
+}
+
 void RemoveRow(const std::string& appId) {
     GError* error = nullptr;
     GDBusConnection* bus = g_bus_get_sync(G_BUS_TYPE_SYSTEM, nullptr, &error);
@@ -190,6 +217,7 @@ void RemoveRow(const std::string& appId) {
 
 void Deliver(Delivery& d) {
     if (d.removesApp && !d.bench) {
+        RemovePackage(d.appId);
         RemoveRow(d.appId);
     }
     if (d.started != nullptr) {
