@@ -97,7 +97,7 @@ _APPINFO_T MakeApp(int index, int total) {
     app.pkg_type = index % 3 == 0 ? "tpk" : "wgt";
     app.duid = "duid-" + std::to_string(900000 + index);
 
-    app.app_type = index % 10 == 4 ? kDefaultNativeType : 1 + index % 3;
+    app.app_type = index % 10 == 3 ? kDefaultNativeType : 1 + index % 3;
     app.is_removable = app.app_type != kDefaultNativeType;
     app.reserved_tinyint_1 = index % 7 == 5 ? 1 : 0;
     app.reserved_tinyint_2 = index % 9 == 6 ? 1 : 0;

@@ -6,7 +6,7 @@
 //  - ids: 13-digit store ids like the three fixed ones, and every fifth app a mixed-case alphanumeric id
 //    ("Ab3xK9.NewsToday"), so that ordering by upper(id) matters; with N >= 3 the fixed ids
 //    "3201903017943", "3201904018125" and "3202001019917" are among them;
-//  - every tenth app (from the fifth) is a default/native app (app_type 4, not removable), the others
+//  - every tenth app (from the fourth) is a default/native app (app_type 4, not removable), the others
 //    are web apps of types 1 to 3;
 //  - every seventh app (from the sixth) carries the disable-reset flag (reserved_tinyint_1);
 //  - every ninth app (from the seventh) is placed at the front of the uninstall list (reserved_tinyint_2);
