@@ -78,6 +78,10 @@ inline RunResult RunProgram(const std::vector<std::string>& argv,
         result.status = WIFEXITED(waitStatus) ? WEXITSTATUS(waitStatus) : -1;
         result.out = out != nullptr ? out : "";
         result.err = err != nullptr ? err : "";
+        if (WIFSIGNALED(waitStatus)) {
+            result.err +=
+                "\n" + argv.front() + " was ended by signal " + std::to_string(WTERMSIG(waitStatus));
+        }
     } else {
         result.err = error->message;
         g_error_free(error);

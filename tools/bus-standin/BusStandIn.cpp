@@ -13,11 +13,6 @@ namespace {
 
 const char kTag[] = "ORVIX";
 
-struct PendingCall {
-    CBusStandIn* standIn;
-    GDBusMessage* message;
-};
-
 }  // namespace
 
 CBusStandIn::CBusStandIn(std::string who, std::string busName, std::string objectPath,
@@ -52,15 +47,30 @@ GDBusMessage* CBusStandIn::s_Filter(GDBusConnection*, GDBusMessage* message, gbo
     if (!incoming || !self->m_IsForUs(message)) {
         return message;
     }
-    g_main_context_invoke(nullptr, s_Dispatch, new PendingCall{self, message});
-    return nullptr;  // the reference of the filter chain moves into PendingCall
+    {
+        std::lock_guard<std::mutex> lock(self->m_tPendingLock);
+        self->m_Pending.push_back(message);  // the filter chain's reference moves into the queue
+    }
+    g_main_context_invoke(nullptr, s_Drain, self);
+    return nullptr;
 }
 
-gboolean CBusStandIn::s_Dispatch(gpointer data) {
-    auto* call = static_cast<PendingCall*>(data);
-    call->standIn->m_Serve(call->message);
-    g_object_unref(call->message);
-    delete call;
+GDBusMessage* CBusStandIn::m_TakePending() {
+    std::lock_guard<std::mutex> lock(m_tPendingLock);
+    if (m_Pending.empty()) {
+        return nullptr;
+    }
+    GDBusMessage* message = m_Pending.front();
+    m_Pending.pop_front();
+    return message;
+}
+
+gboolean CBusStandIn::s_Drain(gpointer data) {
+    auto* self = static_cast<CBusStandIn*>(data);
+    while (GDBusMessage* message = self->m_TakePending()) {
+        self->m_Serve(message);
+        g_object_unref(message);
+    }
     return G_SOURCE_REMOVE;
 }
 
@@ -154,8 +164,9 @@ int CBusStandIn::Run() {
     g_dbus_connection_remove_filter(m_pConnection, filter);
     g_dbus_connection_flush_sync(m_pConnection, nullptr, nullptr);
     g_dbus_connection_close_sync(m_pConnection, nullptr, nullptr);
-    // Calls that the filter handed over but the loop did not serve yet are still queued on the context;
-    // once the connection is closed no further one can come.
+    // Calls that the filter handed over but the loop did not serve yet; once the connection is closed no
+    // further one can come. The invocations still queued on the context find the queue empty.
+    s_Drain(this);
     while (g_main_context_iteration(nullptr, FALSE)) {
     }
     return m_nExitStatus;

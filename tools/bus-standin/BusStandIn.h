@@ -8,7 +8,9 @@
 #include <gio/gio.h>
 #include <json/json.h>
 
+#include <deque>
 #include <functional>
+#include <mutex>
 #include <string>
 
 class CBusStandIn {
@@ -35,12 +37,14 @@ public:
 private:
     static GDBusMessage* s_Filter(GDBusConnection* connection, GDBusMessage* message, gboolean incoming,
                                   gpointer data);
-    static gboolean s_Dispatch(gpointer data);
+    static gboolean s_Drain(gpointer data);
     static void s_NameAcquired(GDBusConnection* connection, const gchar* name, gpointer data);
     static void s_NameLost(GDBusConnection* connection, const gchar* name, gpointer data);
     static gboolean s_Quit(gpointer data);
 
     bool m_IsForUs(GDBusMessage* message) const;
+    // The next call the filter handed over, or NULL.
+    GDBusMessage* m_TakePending();
     void m_Serve(GDBusMessage* message);
     void m_Answer(GDBusMessage* call, const Reply& reply);
 
@@ -52,4 +56,8 @@ private:
     GDBusConnection* m_pConnection = nullptr;
     GMainLoop* m_pLoop = nullptr;
     int m_nExitStatus = 0;
+    // Calls taken off the connection by the filter (GDBus's thread), served by the main thread in order.
+    // A lock of our own rather than GLib's hand-over, so that the hand-over is visible to ThreadSanitizer.
+    std::mutex m_tPendingLock;  // guards m_Pending
+    std::deque<GDBusMessage*> m_Pending;
 };
