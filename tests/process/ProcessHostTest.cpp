@@ -29,6 +29,16 @@ protected:
     void End() const {
         LaunchOk({"reset=end"});
         ASSERT_TRUE(WaitForAppExit()) << "tak-reset did not exit after reset=end";
+        ExpectNoSanitizerReport();
+    }
+
+    // A sanitizer build of tak-reset writes its reports (leaks at exit among them) to its log.
+    void ExpectNoSanitizerReport() const {
+        std::string log = TakResetLog();
+        for (const char* report : {"ERROR: AddressSanitizer", "ERROR: LeakSanitizer",
+                                   "runtime error:", "WARNING: ThreadSanitizer"}) {
+            EXPECT_EQ(log.find(report), std::string::npos) << report;
+        }
     }
 
     // Runs tak-reset in the foreground with one request on its command line; its exit status.
@@ -60,6 +70,7 @@ protected:
 TEST_F(ResetProcess, EndWithNoTaskDestroysTheLibraryObjectsInOrderAndExitsZero) {
     RunResult run = RunReset({"reset=end"});
     EXPECT_EQ(run.status, 0) << run.err;
+    ExpectNoSanitizerReport();
     std::vector<std::string> expected = {"QXCurlSSLLock",    "CreateConnector",  "CreateInstaller",
                                          "DestroyInstaller", "DestroyConnector", "QXCurlSSLUnLock"};
     EXPECT_EQ(LibraryMethods(), expected);
@@ -302,6 +313,7 @@ TEST_F(ResetProcessWithoutBus, LogsEveryFailedReportAndStillExitsZero) {
     ASSERT_TRUE(started);
     EXPECT_EQ(ended.status, 0) << ended.err;
     EXPECT_EQ(run.status, 0) << run.err;
+    ExpectNoSanitizerReport();
     std::string log = TakResetLog();
     size_t first = log.find("get sync system bus error ");
     ASSERT_NE(first, std::string::npos);

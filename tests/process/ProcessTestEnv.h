@@ -32,6 +32,19 @@ inline std::string LogSince(size_t mark) {
     return mark < log.size() ? log.substr(mark) : std::string();
 }
 
+// Polls the log until `text` appears after `mark`, or the time-out passes.
+inline bool WaitForLogSince(size_t mark, const std::string& text,
+                            std::chrono::milliseconds timeout = std::chrono::seconds(20)) {
+    auto deadline = std::chrono::steady_clock::now() + timeout;
+    while (LogSince(mark).find(text) == std::string::npos) {
+        if (std::chrono::steady_clock::now() >= deadline) {
+            return false;
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    }
+    return true;
+}
+
 // A fresh temporary host root, removed again when the object goes.
 class TempRoot {
 public:
