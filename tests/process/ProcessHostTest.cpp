@@ -140,6 +140,19 @@ TEST_F(ResetProcess, AnUnknownResetValueOrBadInputGetsNoReply) {
     EXPECT_NE(LogFind("has key[userdata] value[0]"), std::string::npos);
 }
 
+TEST_F(ResetProcess, SurvivesAClientRecordThatMakesNoValidBusName) {
+    LaunchOk({"reset=biu_service_reset", "userdata=9", "obj=no/such-client", "method=\xff\xfe"});
+    ASSERT_TRUE(WaitForLog("m_CheckCondition"));
+    End();
+    // The progress report cannot be addressed and fails with its log line; the inner server still
+    // gets the result.
+    EXPECT_NE(LogFind("method call false.org.freedesktop.DBus.Error.InvalidArgs"), std::string::npos);
+    std::vector<Json::Value> results = CallsOf("innerserver", "process_result");
+    ASSERT_EQ(results.size(), 1u);
+    EXPECT_EQ(results[0]["args"][0].asString(), "biu_service_reset_result");
+    EXPECT_EQ(results[0]["args"][2].asString(), "9");
+}
+
 TEST_F(ResetProcess, ReportsTheCookieAsSentAndZeroWhenAbsent) {
     LaunchOk({"reset=biu_app_reset", "userdata=-42"});
     // The built-in task answers its requester when it ends, here by the next request of its kind.
