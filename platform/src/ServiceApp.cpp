@@ -7,6 +7,7 @@
 #include <gio/gunixsocketaddress.h>
 #include <sys/file.h>
 #include <sys/stat.h>
+#include <sys/un.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -257,6 +258,11 @@ gboolean OnIncoming(GSocketService*, GSocketConnection* connection, GObject*, gp
 
 bool StartChannel() {
     std::string path = orvix::host::LaunchSocketPath(g_session.app);
+    if (path.size() >= sizeof(((struct sockaddr_un*)nullptr)->sun_path)) {
+        dlog_print(DLOG_ERROR, kTag, "cannot listen on %s: the root's path is too long for a socket",
+                   path.c_str());
+        return false;
+    }
     unlink(path.c_str());  // left by an instance that died; we hold the lock, so it is not in use
     g_session.cancellable = g_cancellable_new();
     g_session.service = g_socket_service_new();

@@ -73,8 +73,21 @@ inline RunResult RunProgram(const std::vector<std::string>& argv,
     gchar* err = nullptr;
     gint waitStatus = 0;
     GError* error = nullptr;
-    if (g_spawn_sync(nullptr, args.data(), envp, G_SPAWN_DEFAULT, nullptr, nullptr, &out, &err, &waitStatus,
-                     &error)) {
+    // A loaded machine running sanitizer builds may refuse a fork for a moment; that is not the test's fault.
+    bool spawned = false;
+    for (int attempt = 0; attempt < 5 && !spawned; ++attempt) {
+        g_clear_error(&error);
+        spawned = g_spawn_sync(nullptr, args.data(), envp, G_SPAWN_DEFAULT, nullptr, nullptr, &out, &err,
+                               &waitStatus, &error);
+        if (!spawned && !g_error_matches(error, G_SPAWN_ERROR, G_SPAWN_ERROR_FORK) &&
+            !g_error_matches(error, G_SPAWN_ERROR, G_SPAWN_ERROR_NOMEM)) {
+            break;
+        }
+        if (!spawned) {
+            std::this_thread::sleep_for(100ms);
+        }
+    }
+    if (spawned) {
         result.status = WIFEXITED(waitStatus) ? WEXITSTATUS(waitStatus) : -1;
         result.out = out != nullptr ? out : "";
         result.err = err != nullptr ? err : "";
