@@ -342,3 +342,21 @@ TEST_F(AnAppsReset, FinishesWhenAnUninstallFailsAndLeavesThatAppInstalled) {
     EXPECT_EQ(packages.find("org.test.good"), std::string::npos) << packages;
     EXPECT_EQ(CountInLog("uninstall callback appid bad "), 1u);
 }
+
+TEST_F(AnAppsReset, TakesAppIdsWithQuotesBlanksAndNonAsciiText) {
+    const std::vector<std::string> ids = {"a \"quoted\" id", "with  blanks ", "тест-应用-✓", "back\\slash"};
+    AddApps({{ids[0]}, {ids[1]}, {ids[2]}, {ids[3]}});
+    Start({"reset=tak_app_reset"});
+    ASSERT_TRUE(WaitForResult("tak_app_reset_result"));
+    EndProcess();
+    EXPECT_EQ(Sorted(Requested()), Sorted(ids));
+    std::vector<std::string> removed;
+    for (const auto& call : CallsOf("innerserver", "remove_app")) {
+        removed.push_back(call["args"][0].asString());
+    }
+    EXPECT_EQ(Sorted(removed), Sorted(ids));
+    for (const auto& id : ids) {
+        EXPECT_EQ(CountInLog("removed appid " + id + " "), 1u) << id;
+    }
+    EXPECT_EQ(Results("tak_app_reset_result").size(), 1u);
+}
