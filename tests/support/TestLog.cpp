@@ -1,0 +1,32 @@
+#include "TestLog.h"
+
+#include <fstream>
+#include <iterator>
+
+namespace orvix::test {
+
+namespace {
+std::string g_LogPath;
+}
+
+void SetPlatformLogPath(const std::string& path) {
+    g_LogPath = path;
+}
+
+const std::string& PlatformLogPath() {
+    return g_LogPath;
+}
+
+std::string ReadWholeFile(const std::string& path) {
+    std::ifstream in(path, std::ios::binary);
+    return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+}
+
+LogMark::LogMark() : m_Offset(ReadWholeFile(g_LogPath).size()) {}
+
+std::string LogMark::Text() const {
+    std::string all = ReadWholeFile(g_LogPath);
+    return m_Offset <= all.size() ? all.substr(m_Offset) : std::string();
+}
+
+}  // namespace orvix::test

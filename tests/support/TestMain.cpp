@@ -1,0 +1,32 @@
+// The main() of every test program that does not bring its own.
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <string>
+
+namespace orvix::test {
+void SetPlatformLogPath(const std::string& path);
+}
+
+int main(int argc, char** argv) {
+    char path[] = "/tmp/tak_test_log_XXXXXX";
+    int fd = mkstemp(path);
+    if (fd < 0) {
+        perror("mkstemp");
+        return 2;
+    }
+    close(fd);
+    orvix::test::SetPlatformLogPath(path);
+    setenv("ORVIX_LOG_FILE", path, 1);
+    setenv("ORVIX_LOG_LEVEL", "D", 1);
+    ::testing::InitGoogleTest(&argc, argv);
+    int result = RUN_ALL_TESTS();
+    if (result != 0) {
+        fprintf(stderr, "platform log of this run: %s\n", path);
+    } else {
+        unlink(path);
+    }
+    return result;
+}
