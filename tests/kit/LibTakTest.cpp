@@ -79,6 +79,11 @@ protected:
         if (m_handle != nullptr) {
             EXPECT_EQ(dlclose(m_handle), 0);
             m_handle = nullptr;
+            void* still = dlopen(LibraryPath().c_str(), RTLD_LAZY | RTLD_NOLOAD);
+            EXPECT_EQ(still, nullptr) << "the library cannot be unloaded";
+            if (still != nullptr) {
+                dlclose(still);
+            }
         }
     }
 
