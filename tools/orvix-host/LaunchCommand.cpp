@@ -122,12 +122,12 @@ Start StartInstance(const std::string& program, const std::string& app, const La
     return started;
 }
 
-bool ReadExtraFiles(gchar** specs, LaunchExtras& extras, std::string& error) {
-    for (gchar** spec = specs; spec != nullptr && *spec != nullptr; ++spec) {
+bool ReadExtraFiles(gchar** extraFiles, LaunchExtras& extras, std::string& error) {
+    for (gchar** item = extraFiles; item != nullptr && *item != nullptr; ++item) {
         std::string key;
         std::string path;
-        if (!ParseLaunchArgument(*spec, key, path)) {
-            error = std::string("malformed --extra-file '") + *spec + "' (expected KEY=PATH)";
+        if (!ParseLaunchArgument(*item, key, path)) {
+            error = std::string("malformed --extra-file '") + *item + "' (expected KEY=PATH)";
             return false;
         }
         gchar* contents = nullptr;
