@@ -1,12 +1,10 @@
 // What the apps-reset integration tests share: a root with no seeded apps (each test installs exactly the
-// apps it needs through the stand-in daemon), settings and configuration helpers, and readers of what the
-// reset did (uninstall requests, results, log lines, files).
+// apps it needs through the stand-in daemon), settings helpers, and readers of what the reset did.
 #pragma once
 
-#include <sys/stat.h>
-
-#include <cstdio>
+#include <filesystem>
 #include <fstream>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -16,74 +14,66 @@
 
 namespace reset_test {
 
-struct AppSpec {
+namespace fs = std::filesystem;
+using Lines = std::vector<std::string>;
+
+struct TestApp {
     std::string id;
     int type = 1;
     bool disableReset = false;
     bool front = false;
 };
 
+inline size_t Count(const std::string& text, const std::string& what) {
+    size_t count = 0;
+    for (size_t at = text.find(what); at != std::string::npos; at = text.find(what, at + what.size())) {
+        ++count;
+    }
+    return count;
+}
+
 class ResetFixture : public orvix::test::HostFixture {
 protected:
     std::vector<std::string> InitArguments() const override { return {"--apps", "0", "--builtin", "0"}; }
 
-    void TearDown() override {
-        if (m_bus != nullptr) {
-            g_object_unref(m_bus);
-            m_bus = nullptr;
+    // One call to the stand-in daemon; its "(i)" answer, or -1. One connection serves a whole test, as
+    // connecting is slow next to a call.
+    int InnerServer(const char* method, GVariant* parameters) const {
+        if (!m_bus) {
+            m_bus.reset(ConnectToBus());
         }
-        HostFixture::TearDown();
-    }
-
-    // One call to the stand-in daemon; its "(i)" answer, or -1.
-    int InnerServer(const char* method, GVariant* parameters) {
-        if (m_bus == nullptr) {
-            m_bus = ConnectToBus();
-        }
-        GError* error = nullptr;
-        GVariant* reply = g_dbus_connection_call_sync(
-            m_bus, "org.orvix.tv.vardell.innerserver", "/org/orvix/tv/vardell/innerserver",
+        g_autoptr(GError) error = nullptr;
+        g_autoptr(GVariant) reply = g_dbus_connection_call_sync(
+            m_bus.get(), "org.orvix.tv.vardell.innerserver", "/org/orvix/tv/vardell/innerserver",
             "org.orvix.tv.vardell.innerserver.interface", method, parameters, G_VARIANT_TYPE("(i)"),
             G_DBUS_CALL_FLAGS_NONE, 20000, nullptr, &error);
+        EXPECT_EQ(error, nullptr) << method << ": " << (error != nullptr ? error->message : "");
         int result = -1;
         if (reply != nullptr) {
             g_variant_get(reply, "(i)", &result);
-            g_variant_unref(reply);
         }
-        EXPECT_EQ(error, nullptr) << method << ": " << (error != nullptr ? error->message : "");
-        g_clear_error(&error);
         return result;
     }
 
-    void AddApps(const std::vector<AppSpec>& apps) {
+    void AddApps(const std::vector<TestApp>& apps) const {
         int index = 1;
-        for (const AppSpec& spec : apps) {
+        for (const TestApp& wanted : apps) {
             _APPINFO_T app;
-            app.id = spec.id;
+            app.id = wanted.id;
             app.app_index = index++;
-            app.title = "App " + spec.id;
+            app.title = "App " + wanted.id;
             app.pkgname = "org.test." + std::to_string(app.app_index);
-            app.app_type = spec.type;
-            app.reserved_tinyint_1 = spec.disableReset ? 1 : 0;
-            app.reserved_tinyint_2 = spec.front ? 1 : 0;
+            app.app_type = wanted.type;
+            app.reserved_tinyint_1 = wanted.disableReset ? 1 : 0;
+            app.reserved_tinyint_2 = wanted.front ? 1 : 0;
             app.install_state = 3;
             std::string json = CAppDBInfo::m_MakeAppInfoJson(app);
-            ASSERT_EQ(InnerServer("set_app_info", g_variant_new("(isi)", 2, json.c_str(), 0)), 1) << spec.id;
+            ASSERT_EQ(InnerServer("set_app_info", g_variant_new("(isi)", 2, json.c_str(), 0)), 1)
+                << wanted.id;
         }
     }
 
-    // Plain apps named <prefix>000, <prefix>001, ...
-    void AddPlainApps(const std::string& prefix, int count) {
-        std::vector<AppSpec> apps;
-        for (int i = 0; i < count; ++i) {
-            char id[64];
-            snprintf(id, sizeof(id), "%s%03d", prefix.c_str(), i);
-            apps.push_back({id});
-        }
-        AddApps(apps);
-    }
-
-    void SetConfig(const std::string& key, const std::string& value) {
+    void SetConfig(const std::string& key, const std::string& value) const {
         ASSERT_EQ(InnerServer("update_config_table", g_variant_new("(ss)", key.c_str(), value.c_str())), 1);
     }
 
@@ -95,31 +85,40 @@ protected:
     std::string Setting(const std::string& key) const {
         orvix::test::RunResult get = Host({"settings", "get", key});
         EXPECT_EQ(get.status, 0) << key << ": " << get.err;
-        std::string value = get.out;
-        while (!value.empty() && value.back() == '\n') {
-            value.pop_back();
-        }
-        return value;
+        return get.out.substr(0, get.out.find_last_not_of('\n') + 1);
     }
 
     // The app ids of the uninstall requests, in the order they were made.
-    std::vector<std::string> Requested() const {
-        std::vector<std::string> ids;
+    Lines Requested() const {
+        Lines ids;
         for (const auto& call : CallsOf("libtak_common", "UninstallAppAPI")) {
             ids.push_back(call["args"][0]["appkey"].asString());
         }
         return ids;
     }
 
-    // "process_result" calls with one result name.
-    std::vector<Json::Value> Results(const std::string& name) const {
-        std::vector<Json::Value> results;
-        for (const auto& call : CallsOf("innerserver", "process_result")) {
-            if (call["args"][0].asString() == name) {
-                results.push_back(call);
+    // The arguments of one recorder's calls of a method, as JSON lines.
+    Lines ArgsOf(const std::string& who, const std::string& method) const {
+        Lines args;
+        for (const auto& call : CallsOf(who, method)) {
+            args.push_back(orvix::host::JsonLine(call["args"]));
+        }
+        return args;
+    }
+
+    // The "process_result" calls with one result name.
+    Lines Results(const std::string& name) const {
+        Lines results;
+        for (const auto& line : ArgsOf("innerserver", "process_result")) {
+            if (line.rfind("[\"" + name + "\",", 0) == 0) {
+                results.push_back(line);
             }
         }
         return results;
+    }
+    // The one result line a reset reports.
+    static Lines One(const std::string& name, const std::string& cookie) {
+        return {"[\"" + name + "\",1,\"" + cookie + "\",\"\"]"};
     }
 
     bool WaitForResult(const std::string& name, size_t count = 1) const {
@@ -127,7 +126,6 @@ protected:
                                       std::chrono::seconds(60));
     }
 
-    // Launches a reset and fails the test when the request is not delivered.
     void Start(const std::vector<std::string>& extras) const {
         orvix::test::RunResult launched = Launch(extras);
         ASSERT_EQ(launched.status, 0) << launched.err;
@@ -142,15 +140,14 @@ protected:
         EXPECT_EQ(CountInLog("runtime error:"), 0u);
     }
 
-    size_t CountInLog(const std::string& text) const {
-        std::string log = TakResetLog();
-        size_t count = 0;
-        for (size_t at = log.find(text); at != std::string::npos; at = log.find(text, at + text.size())) {
-            ++count;
-        }
-        return count;
+    // Starts a reset, waits for its result (the count-th one), then ends the process.
+    void RunToEnd(const std::vector<std::string>& extras, const std::string& result, size_t count = 1) const {
+        Start(extras);
+        EXPECT_TRUE(!HasFatalFailure() && WaitForResult(result, count)) << "no " << result;
+        EndProcess();
     }
 
+    size_t CountInLog(const std::string& text) const { return Count(TakResetLog(), text); }
     // Where a text first appears in the log (npos when it does not).
     size_t LogPosition(const std::string& text) const { return TakResetLog().find(text); }
 
@@ -158,29 +155,37 @@ protected:
         return orvix::host::PathVariable(variable) + "/vardell/" + sub;
     }
 
-    static bool Exists(const std::string& path) {
-        struct stat st {};
-        return lstat(path.c_str(), &st) == 0;
-    }
-
+    static bool Exists(const std::string& path) { return fs::exists(fs::symlink_status(path)); }
     // True when the directory exists and holds nothing.
     static bool IsEmptyDir(const std::string& path) {
-        GDir* dir = g_dir_open(path.c_str(), 0, nullptr);
-        if (dir == nullptr) {
-            return false;
-        }
-        bool empty = g_dir_read_name(dir) == nullptr;
-        g_dir_close(dir);
-        return empty;
+        std::error_code error;
+        return fs::is_directory(path, error) && fs::is_empty(path, error);
     }
-
     static void Plant(const std::string& path) {
-        orvix::host::MakeDirs(path.substr(0, path.rfind('/')));
+        fs::create_directories(fs::path(path).parent_path());
         std::ofstream(path) << "planted\n";
     }
 
+    // The directories every reset empties are empty, and the backup file is gone; a Corvane reset
+    // empties "system_app/" too.
+    static void ExpectEmptied(bool corvane) {
+        std::vector<std::string> dirs = {
+            ServiceDir(2, "common"), ServiceDir(2, "appupdate"), ServiceDir(27, "preinstallrecovery"),
+            ServiceDir(27, "clone"), ServiceDir(27, "RM"),       ServiceDir(27, "appupdate/package")};
+        if (corvane) {
+            dirs.push_back(ServiceDir(27, "system_app"));
+        }
+        for (int variable = 66; variable <= 74; ++variable) {
+            dirs.push_back(orvix::host::PathVariable(variable));
+        }
+        for (const auto& dir : dirs) {
+            EXPECT_TRUE(IsEmptyDir(dir)) << dir;
+        }
+        EXPECT_FALSE(Exists(ServiceDir(27, "bnr_backup/bnr_backup.json")));
+    }
+
 private:
-    GDBusConnection* m_bus = nullptr;
+    mutable std::unique_ptr<GDBusConnection, void (*)(gpointer)> m_bus{nullptr, g_object_unref};
 };
 
 }  // namespace reset_test
