@@ -1,65 +1,62 @@
-// orvix-host's own rules: what init refuses to wipe, the package records, path variables, the records it
-// prints.
+// orvix-host's own rules (what init refuses to wipe, the package records, path variables, system flags,
+// the records it prints) and the stand-ins that `up` starts on the private bus.
 #include <gtest/gtest.h>
-#include <sys/stat.h>
+#include <signal.h>
 
 #include <fstream>
 
 #include "HostFixture.h"
 #include "platform_path.h"
+#include "system_info.h"
 
 namespace {
 
-using orvix::test::HostFixture;
+using orvix::host::JsonLine;
 using orvix::test::ReadWholeFile;
-using orvix::test::RunProgram;
 using orvix::test::RunResult;
 
-class OrvixHost : public HostFixture {
+class OrvixHost : public orvix::test::HostFixture {
 protected:
     bool StartsBus() const override { return false; }
+
+    // Each refused with status 2 and one line.
+    void ExpectRefused(const std::vector<std::vector<std::string>>& commands) const {
+        for (const auto& command : commands) {
+            RunResult result = Host(command);
+            EXPECT_EQ(result.status, 2) << command.back();
+            EXPECT_EQ(std::count(result.err.begin(), result.err.end(), '\n'), 1) << result.err;
+        }
+    }
+    bool Flag(const char* name) {
+        bool value = true;
+        EXPECT_EQ(system_info_get_platform_bool(name, &value), SYSTEM_INFO_ERROR_NONE);
+        return value;
+    }
 };
 
-TEST_F(OrvixHost, InitNeverEmptiesADirectoryItDidNotMake) {
-    char pattern[] = "/tmp/orvix-foreign-XXXXXX";
-    ASSERT_NE(mkdtemp(pattern), nullptr);
-    std::string foreign = pattern;
-    std::ofstream(foreign + "/precious.txt") << "keep me";
-    RunResult result = RunProgram({OrvixHostPath(), "init"}, {{"ORVIX_HOST_ROOT", foreign}});
-    EXPECT_EQ(result.status, 2);
-    EXPECT_NE(result.err.find("refusing"), std::string::npos) << result.err;
-    EXPECT_EQ(ReadWholeFile(foreign + "/precious.txt"), "keep me");
-    RunProgram({"/bin/rm", "-rf", foreign});
-}
-
-TEST_F(OrvixHost, InitMakesAFreshRootAgainButNotWhileItsProcessesRun) {
+TEST_F(OrvixHost, InitMakesAFreshRootButNeverWipesAForeignDirectoryOrARunningRoot) {
     std::string stray = orvix::host::PathVariable(27) + "/vardell/clone/left-over.dat";
     std::ofstream(stray) << "x";
     ASSERT_EQ(Host({"init", "--apps", "2"}).status, 0);
     EXPECT_NE(access(stray.c_str(), F_OK), 0);
     EXPECT_EQ(ReadWholeFile(orvix::host::PathVariable(27) + "/vardell/clone/sample.dat"), "sample\n");
     EXPECT_EQ(ReadWholeFile(orvix::host::PathVariable(66) + "/nested/inner.dat"), "inner\n");
-    EXPECT_EQ(access((Root() + "/usr/lib64/libtak_common.so").c_str(), R_OK), 0);
-    EXPECT_EQ(access((Root() + "/bin/takutility").c_str(), X_OK), 0);
-    EXPECT_EQ(access((Root() + "/usr/bin/takutility").c_str(), X_OK), 0);
+
+    char foreign[] = "/tmp/orvix-foreign-XXXXXX";
+    ASSERT_NE(mkdtemp(foreign), nullptr);
+    std::ofstream(std::string(foreign) + "/precious.txt") << "keep me";
+    RunResult refused = orvix::test::RunProgram({OrvixHostPath(), "init"}, {{"ORVIX_HOST_ROOT", foreign}});
+    EXPECT_EQ(refused.status, 2);
+    EXPECT_NE(refused.err.find("refusing"), std::string::npos) << refused.err;
+    EXPECT_EQ(ReadWholeFile(std::string(foreign) + "/precious.txt"), "keep me");
+    orvix::test::RunProgram({"/bin/rm", "-rf", foreign});
 
     ASSERT_EQ(Host({"up"}).status, 0);
     RunResult busy = Host({"init"});
     EXPECT_EQ(busy.status, 2);
     EXPECT_NE(busy.err.find("orvix-host down"), std::string::npos) << busy.err;
     EXPECT_EQ(access((Root() + "/run/env").c_str(), F_OK), 0) << "a refused init changed the root";
-    EXPECT_EQ(Host({"init", "--apps", "-1"}).status, 2);
-    EXPECT_EQ(Host({"init", "extra"}).status, 2);
-}
-
-TEST_F(OrvixHost, PathPrintsTheDirectoryOfAVariable) {
-    RunResult result = Host({"path", "24"});
-    EXPECT_EQ(result.status, 0);
-    EXPECT_EQ(result.out, Root() + "/home/owner\n");
-    EXPECT_EQ(Host({"path", "7"}).out, std::string(platform_path_get(7)) + "\n");
-    for (const char* bad : {"5", "x", "", "24x"}) {
-        EXPECT_EQ(Host({"path", bad}).status, 2) << bad;
-    }
+    ExpectRefused({{"init", "--apps", "-1"}, {"init", "extra"}});
 }
 
 TEST_F(OrvixHost, PackagesKeepMetadataInDeclarationOrder) {
@@ -68,55 +65,24 @@ TEST_F(OrvixHost, PackagesKeepMetadataInDeclarationOrder) {
                     "k1=v1", "--meta", "k0=a=b",       "--meta",    "k1=v2",  "--category",  "c1"})
                   .status,
               0);
-    RunResult list = Host({"pkg", "list"});
-    ASSERT_EQ(list.status, 0);
-    Json::Value package;
-    std::istringstream lines(list.out);
-    std::string line;
-    bool found = false;
-    while (std::getline(lines, line)) {
-        std::istringstream in(line);
-        Json::CharReaderBuilder builder;
-        std::string errors;
-        ASSERT_TRUE(Json::parseFromStream(builder, in, &package, &errors)) << line;
-        if (package["pkgid"] == "org.orvix.tv") {
-            found = true;
-            break;
-        }
-    }
-    ASSERT_TRUE(found) << list.out;
-    EXPECT_EQ(package["version"], "3.1");
-    EXPECT_EQ(package["removable"], false);
-    EXPECT_EQ(package["mainapp"], "tv.main");
-    EXPECT_EQ(orvix::host::JsonLine(package["apps"][1]["metadata"]),
-              R"([["k1","v1"],["k0","a=b"],["k1","v2"]])");
-    EXPECT_EQ(package["apps"][1]["categories"][0], "c1");
-    EXPECT_EQ(package["apps"][0]["metadata"].size(), 0u);
-
-    EXPECT_EQ(Host({"pkg", "add", "org.bad", "--main", "nope"}).status, 2);
-    EXPECT_EQ(Host({"pkg", "add", "org.bad", "--meta", "novalue"}).status, 2);
-    EXPECT_EQ(Host({"pkg", "add", "org.bad", "--removable", "maybe"}).status, 2);
+    EXPECT_NE(Host({"pkg", "list"})
+                  .out.find(R"({"apps":[{"appid":"tv.a","categories":[],"metadata":[]},{"appid":"tv.main",)"
+                            R"("categories":["c1"],"metadata":[["k1","v1"],["k0","a=b"],["k1","v2"]]}],)"
+                            R"("builtin":false,"mainapp":"tv.main","pkgid":"org.orvix.tv","removable":false,)"
+                            R"("type":"tpk","version":"3.1"})"),
+              std::string::npos);
+    ExpectRefused(
+        {{"pkg", "add", "org.bad", "--main", "nope"}, {"pkg", "add", "org.bad", "--meta", "novalue"}});
+    ExpectRefused({{"pkg", "add", "org.bad", "--removable", "maybe"}});
+    EXPECT_EQ(Host({"pkg", "list"}).out.find("org.bad"), std::string::npos);
     EXPECT_EQ(Host({"pkg", "remove", "org.orvix.tv"}).status, 0);
     EXPECT_EQ(Host({"pkg", "remove", "org.orvix.tv"}).status, 1);
     EXPECT_EQ(Host({"pkg", "list"}).out.find("org.orvix.tv"), std::string::npos);
 }
 
-TEST_F(OrvixHost, InitRecordsEveryAppAndBuiltInApp) {
-    RunResult list = Host({"pkg", "list"});
-    size_t builtIn = 0;
-    size_t downloaded = 0;
-    std::istringstream lines(list.out);
-    std::string line;
-    while (std::getline(lines, line)) {
-        (line.find("\"builtin\":true") != std::string::npos ? builtIn : downloaded) += 1;
-    }
-    EXPECT_EQ(builtIn, 2u);
-    EXPECT_EQ(downloaded, 3u);
-    EXPECT_NE(list.out.find(R"(["http://orvix.com/tv/metadata/prefer_instant_reset","true"])"),
-              std::string::npos);
-}
-
-TEST_F(OrvixHost, CallsAndLogPrintWhatWasRecorded) {
+TEST_F(OrvixHost, PathCallsAndLogPrintWhatTheyAreAskedFor) {
+    EXPECT_EQ(Host({"path", "24"}).out, Root() + "/home/owner\n");
+    EXPECT_EQ(Host({"path", "7"}).out, std::string(platform_path_get(7)) + "\n");
     orvix::host::RecordCall("innerserver", "process_result", Json::Value(Json::arrayValue), ":1.9");
     RunResult calls = Host({"calls"});
     EXPECT_EQ(calls.status, 0);
@@ -124,8 +90,105 @@ TEST_F(OrvixHost, CallsAndLogPrintWhatWasRecorded) {
     EXPECT_NE(calls.out.find("\"sender\":\":1.9\""), std::string::npos);
     std::ofstream(Root() + "/var/log/tak-reset.log") << "a line\n";
     EXPECT_EQ(Host({"log"}).out, "a line\n");
-    EXPECT_EQ(Host({"log", "../etc/sysinfo"}).status, 2);
-    EXPECT_EQ(Host({"calls", "extra"}).status, 2);
+    ExpectRefused({{"path", "5"}, {"path", "x"}, {"path", ""}, {"path", "24x"}});
+    ExpectRefused({{"log", "../etc/sysinfo"}, {"calls", "extra"}});
+}
+
+TEST_F(OrvixHost, FlagsFollowSysinfoSetWhichRefusesBadValuesAndAnythingButABooleanReadsFalse) {
+    SetSystemFlag("robot_product.support", true);
+    EXPECT_TRUE(Flag("robot_product.support"));
+    EXPECT_FALSE(Flag("android_on_orvix.support"));
+    EXPECT_EQ(Host({"sysinfo", "get", "robot_product.support"}).out, "true\n");
+    std::string file = Root() + "/etc/sysinfo.ini";
+    std::string before = ReadWholeFile(file);
+    ExpectRefused(
+        {{"sysinfo", "set", "a.b", "yes"}, {"sysinfo", "set", "a.b", "TRUE"}, {"sysinfo", "set", "a.b"}});
+    ExpectRefused({{"sysinfo", "set", "bad=name", "true"}, {"sysinfo", "toggle", "a.b"}});
+    EXPECT_EQ(ReadWholeFile(file), before);
+    std::ofstream(file, std::ios::trunc) << "[flags]\nrobot_product.support=maybe\n";
+    EXPECT_FALSE(Flag("robot_product.support"));
+    unlink(file.c_str());
+    EXPECT_FALSE(Flag("robot_product.support"));
+    bool value = false;
+    EXPECT_EQ(system_info_get_platform_bool(nullptr, &value), SYSTEM_INFO_ERROR_INVALID_PARAMETER);
+    EXPECT_EQ(system_info_get_platform_bool("x", nullptr), SYSTEM_INFO_ERROR_INVALID_PARAMETER);
+}
+
+class StandIns : public orvix::test::HostFixture {
+protected:
+    // The reply's type (the error's message when the call fails) and its "(i)" result.
+    std::string CallInner(const char* method, GVariant* parameters, int* result) {
+        GDBusConnection* connection = ConnectToBus();
+        if (connection == nullptr) {
+            return "<no bus>";
+        }
+        GError* error = nullptr;
+        GVariant* reply = g_dbus_connection_call_sync(
+            connection, "org.orvix.tv.vardell.innerserver", "/org/orvix/tv/vardell/innerserver",
+            "org.orvix.tv.vardell.innerserver.interface", method, parameters, nullptr, G_DBUS_CALL_FLAGS_NONE,
+            20000, nullptr, &error);
+        g_object_unref(connection);
+        std::string type = reply != nullptr ? g_variant_get_type_string(reply) : error->message;
+        g_clear_error(&error);
+        if (type == "(i)") {
+            g_variant_get(reply, "(i)", result);
+        }
+        g_clear_pointer(&reply, g_variant_unref);
+        return type;
+    }
+};
+
+TEST_F(StandIns, InnerServerAnswersEveryMethodAndRecordsEachCall) {
+    struct Case {
+        const char* method;
+        GVariant* parameters;
+        const char* type;
+        int result;
+    };
+    const Case cases[] = {
+        {"process_result", g_variant_new("(siss)", "tak_app_reset_result", 1, "-42", ""), "(i)", 1},
+        {"reset_config_table", nullptr, "(i)", 1},
+        {"reset_app_user_data", nullptr, "(i)", 1},
+        {"reset_for_corvane_reset", nullptr, "(i)", 1},
+        {"truncate_widgetinfo_table", g_variant_new("(i)", 1), "(i)", 1},
+        {"update_config_table", g_variant_new("(ss)", "RESET_TYPE", "1"), "(i)", 1},
+        {"sub_process_copy_server_icons", g_variant_new("(ss)", "/tmp/mount/", "/tmp/icons"), "(i)", 0},
+        {"no_such_method", g_variant_new("(sai)", "x", nullptr), "()", -1},
+    };
+    std::vector<std::string> methods;
+    for (const auto& c : cases) {
+        int result = -1;
+        EXPECT_EQ(CallInner(c.method, c.parameters, &result), c.type) << c.method;
+        EXPECT_EQ(result, c.result) << c.method;
+        methods.push_back(c.method);
+    }
+    ASSERT_EQ(MethodsOf("innerserver"), methods);
+    auto calls = CallsOf("innerserver");
+    EXPECT_EQ(JsonLine(calls[0]["args"]), R"(["tak_app_reset_result",1,"-42",""])");
+    EXPECT_EQ(calls[0]["signature"], "siss");
+    EXPECT_EQ(calls[0]["sender"].asString().front(), ':');
+    EXPECT_EQ(JsonLine(calls.back()["args"]), R"(["x",[]])");
+}
+
+TEST_F(StandIns, UpLeavesWhatRunsAloneAndRestartsWhatDied) {
+    std::string pidFile = Root() + "/run/pids/innerserver.pid";
+    std::string before = ReadWholeFile(pidFile);
+    RunResult again = Host({"up"});
+    EXPECT_EQ(again.status, 0);
+    EXPECT_EQ(again.out, "export DBUS_SYSTEM_BUS_ADDRESS=" + BusAddress() + "\n");
+    EXPECT_EQ(ReadWholeFile(Root() + "/run/env"), again.out);
+    EXPECT_EQ(ReadWholeFile(pidFile), before);
+
+    orvix::host::ProcessId inner;
+    ASSERT_TRUE(orvix::host::ReadPidFile(pidFile, inner));
+    kill(inner.pid, SIGKILL);
+    ASSERT_TRUE(orvix::test::WaitUntil([&] { return !orvix::host::IsRunning(inner); }));
+    RunResult up = Host({"up"});
+    ASSERT_EQ(up.status, 0) << up.err;
+    EXPECT_NE(ReadWholeFile(pidFile), before);
+    int result = 0;
+    EXPECT_EQ(CallInner("reset_config_table", nullptr, &result), "(i)");
+    EXPECT_EQ(result, 1);
 }
 
 }  // namespace

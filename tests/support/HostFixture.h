@@ -29,6 +29,7 @@
 #include <utility>
 #include <vector>
 
+#include "TestLog.h"
 #include "orvix_calls.h"
 #include "orvix_host.h"
 #include "orvix_launch.h"
@@ -103,13 +104,6 @@ inline RunResult RunProgram(const std::vector<std::string>& argv,
     g_free(err);
     g_strfreev(envp);
     return result;
-}
-
-inline std::string ReadWholeFile(const std::string& path) {
-    std::ifstream in(path, std::ios::binary);
-    std::stringstream text;
-    text << in.rdbuf();
-    return text.str();
 }
 
 class HostFixture : public ::testing::Test {
