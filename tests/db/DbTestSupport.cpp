@@ -1,215 +1,110 @@
 #include "DbTestSupport.h"
 
 #include <orvix_host.h>
-#include <sys/stat.h>
+#include <sqlite3.h>
 #include <unistd.h>
 
-#include <cstdlib>
-#include <fstream>
-#include <sstream>
-#include <thread>
+#include <filesystem>
+#include <memory>
 
-#include "TAKDBConnection.h"
 #include "TAKDBSchema.h"
 #include "WidgetInfoDB.h"
 
 namespace dbtest {
 
-std::string& LogPath();  // set by main()
-
 namespace {
 
-std::string ReadLog() {
-    return ReadFile(LogPath());
+using Db = std::unique_ptr<sqlite3, int (*)(sqlite3*)>;
+
+// A failed open still gives a handle, on which every later call fails.
+Db Open(const std::string& path, int flags = SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE) {
+    sqlite3* db = nullptr;
+    sqlite3_open_v2(path.c_str(), &db, flags, nullptr);
+    return Db(db, sqlite3_close);
 }
 
-// An open connection of the test's own, closed when it goes.
-class Handle {
-public:
-    explicit Handle(const std::string& path, int flags = SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE) {
-        if (sqlite3_open_v2(path.c_str(), &m_pDb, flags, nullptr) != SQLITE_OK) {
-            sqlite3_close(m_pDb);
-            m_pDb = nullptr;
-        }
-    }
-    ~Handle() { sqlite3_close(m_pDb); }
-    sqlite3* Get() const { return m_pDb; }
-
-private:
-    sqlite3* m_pDb = nullptr;
-};
-
-bool Exec(sqlite3* db, const std::string& sql) {
-    return db != nullptr && sqlite3_exec(db, sql.c_str(), nullptr, nullptr, nullptr) == SQLITE_OK;
-}
-
-}  // namespace
-
-LogMark::LogMark() : m_Offset(ReadLog().size()) {}
-
-std::string LogMark::Text() const {
-    std::string all = ReadLog();
-    return m_Offset <= all.size() ? all.substr(m_Offset) : std::string();
-}
-
-int LogMark::CountMessages(const std::string& text) const {
-    std::istringstream lines(Text());
-    std::string line;
-    const std::string ending = "> " + text + "\033[0m";
-    int count = 0;
-    while (std::getline(lines, line)) {
-        if (line.size() >= ending.size() &&
-            line.compare(line.size() - ending.size(), ending.size(), ending) == 0) {
-            ++count;
-        }
-    }
-    return count;
-}
-
-bool WaitUntil(const std::function<bool()>& condition, std::chrono::milliseconds timeout) {
-    auto deadline = std::chrono::steady_clock::now() + timeout;
-    while (!condition()) {
-        if (std::chrono::steady_clock::now() > deadline) {
-            return false;
-        }
-        std::this_thread::sleep_for(std::chrono::milliseconds(5));
-    }
-    return true;
-}
-
-TempRoot::TempRoot() {
-    char pattern[] = "/tmp/test_db_root_XXXXXX";
-    const char* made = mkdtemp(pattern);
-    m_Path = made != nullptr ? made : "";
-    orvix::host::SetRoot(m_Path);
-    orvix::host::MakeDirs(orvix::host::PathVariable(24));
-    orvix::host::MakeDirs(CTAKDBConnection::GetBackupDir());
-    InstallTakUtility();
-}
-
-TempRoot::~TempRoot() {
-    if (m_Path.empty() || getenv("DB_TEST_KEEP_ROOT") != nullptr) {
-        return;
-    }
-    std::string command = "rm -rf '" + m_Path + "'";
-    if (system(command.c_str()) != 0) {
-        fprintf(stderr, "could not remove %s\n", m_Path.c_str());
-    }
-}
-
-bool TempRoot::InstallTakUtility() const {
-    const std::string built = std::string(TAK_BINARY_DIR) + "/tools/takutility/takutility";
-    if (access(built.c_str(), X_OK) != 0) {
-        return false;
-    }
-    bool ok = true;
-    for (const char* device : {"/bin/takutility", "/usr/bin/takutility"}) {
-        std::string target = orvix::host::FixedPath(device);
-        orvix::host::MakeDirs(target.substr(0, target.rfind('/')));
-        unlink(target.c_str());
-        ok = symlink(built.c_str(), target.c_str()) == 0 && ok;
-    }
-    return ok;
-}
-
-std::string DBPath() {
-    return CTAKDBConnection::GetDBPath();
-}
-std::string JournalPath() {
-    return CTAKDBConnection::GetJournalPath();
-}
-std::string BackupDBPath() {
-    return CTAKDBConnection::GetBackupDir() + ".vardell.db";
-}
-
-bool CreateDatabase(const std::string& path) {
-    Handle db(path);
-    return db.Get() != nullptr && TAKDBSchema::Create(db.Get());
-}
-
-bool ExecSql(const std::string& path, const std::string& sql) {
-    Handle db(path);
-    return Exec(db.Get(), sql);
-}
-
-bool InsertApps(const std::string& path, const std::vector<_APPINFO_T>& apps) {
-    Handle db(path);
+// The first two columns of every row ("<null>" for NULL), keyed by the first.
+std::vector<std::pair<std::string, std::string>> Rows(const std::string& path, const char* sql) {
+    std::vector<std::pair<std::string, std::string>> rows;
+    Db db = Open(path, SQLITE_OPEN_READONLY);
     sqlite3_stmt* stmt = nullptr;
-    if (db.Get() == nullptr ||
-        sqlite3_prepare_v2(db.Get(), CWidgetInfoDB::InsertSql().c_str(), -1, &stmt, nullptr) != SQLITE_OK) {
-        return false;
-    }
-    bool ok = Exec(db.Get(), "begin");
-    for (const auto& app : apps) {
-        ok = ok && CWidgetInfoDB::BindRow(stmt, app) && sqlite3_step(stmt) == SQLITE_DONE;
-        sqlite3_reset(stmt);
-    }
-    sqlite3_finalize(stmt);
-    return Exec(db.Get(), ok ? "commit" : "rollback") && ok;
-}
-
-bool InsertConfigRows(const std::string& path, const std::map<std::string, std::string>& rows) {
-    Handle db(path);
-    sqlite3_stmt* stmt = nullptr;
-    if (db.Get() == nullptr ||
-        sqlite3_prepare_v2(db.Get(), "insert or replace into TAKConfigTable(name, value) values(?, ?)", -1,
-                           &stmt, nullptr) != SQLITE_OK) {
-        return false;
-    }
-    bool ok = true;
-    for (const auto& row : rows) {
-        sqlite3_bind_text(stmt, 1, row.first.c_str(), -1, SQLITE_TRANSIENT);
-        sqlite3_bind_text(stmt, 2, row.second.c_str(), -1, SQLITE_TRANSIENT);
-        ok = sqlite3_step(stmt) == SQLITE_DONE && ok;
-        sqlite3_reset(stmt);
-    }
-    sqlite3_finalize(stmt);
-    return ok;
-}
-
-std::map<std::string, std::string> ReadConfigRows(const std::string& path) {
-    std::map<std::string, std::string> rows;
-    Handle db(path, SQLITE_OPEN_READONLY);
-    sqlite3_stmt* stmt = nullptr;
-    if (db.Get() == nullptr || sqlite3_prepare_v2(db.Get(), "select name, value from TAKConfigTable", -1,
-                                                  &stmt, nullptr) != SQLITE_OK) {
-        return rows;
-    }
-    while (sqlite3_step(stmt) == SQLITE_ROW) {
-        const unsigned char* value = sqlite3_column_text(stmt, 1);
-        rows[reinterpret_cast<const char*>(sqlite3_column_text(stmt, 0))] =
-            value != nullptr ? reinterpret_cast<const char*>(value) : "<null>";
+    sqlite3_prepare_v2(db.get(), sql, -1, &stmt, nullptr);
+    auto text = [&](int column) {
+        const unsigned char* value = sqlite3_column_text(stmt, column);
+        return value != nullptr ? std::string(reinterpret_cast<const char*>(value)) : "<null>";
+    };
+    while (stmt != nullptr && sqlite3_step(stmt) == SQLITE_ROW) {
+        rows.emplace_back(text(0), text(1));
     }
     sqlite3_finalize(stmt);
     return rows;
 }
 
-std::vector<std::string> ReadAppIds(const std::string& path) {
-    std::vector<std::string> ids;
-    Handle db(path, SQLITE_OPEN_READONLY);
-    sqlite3_stmt* stmt = nullptr;
-    if (db.Get() == nullptr || sqlite3_prepare_v2(db.Get(), "select id from widgetinfo order by id", -1,
-                                                  &stmt, nullptr) != SQLITE_OK) {
-        return ids;
+std::string FieldText(const _APPINFO_T& info, unsigned i) {
+    const _APPINFO_FIELD_T& field = TAK_APPINFO_FIELDS[i];
+    if (field.kind == APPINFO_FIELD_TEXT) {
+        return "'" + info.*field.text + "'";
     }
-    while (sqlite3_step(stmt) == SQLITE_ROW) {
-        ids.emplace_back(reinterpret_cast<const char*>(sqlite3_column_text(stmt, 0)));
+    return field.kind == APPINFO_FIELD_INT ? std::to_string(info.*field.number)
+                                           : std::to_string(info.*field.flag);
+}
+
+// The privileged utility that restores the file and sets labels, at its device path.
+bool InstallTakUtility() {
+    const std::string target = orvix::host::FixedPath("/usr/bin/takutility");
+    orvix::host::MakeDirs(target.substr(0, target.rfind('/')));
+    const std::string built = std::string(TAK_BINARY_DIR) + "/tools/takutility/takutility";
+    return symlink(built.c_str(), target.c_str()) == 0;
+}
+
+}  // namespace
+
+bool CreateDatabase(const std::string& path) {
+    return TAKDBSchema::Create(Open(path).get());
+}
+
+bool ExecSql(const std::string& path, const std::string& sql) {
+    return sqlite3_exec(Open(path).get(), sql.c_str(), nullptr, nullptr, nullptr) == SQLITE_OK;
+}
+
+bool InsertApps(const std::string& path, const std::vector<_APPINFO_T>& apps) {
+    Db db = Open(path);
+    sqlite3_stmt* stmt = nullptr;
+    bool ok =
+        sqlite3_prepare_v2(db.get(), CWidgetInfoDB::InsertSql().c_str(), -1, &stmt, nullptr) == SQLITE_OK;
+    for (const auto& app : apps) {
+        ok = ok && CWidgetInfoDB::BindRow(stmt, app) && sqlite3_step(stmt) == SQLITE_DONE;
+        sqlite3_reset(stmt);
     }
     sqlite3_finalize(stmt);
+    return ok;
+}
+
+bool InsertConfigRows(const std::string& path, const std::map<std::string, std::string>& rows) {
+    std::string sql;
+    for (const auto& [name, value] : rows) {
+        sql += "insert or replace into TAKConfigTable values('" + name + "', '" + value + "');";
+    }
+    return ExecSql(path, sql);
+}
+
+std::map<std::string, std::string> ReadConfigRows(const std::string& path) {
+    auto rows = Rows(path, "select name, value from TAKConfigTable");
+    return std::map<std::string, std::string>(rows.begin(), rows.end());
+}
+
+std::vector<std::string> ReadAppIds(const std::string& path) {
+    std::vector<std::string> ids;
+    for (const auto& row : Rows(path, "select id, id from widgetinfo order by id")) {
+        ids.push_back(row.first);
+    }
     return ids;
 }
 
-bool WriteFile(const std::string& path, const std::string& content) {
-    std::ofstream out(path, std::ios::binary | std::ios::trunc);
-    out << content;
-    return static_cast<bool>(out);
-}
-
-std::string ReadFile(const std::string& path) {
-    std::ifstream in(path, std::ios::binary);
-    std::stringstream text;
-    text << in.rdbuf();
-    return text.str();
+_APPINFO_T ReadApp(const std::string& id) {
+    _APPINFO_T info;
+    EXPECT_TRUE(CAppDBInfo::GetAppInfoById(id, info, false)) << id;
+    return info;
 }
 
 _APPINFO_T DistinctRecord(const std::string& id, int seed) {
@@ -217,16 +112,12 @@ _APPINFO_T DistinctRecord(const std::string& id, int seed) {
     for (unsigned i = 0; i < TAK_APPINFO_COLUMN_COUNT; ++i) {
         const _APPINFO_FIELD_T& field = TAK_APPINFO_FIELDS[i];
         int value = seed * 1000 + static_cast<int>(i);
-        switch (field.kind) {
-            case APPINFO_FIELD_TEXT:
-                info.*field.text = std::string(TAK_APPINFO_COLUMN_NAMES[i]) + "-" + std::to_string(value);
-                break;
-            case APPINFO_FIELD_INT:
-                info.*field.number = value;
-                break;
-            case APPINFO_FIELD_FLAG:
-                info.*field.flag = (i + seed) % 2 == 0;
-                break;
+        if (field.kind == APPINFO_FIELD_TEXT) {
+            info.*field.text = std::string(TAK_APPINFO_COLUMN_NAMES[i]) + "-" + std::to_string(value);
+        } else if (field.kind == APPINFO_FIELD_INT) {
+            info.*field.number = value;
+        } else {
+            info.*field.flag = (i + seed) % 2 == 0;
         }
     }
     info.id = id;
@@ -235,26 +126,9 @@ _APPINFO_T DistinctRecord(const std::string& id, int seed) {
 
 ::testing::AssertionResult SameRecord(const _APPINFO_T& expected, const _APPINFO_T& actual) {
     for (unsigned i = 0; i < TAK_APPINFO_COLUMN_COUNT; ++i) {
-        const _APPINFO_FIELD_T& field = TAK_APPINFO_FIELDS[i];
-        bool same = true;
-        std::string shown;
-        switch (field.kind) {
-            case APPINFO_FIELD_TEXT:
-                same = expected.*field.text == actual.*field.text;
-                shown = "'" + expected.*field.text + "' vs '" + actual.*field.text + "'";
-                break;
-            case APPINFO_FIELD_INT:
-                same = expected.*field.number == actual.*field.number;
-                shown =
-                    std::to_string(expected.*field.number) + " vs " + std::to_string(actual.*field.number);
-                break;
-            case APPINFO_FIELD_FLAG:
-                same = expected.*field.flag == actual.*field.flag;
-                shown = std::to_string(expected.*field.flag) + " vs " + std::to_string(actual.*field.flag);
-                break;
-        }
-        if (!same) {
-            return ::testing::AssertionFailure() << "column " << TAK_APPINFO_COLUMN_NAMES[i] << ": " << shown;
+        if (FieldText(expected, i) != FieldText(actual, i)) {
+            return ::testing::AssertionFailure() << "column " << TAK_APPINFO_COLUMN_NAMES[i] << ": "
+                                                 << FieldText(expected, i) << " vs " << FieldText(actual, i);
         }
     }
     return ::testing::AssertionSuccess();
@@ -262,12 +136,20 @@ _APPINFO_T DistinctRecord(const std::string& id, int seed) {
 
 void DbTest::SetUp() {
     CTAKDBConnection::ResetInstanceForTest();
-    ASSERT_FALSE(m_Root.Path().empty());
+    char pattern[] = "/tmp/test_db_root_XXXXXX";
+    ASSERT_NE(mkdtemp(pattern), nullptr);
+    m_Root = pattern;
+    orvix::host::SetRoot(m_Root);
+    orvix::host::MakeDirs(orvix::host::PathVariable(24));  // the owner's home
+    orvix::host::MakeDirs(CTAKDBConnection::GetBackupDir());
+    ASSERT_TRUE(InstallTakUtility()) << "takutility has not been built";
     ASSERT_TRUE(CreateDatabase(DBPath()));
 }
 
 void DbTest::TearDown() {
     CTAKDBConnection::ResetInstanceForTest();
+    std::error_code ignored;  // no root when SetUp failed early
+    std::filesystem::remove_all(m_Root, ignored);
 }
 
 }  // namespace dbtest

@@ -1,215 +1,257 @@
-// Table access: the shared statement, the bind family, Select's one-row rule and the busy handler.
-#include <gtest/gtest.h>
-
+// Table access and the configuration table: the generated SQL texts, Select's one-row rule, truncation,
+// the busy handler, single keys, the reset of exactly its 26 keys and what is read from the table.
+#include <algorithm>
 #include <chrono>
-#include <thread>
 
+#include "AppDatabaseSeed.h"
 #include "DbTestSupport.h"
 #include "TAKConfig.h"
-#include "TAKDBConnection.h"
 #include "TAKDBTable.h"
+#include "TAKUtil.h"
+#include "WidgetInfoDB.h"
 
 using namespace dbtest;
 
 namespace {
 
-// Opens the statement primitives to the tests; each call holds the table lock as a real operation would.
+// Opens the generators and the deletion to the tests; the deletion holds the table lock as a real
+// operation would.
 class CTestTable : public CTAKDBTable {
 public:
-    CTestTable() : CTAKDBTable("widgetinfo") {}
+    explicit CTestTable(const std::string& name = "widgetinfo") : CTAKDBTable(name) {}
+    using CTAKDBTable::m_GenerateInsertCmd;
+    using CTAKDBTable::m_GenerateSelectCmd;
+    using CTAKDBTable::m_GenerateTruncateCmd;
+    using CTAKDBTable::m_GenerateUpdateCmd;
 
-    int StepWithoutStatement() {
+    bool DeleteByPrimaryKey(const std::string& key, const std::string& value) {
         CStatementLock lock;
-        return Step();
-    }
-
-    // Binds the values into "select ?, ?, ..." and reads them back as text and integer.
-    bool RoundTrip(const std::vector<_TAKDB_BIND_T>& values, std::vector<std::string>& texts,
-                   std::vector<int>& numbers) {
-        CStatementLock lock;
-        std::string sql = "select ";
-        for (size_t i = 0; i < values.size(); ++i) {
-            sql += (i == 0 ? "?" : ", ?");
-        }
-        if (!Prepare(sql) || !Bind(values) || Step() != SQLITE_ROW) {
-            return false;
-        }
-        for (size_t i = 0; i < values.size(); ++i) {
-            texts.push_back(sqlite3_column_type(m_pStmt, i) == SQLITE_NULL ? "<null>"
-                                                                           : GetStringFromResult(i));
-            numbers.push_back(GetIntegerFromResult(i));
-        }
-        return true;
-    }
-
-    bool BindOne(const std::string& text, int number, bool flag, std::string& textOut, int& numberOut,
-                 bool& flagOut) {
-        CStatementLock lock;
-        if (!Prepare("select ?, ?, ?") || !Bind(1, text) || !Bind(2, number) || !Bind(3, flag)) {
-            return false;
-        }
-        if (Step() != SQLITE_ROW) {
-            return false;
-        }
-        GetValueByPosition(0, textOut);
-        GetValueByPosition(1, numberOut);
-        GetValueByPosition(2, flagOut);
-        return true;
-    }
-
-    bool BindOutOfRange() {
-        CStatementLock lock;
-        return Prepare("select ?") && Bind(5, 1);
+        return m_DeleteByPrimaryKey(key, value);
     }
 };
 
-class TableTest : public DbTest {
+// clang-format off
+const std::vector<std::string> kResetKeys = {
+    "SYNC_STATE", "RESERVED_2", "RESERVED_8", "RESERVED_14", "RESERVED_24", "RESERVED_18", "RESERVED_31",
+    "RESERVED_15", "RESERVED_25", "RESERVED_10", "RESERVED_20", "UNINSTALLED_APPS_INFO", "RESERVED_4",
+    "RESERVED_34", "RESERVED_35", "API_APPS_DURING_INIT", "PRIORITY_LIST_ETAG", "PRIORITY_LIST_INFO",
+    "HOME_PRIORITY_LIST_ETAG", "HOME_PRIORITY_LIST_INFO", "RESERVED_26", "RESERVED_27", "RESERVED_36",
+    "RESERVED_37", "TOKEN_DISCARDED_APPS", "GOOGLECAST_STATUS"};
+// clang-format on
+
+using TableTest = DbTest;
+
+class ConfigTest : public DbTest {
 protected:
+    // A seeded file: every reset key and numbered slot holds a value of its own; so do the keys a reset
+    // keeps.
     void SetUp() override {
         DbTest::SetUp();
-        _APPINFO_T first = DistinctRecord("first", 1);
-        _APPINFO_T second = DistinctRecord("second", 2);
-        first.app_index = 1;
-        second.app_index = 2;
-        ASSERT_TRUE(InsertApps(DBPath(), {first, second}));
-        ASSERT_NE(CTAKDBConnection::GetInstance(false), nullptr);
+        ASSERT_TRUE(SeedAppDatabase(24));  // enough apps for both preinstalled lists
+        ASSERT_TRUE(InsertConfigRows(
+            DBPath(), {{"RESET_TYPE", "2"}, {"KORBIT_SYNC_STATE", "1"}, {"HOME_TEST_LIST", "x"}}));
+        ASSERT_NE(CTAKDBConnection::GetInstance(true), nullptr);
+        m_Before = ReadConfigRows(DBPath());
+    }
+
+    std::map<std::string, std::string> m_Before;
+
+    static std::string Config(const std::string& key) {
+        std::string value;
+        return CTAKConfig().GetConfig(key, value) ? value : "<none>";
     }
 };
 
 }  // namespace
 
-TEST_F(TableTest, SelectOfOneRowStoresItsValue) {
-    CTestTable table;
-    std::string title;
-    EXPECT_TRUE(table.Select("second", "title", title));
-    EXPECT_EQ(title, DistinctRecord("second", 2).title);
-    int index = 0;
-    EXPECT_TRUE(table.Select("first", "app_index", index));
-    EXPECT_EQ(index, 1);
+TEST(GeneratedSql, TextsAreKeptByteForByte) {
+    CTestTable t("T");
+    const std::string head = "delete from T  where id not in ";
+    const std::string fixed = ", '3201903017943', '3201904018125', '3202001019917''";
+    const std::vector<std::pair<std::string, std::string>> texts = {
+        {t.m_GenerateUpdateCmd("", "col", "v'x"), "update T set col = 'v'x'"},
+        {t.m_GenerateUpdateCmd("app 1", "col", "v"), "update T set col = 'v' where ID = 'app 1'"},
+        {t.m_GenerateUpdateCmd("", "col", -12), "update T set col = -12"},
+        {t.m_GenerateUpdateCmd("a", "col", 7), "update T set col = 7 where ID = 'a'"},
+        {t.m_GenerateInsertCmd("col", "v"), "insert into T ( col ) values ('v')"},
+        {t.m_GenerateInsertCmd("col", 42), "insert into T ( col ) values (42)"},
+        {t.m_GenerateSelectCmd("a", "col"), "select col from T where  ID='a'"},
+        {t.m_GenerateSelectCmd("", "col"), "select col from T"},
+        {t.m_GenerateTruncateCmd({}, false), head + "('')"},
+        {t.m_GenerateTruncateCmd({{"a", "x"}, {"b", "y"}}, false), head + "('a','b')"},
+        // The texts that keep the fixed apps have always been broken; SQLite rejects them.
+        {t.m_GenerateTruncateCmd({{"a", ""}}, true), head + "('a" + fixed + ")"},
+        {t.m_GenerateTruncateCmd({}, true), head + "('" + fixed + ")"},
+    };
+    for (const auto& [actual, expected] : texts) {
+        EXPECT_EQ(actual, expected);
+    }
 }
 
-TEST_F(TableTest, SelectOfTwoRowsStoresTheFirstAndFails) {
+TEST(GeneratedSql, AppTableTextsWalkTheColumnsInOrder) {
+    // clang-format off
+    const std::map<unsigned, std::string> names = {
+        {26, "pannel_icon_path"}, {45, "chanel_name"}, {56, "reserved_string_1"}, {104, "reserved_tinyint_21"}};
+    // clang-format on
+    for (const auto& [index, name] : names) {
+        EXPECT_EQ(TAK_APPINFO_COLUMN_NAMES[index], name);
+    }
+    std::string update;
+    for (unsigned i = 0; i + 1 < TAK_APPINFO_COLUMN_COUNT; ++i) {
+        update += std::string(TAK_APPINFO_COLUMN_NAMES[i]) + "= ?,";
+    }
+    EXPECT_EQ(CWidgetInfoDB::UpdateSql(),
+              "update widgetinfo set " + update + "reserved_tinyint_21=? where id = ?");
+    const std::string insert = CWidgetInfoDB::InsertSql();
+    EXPECT_EQ(std::count(insert.begin(), insert.end(), '?'), 105);
+}
+
+TEST_F(TableTest, TruncateAndDeleteWhatTheirTextsSay) {
+    ASSERT_TRUE(InsertApps(DBPath(), {DistinctRecord("a", 1), DistinctRecord("b", 2),
+                                      DistinctRecord("3201903017943", 3), DistinctRecord("c", 4)}));
+    ASSERT_NE(CTAKDBConnection::GetInstance(true), nullptr);
     CTestTable table;
+    LogMark mark;
+    EXPECT_FALSE(table.Truncate({{"a", ""}}, true) || table.Truncate({}, true));
+    EXPECT_TRUE(mark.Contains("unknow type 1"));
+    // Deletion pastes the value without blanks; a quote in it breaks the statement and deletes nothing.
+    EXPECT_TRUE(table.DeleteByPrimaryKey("id", "b"));
+    EXPECT_TRUE(mark.Contains("sql delete from widgetinfo where id='b'"));
+    EXPECT_FALSE(table.DeleteByPrimaryKey("id", "it's"));
+    EXPECT_EQ(ReadAppIds(DBPath()), (std::vector<std::string>{"3201903017943", "a", "c"}));
+    EXPECT_TRUE(table.Truncate({{"a", ""}, {"c", ""}}, false));
+    EXPECT_EQ(ReadAppIds(DBPath()), (std::vector<std::string>{"a", "c"}));
+    EXPECT_TRUE(table.Truncate({}, false));  // deletes every row with an id
+    EXPECT_TRUE(ReadAppIds(DBPath()).empty());
+}
+
+TEST_F(TableTest, SelectStoresTheFirstRowAndSucceedsOnlyForOne) {
+    _APPINFO_T first = DistinctRecord("first", 1), second = DistinctRecord("second", 2);
+    first.app_index = 1;
+    second.app_index = 2;
+    ASSERT_TRUE(InsertApps(DBPath(), {first, second}));
+    ASSERT_NE(CTAKDBConnection::GetInstance(false), nullptr);
+    CTestTable table;
+    std::string title;
     int index = -1;
+    EXPECT_TRUE(table.Select("second", "title", title) && table.Select("second", "app_index", index));
+    EXPECT_EQ(title + "|" + std::to_string(index), second.title + "|2");
     // An empty id selects from the whole table, without a condition.
     EXPECT_FALSE(table.Select("", "app_index", index));
-    EXPECT_EQ(index, 1);
-    std::string title;
     EXPECT_FALSE(table.Select("", "title", title));
-    EXPECT_EQ(title, DistinctRecord("first", 1).title);
-}
-
-TEST_F(TableTest, SelectWithoutRowLeavesTheValue) {
-    CTestTable table;
-    std::string title = "untouched";
-    EXPECT_FALSE(table.Select("nobody", "title", title));
-    EXPECT_EQ(title, "untouched");
-}
-
-TEST_F(TableTest, LeftoverRowDoesNotHoldTheFileLocked) {
-    CTestTable table;
-    int index = 0;
-    EXPECT_FALSE(table.Select("", "app_index", index));
-    // The operation above ended on a row; a writer of its own must still get in at once.
-    sqlite3* writer = nullptr;
-    ASSERT_EQ(sqlite3_open(DBPath().c_str(), &writer), SQLITE_OK);
-    EXPECT_EQ(sqlite3_exec(writer, "begin exclusive; update widgetinfo set use_count = 5; commit;", nullptr,
-                           nullptr, nullptr),
-              SQLITE_OK);
-    sqlite3_close(writer);
-}
-
-TEST_F(TableTest, StepWithoutStatementFails) {
-    CTestTable table;
-    LogMark mark;
-    EXPECT_EQ(table.StepWithoutStatement(), SQLITE_ERROR);
-    EXPECT_EQ(mark.CountMessages("g_pStmt is NULL"), 1);
-}
-
-TEST_F(TableTest, ReadOnlyConnectionRefusesWrites) {
-    CTestTable table;
-    LogMark mark;
-    EXPECT_FALSE(table.Update("first", "title", "changed"));
-    EXPECT_TRUE(mark.Has("unknown type 8"));  // SQLITE_READONLY
-    std::string title;
-    EXPECT_TRUE(table.Select("first", "title", title));
-    EXPECT_EQ(title, DistinctRecord("first", 1).title);
-}
-
-TEST_F(TableTest, IsPrimaryKeyExists) {
-    CTestTable table;
-    EXPECT_TRUE(table.IsPrimaryKeyExists("id", "first"));
-    EXPECT_FALSE(table.IsPrimaryKeyExists("id", "third"));
-}
-
-TEST_F(TableTest, BoundValuesRoundTripExactly) {
-    CTestTable table;
-    const std::vector<std::string> samples = {"it's \"quoted\"",       "  blanks  inside  ",
-                                              "Ünïcødé – 日本語 ✓",    "",
-                                              "semi;colon -- comment", "back\\slash"};
-    for (const auto& sample : samples) {
-        std::string text;
-        int number = 0;
-        bool flag = false;
-        ASSERT_TRUE(table.BindOne(sample, -123456, true, text, number, flag)) << sample;
-        EXPECT_EQ(text, sample);
-        EXPECT_EQ(number, -123456);
-        EXPECT_TRUE(flag);
-    }
-}
-
-TEST_F(TableTest, BindListBindsByPositionAndSkipsOtherTypes) {
-    CTestTable table;
-    std::vector<_TAKDB_BIND_T> values;
-    CTAKDBTable::SaveBind(values, std::string("text ' value"));
-    CTAKDBTable::SaveBind(values, 77);
-    values.push_back({9, "ignored", 5});
-    CTAKDBTable::SaveBind(values, -3);
-    EXPECT_EQ(values[0].type, TAKDB_BIND_TEXT);
-    EXPECT_EQ(values[1].type, TAKDB_BIND_INTEGER);
-    EXPECT_EQ(values[1].strValue, "");
-    std::vector<std::string> texts;
-    std::vector<int> numbers;
-    ASSERT_TRUE(table.RoundTrip(values, texts, numbers));
-    EXPECT_EQ(texts, (std::vector<std::string>{"text ' value", "77", "<null>", "-3"}));
-    EXPECT_EQ(numbers[1], 77);
-    EXPECT_EQ(numbers[3], -3);
-}
-
-TEST_F(TableTest, FailedBindIsLogged) {
-    CTestTable table;
-    LogMark mark;
-    EXPECT_FALSE(table.BindOutOfRange());
-    EXPECT_EQ(mark.CountMessages("failed to bind 1 at position 5"), 1);
-}
-
-TEST(BusyHandler, RetriesFiftyTimesThenGivesUp) {
-    for (int count = 0; count < 50; ++count) {
-        EXPECT_NE(CTAKDBTable::BusyHandler(nullptr, count), 0) << count;
-    }
-    EXPECT_EQ(CTAKDBTable::BusyHandler(nullptr, 50), 0);
-    EXPECT_EQ(CTAKDBTable::BusyHandler(nullptr, 51), 0);
+    EXPECT_EQ(title + "|" + std::to_string(index), first.title + "|1");
+    // That left the statement on a row; a writer of its own must still get in at once.
+    EXPECT_TRUE(ExecSql(DBPath(), "begin exclusive; update widgetinfo set use_count = 5; commit;"));
+    title = "untouched";
+    EXPECT_TRUE(!table.Select("nobody", "title", title) && title == "untouched");
+    EXPECT_TRUE(table.IsPrimaryKeyExists("id", "first") && !table.IsPrimaryKeyExists("id", "third"));
 }
 
 TEST_F(TableTest, LockedDatabaseIsRetriedFiftyTimes) {
+    ASSERT_TRUE(InsertConfigRows(DBPath(), {{"RESET_TYPE", "1"}}));
     sqlite3* writer = nullptr;
     ASSERT_EQ(sqlite3_open(DBPath().c_str(), &writer), SQLITE_OK);
     ASSERT_EQ(sqlite3_exec(writer, "begin exclusive", nullptr, nullptr, nullptr), SQLITE_OK);
-
-    CTAKConfig config;
     std::string value;
     LogMark mark;
     auto start = std::chrono::steady_clock::now();
-    EXPECT_FALSE(config.GetConfig("RESET_TYPE", value));
-    auto elapsed = std::chrono::steady_clock::now() - start;
+    EXPECT_FALSE(CTAKConfig().GetConfig("RESET_TYPE", value));
     // Calls with the counts 0 to 49 retry after 10 ms each; the call with 50 gives up.
-    EXPECT_EQ(mark.CountMessages("busy..."), 51);
-    EXPECT_GE(elapsed, std::chrono::milliseconds(450));
-
-    sqlite3_exec(writer, "commit", nullptr, nullptr, nullptr);
+    const std::string log = mark.Text(), line = "> busy...\033[0m";  // the colour escape ends a line
+    int count = 0;
+    for (size_t at = log.find(line); at != std::string::npos; at = log.find(line, at + 1)) {
+        ++count;
+    }
+    EXPECT_EQ(count, 51);
+    EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(450));
     sqlite3_close(writer);
-    EXPECT_FALSE(config.GetConfig("RESET_TYPE", value));  // no row, but no longer busy
-    EXPECT_TRUE(InsertConfigRows(DBPath(), {{"RESET_TYPE", "1"}}));
-    EXPECT_TRUE(config.GetConfig("RESET_TYPE", value));
-    EXPECT_EQ(value, "1");
+    EXPECT_TRUE(CTAKConfig().GetConfig("RESET_TYPE", value));
+}
+
+TEST_F(ConfigTest, ResetClearsExactlyItsKeys) {
+    EXPECT_EQ(std::vector<std::string>(CTAKConfig::RESET_KEYS,
+                                       CTAKConfig::RESET_KEYS + CTAKConfig::RESET_KEY_COUNT),
+              kResetKeys);
+    std::map<std::string, std::string> expected = m_Before;
+    ASSERT_TRUE(CTAKConfig().Reset());
+    for (const auto& [key, value] : expected) {
+        ASSERT_FALSE(value.empty()) << key;  // so that a key cleared by mistake shows
+    }
+    for (const auto& key : kResetKeys) {
+        expected[key] = key == "SYNC_STATE" ? "0" : "";
+    }
+    EXPECT_EQ(ReadConfigRows(DBPath()), expected);  // RESET_TYPE, KORBIT_SYNC_STATE, HOME_TEST_LIST kept
+    EXPECT_EQ(ReadConfigRows(BackupDBPath()), expected);  // one backup, after the whole reset
+}
+
+TEST_F(ConfigTest, FailedResetGoesOnButMakesNoBackup) {
+    ASSERT_TRUE(ExecSql(DBPath(),
+                        "create trigger refuse before update on TAKConfigTable when old.name = "
+                        "'RESERVED_34' begin select raise(abort, 'refused'); end"));
+    ASSERT_TRUE(CTAKConfig().UpdateConfig("RESET_TYPE", "backed up"));
+    LogMark mark;
+    EXPECT_FALSE(CTAKConfig().Reset());
+    EXPECT_TRUE(mark.Contains("reset config [RESERVED_34] failed"));
+    EXPECT_EQ(Config("RESERVED_34"), m_Before["RESERVED_34"]);
+    EXPECT_EQ(Config("RESERVED_35"), "");  // the keys after it were still cleared
+    std::map<std::string, std::string> backup = ReadConfigRows(BackupDBPath());  // the state before
+    EXPECT_EQ(backup["RESERVED_35"] + "|" + backup["RESET_TYPE"], m_Before["RESERVED_35"] + "|backed up");
+}
+
+TEST_F(ConfigTest, SingleKeysBindTheirValuesInsertPastesThem) {
+    const std::string odd = "it's \"odd\" – ünï 日本 ";
+    ASSERT_TRUE(CTAKConfig().UpdateConfig("HOME_TEST_LIST", odd));
+    EXPECT_EQ(Config("HOME_TEST_LIST"), odd);
+    EXPECT_EQ(ReadConfigRows(BackupDBPath())["HOME_TEST_LIST"], odd);
+    EXPECT_TRUE(CTAKConfig().UpdateConfig("NO_SUCH_KEY", "x"));  // no row: nothing changes, still done
+    EXPECT_EQ(Config("NO_SUCH_KEY"), "<none>");
+    ASSERT_TRUE(CTAKConfig().InsertConfig("NEW_KEY", "new value"));
+    EXPECT_EQ(Config("NEW_KEY"), "new value");
+    EXPECT_FALSE(CTAKConfig().InsertConfig("NEW_KEY", "again"));  // one row per key
+    EXPECT_FALSE(CTAKConfig().InsertConfig("QUOTED", "it's"));    // a quote breaks the pasted text
+    EXPECT_EQ(Config("QUOTED"), "<none>");
+}
+
+TEST_F(ConfigTest, PreinstalledListsAndUninstallReason) {
+    ASSERT_TRUE(InsertConfigRows(
+        DBPath(), {{"RESERVED_11", "appA:1,appB:2,,appC,appD:x:y"}, {"RESERVED_3", "g1,g2:3,,g1"}}));
+    std::map<std::string, std::string> apps = {{"stale", "1"}};
+    ASSERT_TRUE(CTAKUtil::GetPreinstallApps(0, apps));  // only default apps carry values
+    EXPECT_EQ(apps, (std::map<std::string, std::string>{
+                        {"appA", "1"}, {"appB", "2"}, {"appC", ""}, {"appD", "x:y"}}));
+    ASSERT_TRUE(CTAKUtil::GetPreinstallApps(1, apps));
+    EXPECT_EQ(apps, (std::map<std::string, std::string>{{"g1", ""}, {"g2:3", ""}}));
+    EXPECT_FALSE(CTAKUtil::GetPreinstallApps(2, apps));
+    EXPECT_TRUE(apps.empty());
+    // An empty list gives an empty map; a missing one fails.
+    ASSERT_TRUE(ExecSql(DBPath(),
+                        "update TAKConfigTable set value = '' where name = 'RESERVED_11'; "
+                        "delete from TAKConfigTable where name = 'RESERVED_3'"));
+    apps = {{"stale", "1"}};
+    EXPECT_TRUE(CTAKUtil::GetPreinstallApps(0, apps) && apps.empty());
+    apps = {{"stale", "1"}};
+    EXPECT_TRUE(!CTAKUtil::GetPreinstallApps(1, apps) && apps.empty());
+
+    for (const auto& [type, reason] : std::vector<std::pair<std::string, int>>{
+             {"1", 9}, {"2", 10}, {"0", 2}, {"3", 2}, {"", 2}, {" 1", 2}, {"1 ", 2}}) {
+        ASSERT_TRUE(InsertConfigRows(DBPath(), {{"RESET_TYPE", type}}));
+        EXPECT_EQ(CTAKUtil::GetTAKUninstallReason(2), reason) << "'" << type << "'";
+    }
+    ASSERT_TRUE(ExecSql(DBPath(), "delete from TAKConfigTable"));
+    EXPECT_EQ(CTAKUtil::GetTAKUninstallReason(7), 7);
+}
+
+TEST(CompareVersion, OrdersDottedNumericVersions) {
+    // clang-format off
+    const std::vector<std::tuple<const char*, const char*, int>> cases = {
+        {"1.0.0", "1.0.0", 0}, {"1.10", "1.9", 1}, {"1.2", "1.2.0", 0}, {"1.2.0.0", "1.2", 0}, {"1.2.1", "1.2", 1},
+        {"1", "1.0.1", -1}, {"2.0", "10.0", -1}, {"", "", 0}, {"", "0.0", 0}, {"", "0.1", -1}, {"01.002", "1.2", 0},
+        {"1.2b", "1.2", 0}, {"1.3b", "1.2c", 1}, {"x.1", "0.1", 0}, {"1..2", "1.0.2", 0}, {"3.0.0", "2.99.99", 1},
+        {"1.0.0.10", "1.0.0.9", 1}, {"4294967296.1", "4294967295.9", 1}};
+    // clang-format on
+    auto sign = [](int value) { return (value > 0) - (value < 0); };
+    for (const auto& [a, b, expected] : cases) {
+        EXPECT_EQ(sign(CTAKUtil::CompareVersion(a, b)), expected) << a << " vs " << b;
+        EXPECT_EQ(sign(CTAKUtil::CompareVersion(b, a)), -expected) << b << " vs " << a;
+    }
 }
