@@ -1,49 +1,43 @@
-// The common-library loader with no library, and with one that lacks most entry points.
-#include <dlfcn.h>
+// The common-library loader with no library, with a file that is no library, and with one that lacks
+// most entry points.
 #include <gtest/gtest.h>
 
+#include <filesystem>
 #include <fstream>
 
-#include "ProcessTestEnv.h"
+#include "ProcessTest.h"
 #include "TAKCommonApi.h"
 #include "TAKCommonHandle.h"
+#include "TestLog.h"
 
-using process_test::LogSince;
-using process_test::ReadLog;
-using process_test::TempRoot;
+using orvix::test::LogMark;
 
-TEST(ACommonLibraryLoader, WithNoLibraryFindsNothingAndStaysQuiet) {
-    TempRoot root;
-    size_t mark = ReadLog().size();
-    CTAKCommonHandle::OpenLibrary();
-    std::string log = LogSince(mark);
-    EXPECT_NE(log.find("open library start"), std::string::npos);
-    EXPECT_NE(log.find("error: "), std::string::npos);
-    EXPECT_NE(log.find("open library end, handler 0"), std::string::npos);
+class ACommonLibraryLoader : public process_test::InARoot {};
 
-    mark = ReadLog().size();
-    EXPECT_EQ(CTAKCommonHandle::GetSymbolAddress(TAK_API_CREATE_CONNECTOR), nullptr);
-    log = LogSince(mark);
-    EXPECT_NE(log.find("get symbol address of CreateConnector"), std::string::npos);
-    EXPECT_EQ(log.find("error: "), std::string::npos) << "a missing library is not an error per lookup";
-    CTAKCommonHandle::CloseLibrary();
+TEST_F(ACommonLibraryLoader, WithNoLibraryOrAFileThatIsNoneFindsNothing) {
+    ASSERT_TRUE(std::filesystem::remove(Library()));
+    for (bool file : {false, true}) {
+        SCOPED_TRACE(file ? "a file that is no library" : "no file");
+        if (file) {
+            std::ofstream(Library()) << "not an ELF file";
+        }
+        LogMark open;
+        CTAKCommonHandle::OpenLibrary();
+        EXPECT_TRUE(open.Contains("open library start"));
+        EXPECT_TRUE(open.Contains("error: "));
+        EXPECT_TRUE(open.Contains("open library end, handler 0"));
+        LogMark lookup;
+        EXPECT_EQ(CTAKCommonHandle::GetSymbolAddress(TAK_API_CREATE_CONNECTOR), nullptr);
+        EXPECT_TRUE(lookup.Contains("get symbol address of CreateConnector"));
+        EXPECT_FALSE(lookup.Contains("error: ")) << "a missing library is not an error per lookup";
+        CTAKCommonHandle::CloseLibrary();
+    }
 }
 
-TEST(ACommonLibraryLoader, SurvivesAFileThatIsNoLibrary) {
-    TempRoot root;
-    std::ofstream(root.Path() + "/usr/lib64/libtak_common.so") << "not an ELF file";
-    size_t mark = ReadLog().size();
+TEST_F(ACommonLibraryLoader, FindsWhatTheLibraryOffersAndLogsWhatItLacks) {
+    std::filesystem::copy_file(PROCESS_PARTIAL_LIBRARY, Library(),
+                               std::filesystem::copy_options::overwrite_existing);
     CTAKCommonHandle::OpenLibrary();
-    EXPECT_NE(LogSince(mark).find("open library end, handler 0"), std::string::npos);
-    EXPECT_EQ(CTAKCommonHandle::GetSymbolAddress(TAK_API_CREATE_CONNECTOR), nullptr);
-    CTAKCommonHandle::CloseLibrary();
-}
-
-TEST(ACommonLibraryLoader, FindsWhatTheLibraryOffersAndLogsWhatItLacks) {
-    TempRoot root;
-    ASSERT_TRUE(root.InstallLibrary(PROCESS_PARTIAL_LIBRARY));
-    CTAKCommonHandle::OpenLibrary();
-
     auto connector =
         reinterpret_cast<TAK_VOID_API>(CTAKCommonHandle::GetSymbolAddress(TAK_API_CREATE_CONNECTOR));
     ASSERT_NE(connector, nullptr);
@@ -53,12 +47,11 @@ TEST(ACommonLibraryLoader, FindsWhatTheLibraryOffersAndLogsWhatItLacks) {
     ASSERT_NE(count, nullptr);
     EXPECT_EQ(count("CreateConnector"), 1);
 
-    size_t mark = ReadLog().size();
+    LogMark mark;
     EXPECT_EQ(CTAKCommonHandle::GetSymbolAddress(TAK_API_START_BOOST_APPFW), nullptr);
-    EXPECT_NE(LogSince(mark).find("error: "), std::string::npos);
+    EXPECT_TRUE(mark.Contains("error: "));
     // A failed lookup leaves nothing behind that spoils the next one.
     EXPECT_NE(CTAKCommonHandle::GetSymbolAddress(TAK_API_START_BOOST_OWN_PROCESS), nullptr);
-
     CTAKCommonHandle::CloseLibrary();
     // Nothing is cached: once the library is closed, a name found before is found no more.
     EXPECT_EQ(CTAKCommonHandle::GetSymbolAddress(TAK_API_CREATE_CONNECTOR), nullptr);

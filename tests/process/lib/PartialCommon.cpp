@@ -1,6 +1,5 @@
-// A common library that offers only some entry points: the no-argument ones needed to see that the
-// process calls what exists and skips what does not, one boost entry point of each pair, and the
-// install monitoring. Every call is counted; the tests read the counts through ProcessTestCallCount.
+// A common library that offers only some entry points: the loader tests see that what exists is found
+// and what does not is not. Every call is counted; the tests read the counts through ProcessTestCallCount.
 #include <map>
 #include <mutex>
 #include <string>
@@ -11,11 +10,6 @@ namespace {
 
 std::mutex g_countsLock;  // guards g_counts
 std::map<std::string, int> g_counts;
-
-void Count(const char* name) {
-    std::lock_guard<std::mutex> lock(g_countsLock);
-    ++g_counts[name];
-}
 
 }  // namespace
 
@@ -28,30 +22,11 @@ int ProcessTestCallCount(const char* name) {
 }
 
 void CreateConnector() {
-    Count("CreateConnector");
+    std::lock_guard<std::mutex> lock(g_countsLock);
+    ++g_counts["CreateConnector"];
 }
 
-// Only the first entry point of each boost pair: the process must call neither.
-void StartBoostOwnProcessAPI() {
-    Count("StartBoostOwnProcessAPI");
-}
-
-void StopBoostAppFWAPI() {
-    Count("StopBoostAppFWAPI");
-}
-
-void NotifyRecoveryActionChangedAPI() {
-    Count("NotifyRecoveryActionChangedAPI");
-}
-
-// Reports one progress step to a caller without a method, then ends the monitoring at once; the end
-// state hands the client record back to the process, which frees it.
-int MonitorAppInstallStatusAPI(const char* appKey, int /*callerPid*/, TAK_PROGRESS_CB callback,
-                               void* userData) {
-    Count("MonitorAppInstallStatusAPI");
-    callback(appKey, static_cast<TAK_EVENT_STATE_E>(1), 10, 0, "", userData);
-    callback(appKey, TAK_EVENT_STATE_MONITOR_CANCELLED, 0, 0, "", userData);
-    return 0;
-}
+// Only the first entry point of the boost pair.
+void StartBoostOwnProcessAPI() {}
 
 }  // extern "C"
