@@ -3,28 +3,35 @@
 #pragma once
 
 #include <gtest/gtest.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include <functional>
+#include <list>
+#include <map>
 #include <string>
+#include <thread>
 #include <vector>
 
-namespace foundation {
+#include "TAKDir.h"
+#include "TAKFile.h"
+#include "TAKString.h"
+#include "TestLog.h"
 
-void SetLogFile(const std::string& path);
-
-std::string ReadFile(const std::string& path);
+// The whole content of a file, or "" when it cannot be read.
+inline std::string (&ReadFile)(const std::string&) = orvix::test::ReadWholeFile;
 void WriteFile(const std::string& path, const std::string& content);
 
 struct RunResult {
     int exitCode;  // -1 when the child did not exit normally
-    std::string out;
-    std::string err;
+    std::string out, err;
 };
-// Runs a program with the test's environment (no shell) and waits for it.
-RunResult RunProgram(const std::vector<std::string>& argv);
+// Runs a program with the test's environment (no shell) and waits for it. The arguments after the
+// program are one text, split at '|'.
+RunResult RunProgram(const std::string& program, const std::string& args);
 
-// Iterates the default main context until `done` holds or `timeoutMs` has passed; true when done.
-bool PumpUntil(const std::function<bool()>& done, int timeoutMs = 20000);
+// Iterates the default main context until `done` holds or 20 s have passed; true when done.
+bool PumpUntil(const std::function<bool()>& done);
 
 class FoundationTest : public ::testing::Test {
 protected:
@@ -33,13 +40,9 @@ protected:
 
     // <root>/relative
     std::string Under(const std::string& relative) const { return root_ + "/" + relative; }
-    // What this process logged since the test began.
-    std::string Log() const;
+    // Whether this process logged `text` since the test began.
+    bool LogHas(const std::string& text) const { return mark_.Contains(text); }
 
     std::string root_;
-
-private:
-    long long logStart_ = 0;
+    orvix::test::LogMark mark_;
 };
-
-}  // namespace foundation

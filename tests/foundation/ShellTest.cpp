@@ -1,167 +1,169 @@
+// CTAKShell (children through vfork and execve, PATH only, one at a time) and the privileged utility: the
+// ITAKUtility wrapper over the host takutility, which is confined to the host root.
 #include <signal.h>
-#include <sys/stat.h>
-#include <sys/wait.h>
 
 #include <cerrno>
 #include <cstdlib>
-#include <thread>
 
 #include <platform_path.h>
 
 #include "FoundationTest.h"
-#include "TAKDir.h"
-#include "TAKFile.h"
 #include "TAKShell.h"
+#include "TAKUtilityWrapper.h"
 
-namespace foundation {
 namespace {
-
-std::vector<std::string> Entries(const std::string& text) {
-    std::vector<std::string> entries;
-    size_t begin = 0;
-    for (size_t end; (end = text.find('\0', begin)) != std::string::npos; begin = end + 1) {
-        entries.push_back(text.substr(begin, end - begin));
-    }
-    return entries;
-}
 
 class ShellTest : public FoundationTest {
 protected:
-    bool LogHas(const std::string& text) const { return Log().find(text) != std::string::npos; }
+    static int ExitCode(int status) { return WIFEXITED(status) ? WEXITSTATUS(status) : -1; }
+    // The NUL-terminated entries that the probe wrote to a file.
+    static std::list<std::string> Entries(const std::string& path) {
+        return TAKString::SplitStringToList(ReadFile(path), std::string(1, '\0'), true);
+    }
 };
 
-TEST_F(ShellTest, ChildSeesOnlyThePathVariable) {
+TEST_F(ShellTest, ChildGetsEveryArgumentWholeAndNothingButPath) {
     setenv("FOUNDATION_PARENT_ONLY", "must not pass", 1);
-    std::string out = Under("child");
-    std::string argv[] = {FOUNDATION_PROBE, "dump", out};
-    EXPECT_EQ(CTAKShell::ExecShell(argv, 3), 0);
-    unsetenv("FOUNDATION_PARENT_ONLY");
-
-    std::vector<std::string> env = Entries(ReadFile(out + ".env"));
-    ASSERT_EQ(env.size(), 1u);
-    EXPECT_EQ(env[0], std::string("PATH=") + platform_path_get(PLATFORM_PATH_SYSTEM_BIN));
-}
-
-TEST_F(ShellTest, EveryArgumentReachesTheChildWhole) {
     std::string out = Under("child");
     std::string argv[] = {FOUNDATION_PROBE, "dump", out,
                           "two words 'single' \"double\"; echo $(id) `id` $HOME", "line one\nline two\n"};
     EXPECT_EQ(CTAKShell::ExecShell(argv, 5), 0);
-    std::vector<std::string> seen = Entries(ReadFile(out + ".args"));
-    ASSERT_EQ(seen.size(), 5u);
-    for (int i = 0; i < 5; ++i) {
-        EXPECT_EQ(seen[i], argv[i]);
-    }
+    unsetenv("FOUNDATION_PARENT_ONLY");
+    EXPECT_EQ(Entries(out + ".args"), std::list<std::string>(argv, argv + 5));
+    EXPECT_EQ(Entries(out + ".env"),
+              std::list<std::string>{std::string("PATH=") + platform_path_get(PLATFORM_PATH_SYSTEM_BIN)});
 }
 
-TEST_F(ShellTest, WrongArgumentCountsAreRefusedBeforeAnythingRuns) {
-    std::string out = Under("child");
-    std::string six[] = {FOUNDATION_PROBE, "dump", out, "a", "b", "c"};
-    EXPECT_EQ(CTAKShell::ExecShell(six, 6), -1);
-    EXPECT_EQ(CTAKShell::ExecShell(six, 0), -1);
-    EXPECT_EQ(CTAKShell::ExecShell(nullptr, 1), -1);
-    std::string empty[] = {""};
-    EXPECT_EQ(CTAKShell::ExecShell(empty, 1), -1);
-    EXPECT_FALSE(TAKFile::Exists(out + ".args"));
-    EXPECT_TRUE(LogHas("Input parameter error!"));
-    EXPECT_FALSE(LogHas("> Start"));
-
-    EXPECT_EQ(CTAKShell::Remove(nullptr), -1);
-    EXPECT_EQ(CTAKShell::Copy("a", nullptr), -1);
-    EXPECT_EQ(CTAKShell::Move(nullptr, "b"), -1);
-    EXPECT_EQ(CTAKShell::CreateDir(nullptr), -1);
-    EXPECT_TRUE(LogHas("pchSource is NULL"));
-    EXPECT_TRUE(LogHas("pchSource or pchDest is NULL"));
-    EXPECT_TRUE(LogHas("pDir is NULL"));
-}
-
-TEST_F(ShellTest, ResultIsTheRawWaitStatus) {
-    std::string exitThree[] = {FOUNDATION_PROBE, "exit", "3"};
-    int status = CTAKShell::ExecShell(exitThree, 3);
-    ASSERT_TRUE(WIFEXITED(status));
-    EXPECT_EQ(WEXITSTATUS(status), 3);
-}
-
-TEST_F(ShellTest, AProgramThatCannotRunExitsWithItsErrno) {
-    std::string missing[] = {Under("no-such-program")};
-    int status = CTAKShell::ExecShell(missing, 1);
-    ASSERT_TRUE(WIFEXITED(status));
-    EXPECT_EQ(WEXITSTATUS(status), ENOENT);
-    EXPECT_TRUE(LogHas("Execve return error = [" + Under("no-such-program") + "]"));
-
-    WriteFile(Under("not-executable"), "#!/bin/sh\nexit 0\n");
-    std::string plain[] = {Under("not-executable")};
-    status = CTAKShell::ExecShell(plain, 1);
-    ASSERT_TRUE(WIFEXITED(status));
-    EXPECT_EQ(WEXITSTATUS(status), EACCES);
-}
-
-TEST_F(ShellTest, ChildExitSignalIsDefaultDuringTheRunAndRestoredAfter) {
-    // With SIGCHLD ignored the kernel reaps children itself and waitpid could not report the status.
+// The result is the raw wait status, also while SIGCHLD is ignored (with it ignored the kernel would reap
+// the child itself): the shell sets the default for the run and restores the caller's setting after.
+// Bad arguments are refused before anything runs; a program that cannot run exits with its errno.
+TEST_F(ShellTest, ResultIsTheRawWaitStatusOrARefusal) {
     struct sigaction ignore {};
     struct sigaction previous {};
     ignore.sa_handler = SIG_IGN;
-    sigemptyset(&ignore.sa_mask);
     ASSERT_EQ(sigaction(SIGCHLD, &ignore, &previous), 0);
-
     std::string exitFive[] = {FOUNDATION_PROBE, "exit", "5"};
     int status = CTAKShell::ExecShell(exitFive, 3);
+    ASSERT_EQ(sigaction(SIGCHLD, &previous, &ignore), 0);
+    EXPECT_EQ(ignore.sa_handler, SIG_IGN);
+    EXPECT_EQ(ExitCode(status), 5);
 
-    struct sigaction after {};
-    sigaction(SIGCHLD, &previous, &after);
-    EXPECT_EQ(after.sa_handler, SIG_IGN);
-    ASSERT_TRUE(WIFEXITED(status));
-    EXPECT_EQ(WEXITSTATUS(status), 5);
+    std::string out = Under("child");
+    std::string six[] = {FOUNDATION_PROBE, "dump", out, "a", "b", "c"};
+    std::string empty[] = {""};
+    EXPECT_TRUE(CTAKShell::ExecShell(six, 6) == -1 && CTAKShell::ExecShell(six, 0) == -1 &&
+                CTAKShell::ExecShell(nullptr, 1) == -1 && CTAKShell::ExecShell(empty, 1) == -1);
+    EXPECT_FALSE(TAKFile::Exists(out + ".args"));
+    EXPECT_TRUE(LogHas("Input parameter error!"));
+    EXPECT_TRUE(CTAKShell::Remove(nullptr) == -1 && CTAKShell::Copy("a", nullptr) == -1 &&
+                CTAKShell::Move(nullptr, "b") == -1 && CTAKShell::CreateDir(nullptr) == -1);
+
+    WriteFile(Under("not-executable"), "#!/bin/sh\nexit 0\n");
+    std::string missing[] = {Under("no-such-program")};
+    std::string plain[] = {Under("not-executable")};
+    EXPECT_EQ(ExitCode(CTAKShell::ExecShell(missing, 1)), ENOENT);
+    EXPECT_TRUE(LogHas("Execve return error = [" + Under("no-such-program") + "]"));
+    EXPECT_EQ(ExitCode(CTAKShell::ExecShell(plain, 1)), EACCES);
 }
 
+// A probe that finds another one between its two marker lines writes "overlap".
 TEST_F(ShellTest, ChildrenOfTwoThreadsRunOneAtATime) {
     std::string markers = Under("markers");
-    const int kRunsEach = 10;
-    std::vector<int> statuses[2];
-    auto runMany = [&](int index) {
-        for (int i = 0; i < kRunsEach; ++i) {
-            std::string argv[] = {FOUNDATION_PROBE, "mark", markers};
-            statuses[index].push_back(CTAKShell::ExecShell(argv, 3));
+    auto runTen = [&] {
+        std::string argv[] = {FOUNDATION_PROBE, "mark", markers};
+        for (int i = 0; i < 10; ++i) {
+            CTAKShell::ExecShell(argv, 3);
         }
     };
-    std::thread first(runMany, 0);
-    std::thread second(runMany, 1);
+    std::thread first(runTen);
+    runTen();
     first.join();
-    second.join();
-
-    for (const auto& list : statuses) {
-        for (int status : list) {
-            EXPECT_EQ(status, 0);
-        }
-    }
     std::string expected;
-    for (int i = 0; i < 2 * kRunsEach; ++i) {
+    for (int i = 0; i < 20; ++i) {
         expected += "start\nend\n";
     }
     EXPECT_EQ(ReadFile(markers), expected);
 }
 
 TEST_F(ShellTest, FileOperationsUseTheSystemPrograms) {
-    ASSERT_TRUE(TAKDir::Create(Under("src/inner")));
-    WriteFile(Under("src/inner/f.txt"), "payload");
+    WriteFile(Under("f.txt"), "payload");
+    EXPECT_TRUE(CTAKShell::CreateDir(Under("made/deep").c_str()) == 0 &&
+                CTAKShell::Copy(Under("f.txt").c_str(), Under("made/deep").c_str()) == 0 &&
+                CTAKShell::Move(Under("made").c_str(), Under("moved").c_str()) == 0);
+    EXPECT_EQ(ReadFile(Under("moved/deep/f.txt")), "payload");
+    EXPECT_TRUE(CTAKShell::Remove(Under("moved").c_str()) == 0 && !TAKFile::Exists(Under("moved")));
+    EXPECT_NE(CTAKShell::Move(Under("nothing-here").c_str(), Under("x").c_str()), 0);
+}
 
-    EXPECT_EQ(CTAKShell::CreateDir(Under("made/deep").c_str()), 0);
-    struct stat st {};
-    ASSERT_EQ(stat(Under("made/deep").c_str(), &st), 0);
-    EXPECT_EQ(st.st_mode & 0777, 0777u);
+// The utility is installed in the root, as `orvix-host init` does, and run by the service with nothing in
+// its environment but PATH. A directory outside the root holds what must never be touched.
+class UtilityTest : public ShellTest {
+protected:
+    void SetUp() override {
+        ShellTest::SetUp();
+        for (const char* place : {"bin", "usr/bin"}) {
+            ASSERT_TRUE(TAKDir::Create(Under(place)));
+            ASSERT_EQ(symlink(TAKUTILITY_TOOL, Under(std::string(place) + "/takutility").c_str()), 0);
+        }
+        ASSERT_TRUE(TAKDir::Create(outside_ = root_ + "-outside") && TAKDir::Create(Under("data")));
+        WriteFile(outside_ + "/precious", "precious");
+        WriteFile(Under("data/a.txt"), "alpha");
+    }
+    void TearDown() override {
+        EXPECT_TRUE(ReadFile(outside_ + "/precious") == "precious" && TAKDir::FolderSize(outside_) == 8);
+        TAKDir::RemoveAllFiles(outside_, true, false);
+        ShellTest::TearDown();
+    }
+    std::string outside_;
+};
 
-    EXPECT_EQ(CTAKShell::Copy(Under("src").c_str(), Under("copy").c_str()), 0);
-    EXPECT_EQ(ReadFile(Under("copy/inner/f.txt")), "payload");
-    EXPECT_EQ(CTAKShell::Move(Under("copy").c_str(), Under("moved").c_str()), 0);
-    EXPECT_FALSE(TAKFile::Exists(Under("copy")));
-    EXPECT_EQ(ReadFile(Under("moved/inner/f.txt")), "payload");
-    EXPECT_EQ(CTAKShell::Remove(Under("moved").c_str()), 0);
-    EXPECT_FALSE(TAKFile::Exists(Under("moved")));
-    EXPECT_TRUE(LogHas("copy " + Under("src") + " to " + Under("copy")));
+// Files are copied, moved, removed and run inside the root; a link inside is removed as a link. A label
+// comes back through the result key; the same label again leaves the key as it was, which reads as a
+// utility that did not answer.
+TEST_F(UtilityTest, WorksInsideTheRoot) {
+    EXPECT_TRUE(ITAKUtility::Copy(Under("data/a.txt"), Under("data/b.txt")) == 0 &&
+                ITAKUtility::Move(Under("data/b.txt"), Under("data/c.txt")) == 0);
+    EXPECT_EQ(ReadFile(Under("data/c.txt")), "alpha");
+    EXPECT_EQ(ITAKUtility::RemoveFile(Under("data/c.txt")), 0);
+    // Run without arguments the probe exits with 64, which the utility passes on.
+    ASSERT_EQ(CTAKShell::Copy(FOUNDATION_PROBE, Under("data/probe").c_str()), 0);
+    EXPECT_EQ(ExitCode(ITAKUtility::Execute(Under("data/probe"))), 64);
+    ASSERT_EQ(symlink(outside_.c_str(), Under("data/to-outside").c_str()), 0);
+    EXPECT_EQ(ITAKUtility::RemoveFileInDirectory(Under("data")), 0);
+    EXPECT_FALSE(TAKFile::Exists(Under("data/a.txt")) || TAKFile::Exists(Under("data/to-outside")));
 
-    int status = CTAKShell::Move(Under("nothing-here").c_str(), Under("x").c_str());
-    EXPECT_NE(status, 0);
+    std::string label;
+    EXPECT_TRUE(ITAKUtility::SetSmack(Under("data"), "User::Home") == 0 &&
+                ITAKUtility::GetSmack(Under("data"), label) == 0 && label == "User::Home");
+    EXPECT_FALSE(LogHas("not changed, error happened"));
+    EXPECT_TRUE(ITAKUtility::GetSmack(Under("data"), label) == 0 && label == "User::Home");
+    EXPECT_TRUE(LogHas("smack (User::Home) not changed, error happened"));
+}
+
+// Paths outside the root, also through `..` or a link inside, are refused with a message and a
+// non-zero status; the outside stays whole (checked after every test).
+TEST_F(UtilityTest, RefusesEverythingOutsideTheRoot) {
+    ASSERT_EQ(symlink(outside_.c_str(), Under("data/to-outside").c_str()), 0);
+    ASSERT_EQ(symlink((outside_ + "/precious").c_str(), Under("data/to-precious").c_str()), 0);
+    ASSERT_EQ(symlink(FOUNDATION_PROBE, Under("data/to-probe").c_str()), 0);
+    EXPECT_NE(
+        ExitCode(ITAKUtility::RemoveFile(Under("..") + outside_.substr(outside_.rfind('/')) + "/precious")),
+        0);
+    EXPECT_NE(ExitCode(ITAKUtility::RemoveFileInDirectory(outside_)), 0);
+    EXPECT_NE(ExitCode(ITAKUtility::RemoveFileInDirectory(Under("data/to-outside"))), 0);
+    EXPECT_NE(ExitCode(ITAKUtility::Copy(Under("data/to-precious"), Under("data/copy"))), 0);
+    EXPECT_NE(ExitCode(ITAKUtility::Copy(Under("data/a.txt"), outside_ + "/stolen")), 0);
+    EXPECT_NE(ExitCode(ITAKUtility::Execute(Under("data/to-outside/precious"))), 0);
+    EXPECT_NE(ExitCode(ITAKUtility::Execute(Under("data/to-probe"))), 0);
+    EXPECT_NE(ExitCode(ITAKUtility::SetSmack(outside_ + "/precious", "Evil")), 0);
+
+    RunResult result = RunProgram(TAKUTILITY_TOOL, "-e|" + outside_ + "/precious");
+    EXPECT_NE(result.exitCode, 0);
+    EXPECT_NE(result.err.find("outside the host root"), std::string::npos);
+    for (const std::string& args :
+         std::vector<std::string>{"-e|relative/path", "-q|" + Under("data"), "-e"}) {
+        EXPECT_NE(RunProgram(TAKUTILITY_TOOL, args).exitCode, 0) << args;
+    }
 }
 
 }  // namespace
-}  // namespace foundation

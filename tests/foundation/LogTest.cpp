@@ -1,0 +1,155 @@
+// The history log (time prefix, cut, rotation, backups, link refusal, concurrent writers) and the KPI
+// log over the host framework.
+#include <json/json.h>
+
+#include <algorithm>
+#include <ctime>
+#include <fstream>
+#include <regex>
+#include <sstream>
+
+#include <KPILogFramework.h>
+
+#include "FoundationTest.h"
+#include "IClogger.h"
+#include "TAKHistoryLog.h"
+
+namespace {
+
+const long long kLimit = 262144;
+// The UTC time prefix of every history line.
+const std::string kStamp = R"(\d{4}-\d\d-\d\dT\d\d:\d\d:\d\d:>)";
+
+std::vector<std::string> Lines(const std::string& path) {
+    std::vector<std::string> lines;
+    std::istringstream in(ReadFile(path));
+    for (std::string line; std::getline(in, line);) {
+        lines.push_back(line);
+    }
+    return lines;
+}
+
+class HistoryLogTest : public FoundationTest {
+protected:
+    void SetUp() override {
+        FoundationTest::SetUp();
+        ASSERT_TRUE(TAKDir::Create(dir_ = Under("opt/usr/data/vardell/log")));
+        HistoryLogFileName("tak_reset_history");
+        path_ = dir_ + "/tak_reset_history.log";
+    }
+    std::string dir_;
+    std::string path_;
+};
+
+// A line carries the UTC time and the message, cut at 2047 characters; a path through a link is refused.
+TEST_F(HistoryLogTest, LineCarriesTheUtcTimeAndTheMessageCutAt2047Characters) {
+    time_t before = time(nullptr);
+    WriteHistoryLogFile("[%s][%d]End", "m_ClearDB", 637);
+    time_t after = time(nullptr);
+    std::string line = ReadFile(path_);
+    ASSERT_TRUE(std::regex_match(line, std::regex(kStamp + R"(\[m_ClearDB\]\[637\]End\n)"))) << line;
+    struct tm utc {};
+    strptime(line.c_str(), "%Y-%m-%dT%H:%M:%S", &utc);
+    EXPECT_TRUE(timegm(&utc) >= before && timegm(&utc) <= after) << line;
+
+    WriteFile(path_, "");
+    WriteHistoryLogFile("%s", std::string(5000, 'y').c_str());
+    EXPECT_EQ(ReadFile(path_).size(), 2048u);
+    EXPECT_EQ(ReadFile(path_).find('\n'), 2047u);
+
+    ASSERT_TRUE(TAKDir::Create(Under("elsewhere")) && TAKDir::RemoveAllFiles(dir_, true, false));
+    ASSERT_EQ(symlink(Under("elsewhere").c_str(), dir_.c_str()), 0);
+    WriteHistoryLogFile("must not land");
+    EXPECT_EQ(TAKDir::FolderSize(Under("elsewhere")), 0);
+    EXPECT_TRUE(LogHas(path_ + " is not realpath, so can not open it!!!"));
+}
+
+TEST_F(HistoryLogTest, RotatesOnlyAboveTheLimitAndKeepsThreeBackupsNewestFirst) {
+    WriteFile(path_, std::string(kLimit, 'x'));
+    WriteHistoryLogFile("generation 1");
+    EXPECT_FALSE(TAKFile::Exists(path_ + ".1")) << "rotated at exactly the limit";
+    for (int generation = 2; generation <= 6; ++generation) {
+        long long grown = TAKFile::Size(path_);
+        WriteHistoryLogFile("generation %d", generation);
+        EXPECT_TRUE(TAKFile::Size(path_ + ".1") == grown && Lines(path_).size() == 1u) << generation;
+        // Grow the current file past the limit, so the next line starts a new generation.
+        std::ofstream(path_, std::ios::app) << std::string(kLimit, '.') << "\n";
+    }
+    std::string firstMessages;  // of the current file and each backup, after the time prefix
+    for (const char* suffix : {"", ".1", ".2", ".3"}) {
+        firstMessages += ReadFile(path_ + suffix).substr(0, 33).substr(21) + ";";
+    }
+    EXPECT_EQ(firstMessages, "generation 6;generation 5;generation 4;generation 3;");
+    EXPECT_FALSE(TAKFile::Exists(path_ + ".4"));
+}
+
+// Eight writers, rotation on the way. What survives (three full backups and the current file, oldest
+// first) must be, for every writer, an unbroken run of its last lines, each line whole.
+TEST_F(HistoryLogTest, ConcurrentWritersNeverInterleaveOrLoseKeptLines) {
+    const int kLinesEach = 400;
+    std::vector<std::thread> writers;
+    for (int t = 0; t < 8; ++t) {
+        writers.emplace_back([t] {
+            for (int i = 0; i < kLinesEach; ++i) {
+                WriteHistoryLogFile("T%d-%d-%s", t, i, std::string(900, 'p').c_str());
+            }
+        });
+    }
+    for (std::thread& writer : writers) {
+        writer.join();
+    }
+    const std::regex linePattern(kStamp + R"(T(\d)-(\d+)-p{900})");
+    std::map<int, std::vector<int>> kept;
+    for (const char* suffix : {".3", ".2", ".1", ""}) {
+        long long size = TAKFile::Size(path_ + suffix);
+        EXPECT_TRUE(size <= kLimit + 1000 && (*suffix == '\0' || size > kLimit)) << suffix << ": " << size;
+        for (const std::string& line : Lines(path_ + suffix)) {
+            std::smatch match;
+            ASSERT_TRUE(std::regex_match(line, match, linePattern)) << "broken line in " << suffix;
+            kept[std::stoi(match[1])].push_back(std::stoi(match[2]));
+        }
+    }
+    EXPECT_FALSE(TAKFile::Exists(path_ + ".4"));
+    for (const auto& [writer, sequence] : kept) {
+        auto gap =
+            std::adjacent_find(sequence.begin(), sequence.end(), [](int a, int b) { return b != a + 1; });
+        EXPECT_TRUE(sequence.back() == kLinesEach - 1 && gap == sequence.end()) << "writer " << writer;
+    }
+}
+
+// Each event reaches the host framework's file as one JSON object; the completion runs on the worker.
+using KpiTest = FoundationTest;
+
+TEST_F(KpiTest, EventsCarryServiceEventCategoryAndDescription) {
+    std::pair<int, std::thread::id> written{-99, {}};  // result and thread of the completion
+    auto callback = [](int result, void* data) {
+        *static_cast<std::pair<int, std::thread::id>*>(data) = {result, std::this_thread::get_id()};
+    };
+    IClogger::SendTAKEventKPI(KPI_TAK_EVENT_DB_INVALID, "DB file size is zero");
+    IClogger::SendTAKEventKPI(KPI_TAK_EVENT_DB_INVALID, "");
+    IClogger::SendIconKPI("org.app", "2024-03-05", TAK_CLOGGER_ICON_REASON_UPDATE, 0);
+    IClogger::SendIconKPI("org.app", "2024-03-05", TAK_CLOGGER_ICON_REASON_UPDATE, -7);
+    ASSERT_EQ(
+        KPILogFramework::CLogger::GetInstance()->AddEventLogAsync("s", "e", "c", "d", callback, &written), 0);
+    KPILogFramework::CLogger::GetInstance()->Flush();
+    EXPECT_TRUE(written.first == 1 && written.second != std::this_thread::get_id());
+    const std::vector<std::string> expected = {
+        "23_appdown EV019 TAK_EVENT {type=6;info=DB file size is zero}",
+        "23_appdown EV019 TAK_EVENT {type=6;info=}",
+        "23_appdown EV017 ICON_DOWNLOAD_PASS {appid=org.app;reason=1;server_update_date=2024-03-05}",
+        "23_appdown EV018 ICON_DOWNLOAD_FAIL {appid=org.app;reason=1;server_update_date=2024-03-05;error=-7}",
+        "s e c d"};
+    std::vector<std::string> records;
+    for (const std::string& line : Lines(Under("var/log/kpi.log"))) {
+        Json::Value record;
+        std::istringstream in(line);
+        EXPECT_TRUE(Json::parseFromStream(Json::CharReaderBuilder(), in, &record, nullptr)) << line;
+        records.push_back(record["service"].asString() + " " + record["event"].asString() + " " +
+                          record["category"].asString() + " " + record["description"].asString());
+    }
+    EXPECT_EQ(records, expected);
+    EXPECT_TRUE(
+        LogHas("Send KPI log successfully. category[TAK_EVENT], event[EV019], description[{type=6;info=}]."));
+}
+
+}  // namespace
