@@ -69,18 +69,18 @@ TEST_F(WidgetInfoTest, ListsComeInBothOrders) {
     EXPECT_TRUE(!table.GetAllWidgetsInfoOrderById(apps) && apps.size() == 1);
     std::vector<_APPINFO_T> rows;
     for (const auto& [id, index] :
-         std::vector<std::pair<std::string, int>>{{"beta", 1}, {"Alpha", 3}, {"gamma", 0}, {"alpha2", 2}}) {
+         std::vector<std::pair<std::string, int>>{{"beta", 1}, {"Delta", 3}, {"gamma", 0}, {"alpha", 2}}) {
         rows.push_back(DistinctRecord(id, index));
         rows.back().app_index = index;
     }
     ASSERT_TRUE(InsertApps(DBPath(), rows));
     ASSERT_TRUE(table.GetAllWidgetsInfo(apps));
-    EXPECT_EQ(Ids(apps), (std::vector<std::string>{"gamma", "beta", "alpha2", "Alpha"}));
-    // upper(id): "Alpha" sorts with the lower-case ids, not before every one of them by byte value.
+    EXPECT_EQ(Ids(apps), (std::vector<std::string>{"gamma", "beta", "alpha", "Delta"}));
+    // upper(id): "Delta" sorts among the lower-case ids, not before every one of them by byte value.
     EXPECT_EQ(Ids(CAppDBInfo::GetAllAppList()),
-              (std::vector<std::string>{"Alpha", "alpha2", "beta", "gamma"}));
-    EXPECT_EQ(CAppDBInfo::GetAllAppString(), "Alpha,alpha2,beta,gamma,");
-    EXPECT_TRUE(SameRecord(rows[1], CAppDBInfo::GetAllAppList().front()));
+              (std::vector<std::string>{"alpha", "beta", "Delta", "gamma"}));
+    EXPECT_EQ(CAppDBInfo::GetAllAppString(), "alpha,beta,Delta,gamma,");
+    EXPECT_TRUE(SameRecord(rows[3], CAppDBInfo::GetAllAppList().front()));
 }
 
 TEST_F(WidgetInfoTest, UsbLists) {
