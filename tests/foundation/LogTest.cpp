@@ -5,7 +5,6 @@
 #include <algorithm>
 #include <ctime>
 #include <fstream>
-#include <regex>
 #include <sstream>
 
 #include <KPILogFramework.h>
@@ -17,8 +16,16 @@
 namespace {
 
 const long long kLimit = 262144;
-// The UTC time prefix of every history line.
-const std::string kStamp = R"(\d{4}-\d\d-\d\dT\d\d:\d\d:\d\d:>)";
+// The message after the UTC time prefix "YYYY-MM-DDTHH:MM:SS:>" of a history line; false when the
+// prefix is malformed.
+bool StripStamp(const std::string& line, std::string& message) {
+    int y, mo, d, h, mi, s, n = 0;
+    if (sscanf(line.c_str(), "%4d-%2d-%2dT%2d:%2d:%2d:>%n", &y, &mo, &d, &h, &mi, &s, &n) != 6 || n != 21) {
+        return false;
+    }
+    message = line.substr(n);
+    return true;
+}
 
 std::vector<std::string> Lines(const std::string& path) {
     std::vector<std::string> lines;
@@ -47,7 +54,9 @@ TEST_F(HistoryLogTest, LineCarriesTheUtcTimeAndTheMessageCutAt2047Characters) {
     WriteHistoryLogFile("[%s][%d]End", "m_ClearDB", 637);
     time_t after = time(nullptr);
     std::string line = ReadFile(path_);
-    ASSERT_TRUE(std::regex_match(line, std::regex(kStamp + R"(\[m_ClearDB\]\[637\]End\n)"))) << line;
+    std::string message;
+    ASSERT_TRUE(StripStamp(line, message)) << line;
+    EXPECT_EQ(message, "[m_ClearDB][637]End\n");
     struct tm utc {};
     strptime(line.c_str(), "%Y-%m-%dT%H:%M:%S", &utc);
     EXPECT_TRUE(timegm(&utc) >= before && timegm(&utc) <= after) << line;
@@ -98,15 +107,18 @@ TEST_F(HistoryLogTest, ConcurrentWritersNeverInterleaveOrLoseKeptLines) {
     for (std::thread& writer : writers) {
         writer.join();
     }
-    const std::regex linePattern(kStamp + R"(T(\d)-(\d+)-p{900})");
     std::map<int, std::vector<int>> kept;
     for (const char* suffix : {".3", ".2", ".1", ""}) {
         long long size = TAKFile::Size(path_ + suffix);
         EXPECT_TRUE(size <= kLimit + 1000 && (*suffix == '\0' || size > kLimit)) << suffix << ": " << size;
         for (const std::string& line : Lines(path_ + suffix)) {
-            std::smatch match;
-            ASSERT_TRUE(std::regex_match(line, match, linePattern)) << "broken line in " << suffix;
-            kept[std::stoi(match[1])].push_back(std::stoi(match[2]));
+            std::string message;
+            int writer = -1, index = -1, n = 0;
+            ASSERT_TRUE(StripStamp(line, message) &&
+                        sscanf(message.c_str(), "T%d-%d-%n", &writer, &index, &n) == 2 &&
+                        message.substr(n) == std::string(900, 'p'))
+                << "broken line in " << suffix;
+            kept[writer].push_back(index);
         }
     }
     EXPECT_FALSE(TAKFile::Exists(path_ + ".4"));
