@@ -71,4 +71,6 @@ private:
     bool m_BindUpdateAppInfo(const _APPINFO_T& info);
     void m_GetAppInfoFromRow(_APPINFO_T& info);
     void m_Backup();
+    // Steps the prepared write; only a write that is done is followed by a backup.
+    bool m_FinishWrite();
 };

@@ -134,6 +134,14 @@ void CWidgetInfoDB::m_Backup() {
     }
 }
 
+bool CWidgetInfoDB::m_FinishWrite() {
+    if (Step() != SQLITE_DONE) {
+        return false;
+    }
+    m_Backup();
+    return true;
+}
+
 bool CWidgetInfoDB::GetAppInfo(_APPINFO_T& info, const std::string& where,
                                const std::vector<_TAKDB_BIND_T>& binds) {
     CStatementLock lock;
@@ -206,11 +214,7 @@ bool CWidgetInfoDB::UpdateAppsKeyValue(const std::string& assignment, const std:
     if (!Prepare(sql) || !Bind(1, value) || (!id.empty() && !Bind(2, id))) {
         return false;
     }
-    if (Step() != SQLITE_DONE) {
-        return false;
-    }
-    m_Backup();
-    return true;
+    return m_FinishWrite();
 }
 
 bool CWidgetInfoDB::UpdateAppsKeyValue(const std::string& assignment, int value, const std::string& id,
@@ -228,11 +232,7 @@ bool CWidgetInfoDB::UpdateAppsKeyValue(const std::string& assignment, int value,
     if (!Prepare(sql) || !Bind(1, value) || (!id.empty() && !Bind(2, id))) {
         return false;
     }
-    if (Step() != SQLITE_DONE) {
-        return false;
-    }
-    m_Backup();
-    return true;
+    return m_FinishWrite();
 }
 
 bool CWidgetInfoDB::UpdateAppUpdateInfo(const std::string& id, const std::string& version, bool needUpdate,
@@ -244,11 +244,7 @@ bool CWidgetInfoDB::UpdateAppUpdateInfo(const std::string& id, const std::string
     if (!Prepare(sql) || !Bind(1, version) || !Bind(2, needUpdate) || !Bind(3, downloaded) || !Bind(4, id)) {
         return false;
     }
-    if (Step() != SQLITE_DONE) {
-        return false;
-    }
-    m_Backup();
-    return true;
+    return m_FinishWrite();
 }
 
 bool CWidgetInfoDB::InsertAppInfo(const _APPINFO_T& info) {
@@ -256,11 +252,7 @@ bool CWidgetInfoDB::InsertAppInfo(const _APPINFO_T& info) {
     if (!Prepare(InsertSql()) || !m_BindAppInfo(info)) {
         return false;
     }
-    if (Step() != SQLITE_DONE) {
-        return false;
-    }
-    m_Backup();
-    return true;
+    return m_FinishWrite();
 }
 
 bool CWidgetInfoDB::UpdateAppInfo(const _APPINFO_T& info) {
@@ -268,9 +260,5 @@ bool CWidgetInfoDB::UpdateAppInfo(const _APPINFO_T& info) {
     if (!Prepare(UpdateSql()) || !m_BindUpdateAppInfo(info)) {
         return false;
     }
-    if (Step() != SQLITE_DONE) {
-        return false;
-    }
-    m_Backup();
-    return true;
+    return m_FinishWrite();
 }
