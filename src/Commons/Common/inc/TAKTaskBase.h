@@ -79,6 +79,7 @@ private:
     void m_PutEvent(const PTEvent& ev);
     void m_CheckEvent();
     bool m_PopFrontEvent(PTEvent& out);
+    bool m_TakeQueuedEvents();
     void m_ScheduleIdle();
     static gboolean m_HandleEvent(gpointer self);
 
@@ -93,4 +94,8 @@ private:
     bool exitRequested = true;
     GSource* idleSource = nullptr;
     bool ready = false;
+    // Events taken off `events` in one go and not handled yet. Only the task thread touches it while the
+    // task runs (the owner clears it in Destroy once the thread has ended), so the handler takes the queue
+    // lock once per burst of posts rather than once per event.
+    std::deque<PTEvent> handling;
 };

@@ -32,6 +32,7 @@ void CTAKTaskBase::Destroy() {
     std::lock_guard<std::mutex> guard(queueMutex);
     events.clear();
     pending.clear();
+    handling.clear();
     idleNeeded = true;
     // A new thread has not run t_Create() yet: events from others wait again until it has.
     ready = false;
@@ -132,10 +133,18 @@ void CTAKTaskBase::m_CheckEvent() {
 }
 
 bool CTAKTaskBase::m_PopFrontEvent(PTEvent& out) {
+    if (handling.empty() && !m_TakeQueuedEvents()) {
+        return false;
+    }
+    out = handling.front();
+    handling.pop_front();
+    return true;
+}
+
+bool CTAKTaskBase::m_TakeQueuedEvents() {
     std::lock_guard<std::mutex> guard(queueMutex);
     if (!events.empty()) {
-        out = events.front();
-        events.pop_front();
+        handling.swap(events);
         return true;
     }
     // The running idle returns false and is removed by GLib; the next post schedules a new one.
