@@ -2,32 +2,16 @@
 #include "InnerServer.h"
 
 #include <fstream>
-#include <set>
 
+#include "InnerServerStore.h"
 #include "dlog.h"
 #include "orvix_host.h"
-
-#ifdef ORVIX_HAVE_INNERSERVER_STORE
-#include "InnerServerStore.h"
-#endif
 
 const char* const CInnerServer::BUS_NAME = "org.orvix.tv.vardell.innerserver";
 const char* const CInnerServer::OBJECT_PATH = "/org/orvix/tv/vardell/innerserver";
 const char* const CInnerServer::INTERFACE_NAME = "org.orvix.tv.vardell.innerserver.interface";
 
 namespace {
-
-// The methods whose "(i)" reply the reset process reads as 0 = failure, 1 = success.
-const std::set<std::string> kAppDataMethods = {
-    "set_app_info",
-    "remove_app",
-    "update_config_table",
-    "truncate_widgetinfo_table",
-    "reset_for_corvane_reset",
-    "update_app_item",
-    "reset_config_table",
-    "reset_app_user_data",
-};
 
 Json::Value ReadBehaviour() {
     std::ifstream in(orvix::host::UnderRoot("etc/innerserver.json"));
@@ -56,36 +40,29 @@ bool Listed(const Json::Value& list, const std::string& method) {
     return false;
 }
 
-#ifdef ORVIX_HAVE_INNERSERVER_STORE
 CInnerServerStore& Store() {
     static CInnerServerStore store;
     return store;
 }
-#endif
 
 }  // namespace
 
 bool CInnerServer::OpenStore() {
-#ifdef ORVIX_HAVE_INNERSERVER_STORE
     m_bStoreOpen = Store().Open();
     if (!m_bStoreOpen) {
         dlog_print(DLOG_ERROR, "ORVIX",
                    "innerserver: the app database cannot be opened; app-data calls answer 0");
     }
-#endif
     return m_bStoreOpen;
 }
 
 int CInnerServer::m_DefaultResult(const std::string& method, GVariant* parameters, bool& hasResult) {
     hasResult = true;
-#ifdef ORVIX_HAVE_INNERSERVER_STORE
+    // The app-data methods answer 1 on success and 0 on failure, as the store applied them.
     if (Store().Handles(method.c_str())) {
         return m_bStoreOpen ? Store().Apply(method.c_str(), parameters) : 0;
     }
-#else
-    (void)parameters;
-#endif
-    if (kAppDataMethods.count(method) != 0 || method == "process_result") {
+    if (method == "process_result") {
         return 1;
     }
     if (method == "sub_process_copy_server_icons") {
