@@ -1,12 +1,11 @@
 // Process identities for the kit's pid files.
 #include <fcntl.h>
+#include <glib.h>
 #include <unistd.h>
 
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <fstream>
-#include <sstream>
 
 #include "orvix_process.h"
 
@@ -17,22 +16,19 @@ namespace {
 // Field 3 (state) and field 22 (start time) of /proc/PID/stat. The command name (field 2) may hold blanks
 // and parentheses, so parsing starts after its last ')'.
 bool ReadStat(pid_t pid, char& state, unsigned long long& startTime) {
-    std::ifstream in("/proc/" + std::to_string(pid) + "/stat");
-    std::string text((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
-    size_t close = text.rfind(')');
-    if (close == std::string::npos) {
+    std::string path = "/proc/" + std::to_string(pid) + "/stat";
+    gchar* text = nullptr;
+    if (!g_file_get_contents(path.c_str(), &text, nullptr, nullptr)) {
         return false;
     }
-    std::istringstream fields(text.substr(close + 1));
-    std::string field;
-    fields >> state;
-    for (int index = 4; index <= 22 && fields >> field; ++index) {
-        if (index == 22) {
-            startTime = strtoull(field.c_str(), nullptr, 10);
-            return true;
-        }
-    }
-    return false;
+    const char* close = strrchr(text, ')');
+    // After the name: state, then fields 4 to 21 skipped, then the start time.
+    bool ok =
+        close != nullptr &&
+        sscanf(close + 1, " %c %*s %*s %*s %*s %*s %*s %*s %*s %*s %*s %*s %*s %*s %*s %*s %*s %*s %*s %llu",
+               &state, &startTime) == 2;
+    g_free(text);
+    return ok;
 }
 
 std::string Format(const ProcessId& process) {
@@ -67,26 +63,23 @@ bool WritePidFileTo(int fd, const ProcessId& process) {
 }
 
 bool WritePidFile(const std::string& path, const ProcessId& process) {
-    std::string temporary = path + ".tmp";
-    {
-        std::ofstream out(temporary, std::ios::trunc);
-        out << Format(process);
-        if (!out.flush()) {
-            return false;
-        }
-    }
-    return rename(temporary.c_str(), path.c_str()) == 0;
+    std::string text = Format(process);
+    return g_file_set_contents(path.c_str(), text.data(), static_cast<gssize>(text.size()), nullptr);
 }
 
 bool ReadPidFile(const std::string& path, ProcessId& process) {
-    std::ifstream in(path);
-    long long pid = 0;
-    unsigned long long startTime = 0;
-    if (!(in >> pid >> startTime) || pid <= 0) {
+    gchar* text = nullptr;
+    if (!g_file_get_contents(path.c_str(), &text, nullptr, nullptr)) {
         return false;
     }
-    process = ProcessId{static_cast<pid_t>(pid), startTime};
-    return true;
+    long long pid = 0;
+    unsigned long long startTime = 0;
+    bool ok = sscanf(text, "%lld %llu", &pid, &startTime) == 2 && pid > 0;
+    g_free(text);
+    if (ok) {
+        process = ProcessId{static_cast<pid_t>(pid), startTime};
+    }
+    return ok;
 }
 
 }  // namespace orvix::host

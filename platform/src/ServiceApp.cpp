@@ -3,18 +3,21 @@
 // handed to the app-control callback one at a time, in arrival order.
 #include <errno.h>
 #include <fcntl.h>
-#include <gio/gio.h>
-#include <gio/gunixsocketaddress.h>
+#include <glib-unix.h>
+#include <glib.h>
 #include <sys/file.h>
+#include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cstdlib>
 #include <cstring>
 #include <deque>
 #include <string>
+#include <vector>
 
 #include "dlog.h"
 #include "orvix_host.h"
@@ -33,30 +36,36 @@ const char kTag[] = "ORVIX";
 constexpr gint64 kForwardDeadlineUs = 30 * G_USEC_PER_SEC;
 constexpr int kForwardIoTimeoutMs = 10000;
 
+// One connection of the launch channel while its frame is read. The socket is non-blocking and read as
+// data arrives, so a slow or stuck client never holds up the main loop.
+struct Connection {
+    int fd = -1;
+    guint source = 0;
+    char header[8] = {};
+    size_t headerRead = 0;
+    std::string payload;
+    size_t payloadRead = 0;
+};
+
 // Everything below is touched on the thread that runs service_app_main only, except where noted.
+// The channel is a plain socket watched by the main context: the process starts faster without the
+// GIO socket classes, and it needs nothing they add.
 struct Session {
     std::string app;
     service_app_lifecycle_callback_s callbacks{};
     void* userData = nullptr;
     int lockFd = -1;
-    GSocketService* service = nullptr;
-    GCancellable* cancellable = nullptr;
+    int listenFd = -1;
+    guint listenSource = 0;
+    std::vector<Connection*> connections;
     std::deque<LaunchExtras> pending;
     guint dispatchSource = 0;
     bool dispatching = false;
-    int openConnections = 0;
 };
 
 Session g_session;
 std::atomic<bool> g_running{false};
 std::atomic<bool> g_exitRequested{false};
-
-// One connection of the launch channel while its frame is read.
-struct Connection {
-    GSocketConnection* connection = nullptr;
-    char header[8] = {};
-    std::string payload;
-};
 
 std::string AppName(const char* argv0) {
     const char* slash = strrchr(argv0, '/');
@@ -187,117 +196,156 @@ void ScheduleDispatch() {
 }
 
 void CloseConnection(Connection* c) {
-    g_io_stream_close(G_IO_STREAM(c->connection), nullptr, nullptr);
-    g_object_unref(c->connection);
+    if (c->source != 0) {
+        g_source_remove(c->source);
+    }
+    close(c->fd);
+    auto& all = g_session.connections;
+    all.erase(std::remove(all.begin(), all.end(), c), all.end());
     delete c;
-    --g_session.openConnections;
 }
 
 void Answer(Connection* c, char answer) {
-    GOutputStream* out = g_io_stream_get_output_stream(G_IO_STREAM(c->connection));
-    g_output_stream_write_all(out, &answer, 1, nullptr, nullptr, nullptr);
+    // One byte into a socket nobody has written to yet: it always fits.
+    if (send(c->fd, &answer, 1, MSG_NOSIGNAL) != 1) {
+        dlog_print(DLOG_ERROR, kTag, "cannot acknowledge a launch request: %s", strerror(errno));
+    }
 }
 
-void OnPayload(GObject* stream, GAsyncResult* result, gpointer data) {
-    auto* c = static_cast<Connection*>(data);
-    gsize read = 0;
-    GError* error = nullptr;
-    bool complete = g_input_stream_read_all_finish(G_INPUT_STREAM(stream), result, &read, &error) &&
-                    read == c->payload.size();
-    g_clear_error(&error);
-    LaunchExtras extras;
-    if (!complete || !orvix::host::DecodeLaunchPayload(c->payload, extras)) {
+// Reads what is there into `buffer` up to `size`; false when the peer is gone or the socket failed.
+bool ReadAvailable(int fd, char* buffer, size_t size, size_t& done) {
+    while (done < size) {
+        ssize_t n = read(fd, buffer + done, size - done);
+        if (n > 0) {
+            done += static_cast<size_t>(n);
+            continue;
+        }
+        if (n < 0 && errno == EINTR) {
+            continue;
+        }
+        return n < 0 && (errno == EAGAIN || errno == EWOULDBLOCK);
+    }
+    return true;
+}
+
+// False when the header is not one of ours; sizes the payload buffer otherwise.
+bool AcceptHeader(Connection* c) {
+    guint32 size = 0;
+    memcpy(&size, c->header + 4, sizeof(size));
+    size = GUINT32_FROM_LE(size);
+    if (memcmp(c->header, "OLR1", 4) != 0 || size > orvix::host::kLaunchMaxPayload) {
+        return false;
+    }
+    c->payload.resize(size);
+    return true;
+}
+
+enum class Progress { Waiting, Done, Failed };
+
+// Takes in what has arrived of the frame; logs why a connection is given up.
+Progress ReadFrame(Connection* c) {
+    if (c->headerRead < sizeof(c->header)) {
+        bool open = ReadAvailable(c->fd, c->header, sizeof(c->header), c->headerRead);
+        if (open && c->headerRead < sizeof(c->header)) {
+            return Progress::Waiting;
+        }
+        if (!open || !AcceptHeader(c)) {
+            dlog_print(DLOG_ERROR, kTag, "dropping a launch connection without a valid frame header");
+            return Progress::Failed;
+        }
+    }
+    if (!ReadAvailable(c->fd, c->payload.data(), c->payload.size(), c->payloadRead)) {
         dlog_print(DLOG_ERROR, kTag, "dropping a malformed launch request");
-        CloseConnection(c);
+        return Progress::Failed;
+    }
+    return c->payloadRead == c->payload.size() ? Progress::Done : Progress::Waiting;
+}
+
+void Deliver(Connection* c) {
+    LaunchExtras extras;
+    if (!orvix::host::DecodeLaunchPayload(c->payload, extras)) {
+        dlog_print(DLOG_ERROR, kTag, "dropping a malformed launch request");
         return;
     }
     if (g_exitRequested) {
         Answer(c, 'R');
-    } else {
-        g_session.pending.push_back(std::move(extras));
-        ScheduleDispatch();
-        Answer(c, 'Q');
-    }
-    CloseConnection(c);
-}
-
-void ReadPayload(Connection* c) {
-    GInputStream* in = g_io_stream_get_input_stream(G_IO_STREAM(c->connection));
-    g_input_stream_read_all_async(in, c->payload.data(), c->payload.size(), G_PRIORITY_DEFAULT,
-                                  g_session.cancellable, OnPayload, c);
-}
-
-void OnHeader(GObject* stream, GAsyncResult* result, gpointer data) {
-    auto* c = static_cast<Connection*>(data);
-    gsize read = 0;
-    GError* error = nullptr;
-    bool complete = g_input_stream_read_all_finish(G_INPUT_STREAM(stream), result, &read, &error) &&
-                    read == sizeof(c->header);
-    g_clear_error(&error);
-    guint32 size = 0;
-    memcpy(&size, c->header + 4, sizeof(size));
-    size = GUINT32_FROM_LE(size);
-    if (!complete || memcmp(c->header, "OLR1", 4) != 0 || size > orvix::host::kLaunchMaxPayload) {
-        dlog_print(DLOG_ERROR, kTag, "dropping a launch connection without a valid frame header");
-        CloseConnection(c);
         return;
     }
-    c->payload.resize(size);
-    ReadPayload(c);
+    g_session.pending.push_back(std::move(extras));
+    ScheduleDispatch();
+    Answer(c, 'Q');
 }
 
-gboolean OnIncoming(GSocketService*, GSocketConnection* connection, GObject*, gpointer) {
-    auto* c = new Connection();
-    c->connection = G_SOCKET_CONNECTION(g_object_ref(connection));
-    ++g_session.openConnections;
-    GInputStream* in = g_io_stream_get_input_stream(G_IO_STREAM(connection));
-    g_input_stream_read_all_async(in, c->header, sizeof(c->header), G_PRIORITY_DEFAULT, g_session.cancellable,
-                                  OnHeader, c);
-    return TRUE;
+gboolean OnReadable(gint, GIOCondition, gpointer data) {
+    auto* c = static_cast<Connection*>(data);
+    Progress progress = ReadFrame(c);
+    if (progress == Progress::Waiting) {
+        return G_SOURCE_CONTINUE;
+    }
+    if (progress == Progress::Done) {
+        Deliver(c);
+    }
+    c->source = 0;  // goes away with the G_SOURCE_REMOVE below
+    CloseConnection(c);
+    return G_SOURCE_REMOVE;
+}
+
+gboolean OnIncoming(gint listenFd, GIOCondition, gpointer) {
+    for (;;) {
+        int fd = accept4(listenFd, nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC);
+        if (fd < 0 && (errno == EINTR || errno == ECONNABORTED)) {
+            continue;
+        }
+        if (fd < 0) {
+            if (errno != EAGAIN && errno != EWOULDBLOCK) {
+                dlog_print(DLOG_ERROR, kTag, "cannot accept a launch connection: %s", strerror(errno));
+            }
+            return G_SOURCE_CONTINUE;
+        }
+        auto* c = new Connection();
+        c->fd = fd;
+        c->source = g_unix_fd_add(fd, G_IO_IN, OnReadable, c);
+        g_session.connections.push_back(c);
+    }
 }
 
 bool StartChannel() {
     std::string path = orvix::host::LaunchSocketPath(g_session.app);
-    if (path.size() >= sizeof(((struct sockaddr_un*)nullptr)->sun_path)) {
+    struct sockaddr_un address {};
+    address.sun_family = AF_UNIX;
+    if (path.size() >= sizeof(address.sun_path)) {
         dlog_print(DLOG_ERROR, kTag, "cannot listen on %s: the root's path is too long for a socket",
                    path.c_str());
         return false;
     }
+    memcpy(address.sun_path, path.c_str(), path.size() + 1);
     unlink(path.c_str());  // left by an instance that died; we hold the lock, so it is not in use
-    g_session.cancellable = g_cancellable_new();
-    g_session.service = g_socket_service_new();
-    GSocketAddress* address = g_unix_socket_address_new(path.c_str());
-    GError* error = nullptr;
-    bool ok =
-        g_socket_listener_add_address(G_SOCKET_LISTENER(g_session.service), address, G_SOCKET_TYPE_STREAM,
-                                      G_SOCKET_PROTOCOL_DEFAULT, nullptr, nullptr, &error);
-    g_object_unref(address);
-    if (!ok) {
-        dlog_print(DLOG_ERROR, kTag, "cannot listen on %s: %s", path.c_str(), error->message);
-        g_error_free(error);
+    g_session.listenFd = socket(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
+    if (g_session.listenFd < 0 ||
+        bind(g_session.listenFd, reinterpret_cast<struct sockaddr*>(&address), sizeof(address)) != 0 ||
+        listen(g_session.listenFd, SOMAXCONN) != 0) {
+        dlog_print(DLOG_ERROR, kTag, "cannot listen on %s: %s", path.c_str(), strerror(errno));
         return false;
     }
-    g_signal_connect(g_session.service, "incoming", G_CALLBACK(OnIncoming), nullptr);
-    g_socket_service_start(g_session.service);
+    g_session.listenSource = g_unix_fd_add(g_session.listenFd, G_IO_IN, OnIncoming, nullptr);
     return true;
 }
 
-// Nobody can deliver to this instance any more; reads under way are cancelled (their clients see no
-// acknowledgement and start a new instance once this one has released the lock).
+// Nobody can deliver to this instance any more; requests still being read are dropped (their clients
+// see no acknowledgement and start a new instance once this one has released the lock).
 void StopChannel() {
-    if (g_session.service != nullptr) {
-        g_socket_service_stop(g_session.service);
-        g_socket_listener_close(G_SOCKET_LISTENER(g_session.service));
+    if (g_session.listenSource != 0) {
+        g_source_remove(g_session.listenSource);
+        g_session.listenSource = 0;
+    }
+    if (g_session.listenFd >= 0) {
+        close(g_session.listenFd);
+        g_session.listenFd = -1;
         unlink(orvix::host::LaunchSocketPath(g_session.app).c_str());
     }
-    if (g_session.cancellable != nullptr) {
-        g_cancellable_cancel(g_session.cancellable);
+    while (!g_session.connections.empty()) {
+        CloseConnection(g_session.connections.back());
     }
-    while (g_session.openConnections > 0) {
-        g_main_context_iteration(nullptr, TRUE);
-    }
-    g_clear_object(&g_session.service);
-    g_clear_object(&g_session.cancellable);
     if (g_session.dispatchSource != 0) {
         g_source_remove(g_session.dispatchSource);
         g_session.dispatchSource = 0;
