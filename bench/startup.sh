@@ -8,13 +8,14 @@ set -euo pipefail
 
 build=$(cd "${1:-build}" && pwd)
 runs=${STARTUP_RUNS:-15}
-settle=0.3  # seconds a process idles before its RSS is read
+settle_ms=300  # how long a process idles before its RSS is read
 
-cmake --build "$build" -j2 --target tak-reset startup_baseline orvix-host >/dev/null
+cmake --build "$build" -j2 --target tak-reset startup_baseline startup_probe orvix-host >/dev/null
 reset_bin="$build/src/tak-reset"
 baseline_bin="$build/bench/support/startup_baseline"
+probe_bin="$build/bench/support/startup_probe"
 host_bin=$(find "$build/tools" -type f -name orvix-host -perm -u+x | head -n1)
-[[ -x "$reset_bin" && -x "$baseline_bin" && -n "$host_bin" ]] || { echo "startup: binaries missing" >&2; exit 1; }
+[[ -x "$reset_bin" && -x "$baseline_bin" && -x "$probe_bin" && -n "$host_bin" ]] || { echo "startup: binaries missing" >&2; exit 1; }
 
 root=$(mktemp -d "${TMPDIR:-/tmp}/tak-startup-XXXXXX")
 export ORVIX_HOST_ROOT="$root"
@@ -30,55 +31,30 @@ trap cleanup EXIT
 source "$root/run/env"
 export DBUS_SYSTEM_BUS_ADDRESS
 
-now_us() { local t=${EPOCHREALTIME/./}; echo $((10#$t)); }
-rss_kb() { awk '/^VmRSS:/ {print $2}' "/proc/$1/status"; }
 median() { sort -n | awk '{v[NR]=$1} END {print v[int((NR+1)/2)]}'; }
 
-# One tak-reset run. Its log goes to a FIFO read by grep, which takes the log in blocks and stops at
-# the dispatch line, so the reader costs the process under test next to nothing.
-run_reset() {
-    local fifo="$root/log.fifo" start end pid fd reader
-    rm -f "$fifo"
-    mkfifo "$fifo"
-    exec {fd}<>"$fifo"
-    timeout 30 grep -m1 -q -F "has key[reset] value[startup_bench]" <&"$fd" &
-    reader=$!
-    start=$(now_us)
-    ORVIX_LOG_FILE="$fifo" "$reset_bin" reset=startup_bench &
-    pid=$!
-    wait "$reader" || { echo "startup: tak-reset never dispatched its first request" >&2; exit 1; }
-    end=$(now_us)
-    # Keep draining the log so that the process never blocks on it while it idles and exits.
-    cat <&"$fd" >/dev/null &
-    local drain=$!
-    sleep "$settle"
-    echo "$((end - start)) $(rss_kb "$pid")"
-    "$host_bin" launch reset=end >/dev/null
-    wait "$pid"
-    kill "$drain" 2>/dev/null || true
-    wait "$drain" 2>/dev/null || true
-    exec {fd}<&-
-}
-
-run_baseline() {
-    local start end line pid
-    start=$(now_us)
-    coproc BASELINE { exec "$baseline_bin"; }
-    pid=$BASELINE_PID
-    read -r -t 30 -u "${BASELINE[0]}" line
-    end=$(now_us)
-    [[ $line == ready ]] || { echo "startup: baseline did not get ready" >&2; exit 1; }
-    sleep "$settle"
-    echo "$((end - start)) $(rss_kb "$pid")"
-    exec {BASELINE[1]}>&-
+# Both programs are timed by the same probe: from its fork to the marker on the program's output, then
+# the RSS after `settle` ms of idling. tak-reset's log goes to its output; the marker is the log line of
+# the first request's dispatch. The baseline says "ready" once its call is answered.
+# run PROGRAM_MARKER STOP_COMMAND PROGRAM...: prints "<us> <kB>"
+run() {
+    local marker=$1 stop=$2 result
+    shift 2
+    coproc PROBE { exec "$probe_bin" "$settle_ms" "$marker" "$@"; }
+    local pid=$PROBE_PID
+    read -r -t 30 -u "${PROBE[0]}" result || { echo "startup: $1 did not get ready" >&2; exit 1; }
+    echo "$result"
+    [[ -z $stop ]] || $stop >/dev/null
+    exec {PROBE[1]}>&-
     wait "$pid"
 }
 
 : >"$root/reset.txt"
 : >"$root/baseline.txt"
 for ((i = 0; i < runs; i++)); do
-    run_baseline >>"$root/baseline.txt"
-    run_reset >>"$root/reset.txt"
+    run ready "" "$baseline_bin" >>"$root/baseline.txt"
+    ORVIX_LOG_FILE=/dev/stdout run "has key[reset] value[startup_bench]" "$host_bin launch reset=end" \
+        "$reset_bin" reset=startup_bench >>"$root/reset.txt"
 done
 
 reset_us=$(cut -d' ' -f1 "$root/reset.txt" | median)
