@@ -36,7 +36,7 @@ median() { sort -n | awk '{v[NR]=$1} END {print v[int((NR+1)/2)]}'; }
 # Both programs are timed by the same probe: from its fork to the marker on the program's output, then
 # the RSS after `settle` ms of idling. tak-reset's log goes to its output; the marker is the log line of
 # the first request's dispatch. The baseline says "ready" once its call is answered.
-# run PROGRAM_MARKER STOP_COMMAND PROGRAM...: prints "<us> <kB>"
+# run MARKER STOP_COMMAND PROGRAM...: prints "<us> <RSS kB> <anonymous kB>"
 run() {
     local marker=$1 stop=$2 result
     shift 2
@@ -57,12 +57,18 @@ for ((i = 0; i < runs; i++)); do
         "$reset_bin" reset=startup_bench >>"$root/reset.txt"
 done
 
-reset_us=$(cut -d' ' -f1 "$root/reset.txt" | median)
-reset_kb=$(cut -d' ' -f2 "$root/reset.txt" | median)
-base_us=$(cut -d' ' -f1 "$root/baseline.txt" | median)
-base_kb=$(cut -d' ' -f2 "$root/baseline.txt" | median)
+column() { cut -d' ' -f"$1" "$2" | median; }
+reset_us=$(column 1 "$root/reset.txt")
+reset_kb=$(column 2 "$root/reset.txt")
+reset_anon=$(column 3 "$root/reset.txt")
+base_us=$(column 1 "$root/baseline.txt")
+base_kb=$(column 2 "$root/baseline.txt")
+base_anon=$(column 3 "$root/baseline.txt")
 
-awk -v rt="$reset_us" -v bt="$base_us" -v rk="$reset_kb" -v bk="$base_kb" 'BEGIN {
+# The third line is for information: most of the RSS is pages of shared libraries, which every process
+# that maps them shares; the anonymous part is what this process alone costs.
+awk -v rt="$reset_us" -v bt="$base_us" -v rk="$reset_kb" -v bk="$base_kb" -v ra="$reset_anon" -v ba="$base_anon" 'BEGIN {
     printf "startup time  tak-reset %8.2f ms   baseline %8.2f ms   ratio %.2fx (target <= 1.5x)\n", rt / 1000, bt / 1000, rt / bt
     printf "idle RSS      tak-reset %8.2f MB   baseline %8.2f MB   ratio %.2fx (target <= 1.5x)\n", rk / 1024, bk / 1024, rk / bk
+    printf "  anonymous   tak-reset %8.2f MB   baseline %8.2f MB   ratio %.2fx\n", ra / 1024, ba / 1024, ra / ba
 }'

@@ -4,7 +4,8 @@
  *
  * Starts PROGRAM with its standard input and output on pipes of the probe, and takes the time from just
  * before the fork to the moment MARKER appears on PROGRAM's output. It then lets PROGRAM idle for
- * SETTLE_MS, reads its resident set size and prints "<microseconds> <kB>" on one line. From then on it
+ * SETTLE_MS, reads its resident set size and the anonymous part of it, and prints
+ * "<microseconds> <RSS kB> <anonymous kB>" on one line. From then on it
  * keeps draining PROGRAM's output; when the probe's own standard input closes it closes PROGRAM's, and it
  * exits once PROGRAM has exited, with PROGRAM's status. */
 #define _GNU_SOURCE
@@ -25,7 +26,8 @@ static long long NowUs(void) {
     return now.tv_sec * 1000000LL + now.tv_nsec / 1000;
 }
 
-static long RssKb(pid_t pid) {
+/* One "Name: value kB" line of /proc/PID/status, or -1. */
+static long StatusKb(pid_t pid, const char* name) {
     char path[64];
     snprintf(path, sizeof(path), "/proc/%d/status", (int)pid);
     FILE* status = fopen(path, "r");
@@ -34,8 +36,10 @@ static long RssKb(pid_t pid) {
     }
     char line[256];
     long kb = -1;
+    size_t length = strlen(name);
     while (fgets(line, sizeof(line), status) != NULL) {
-        if (sscanf(line, "VmRSS: %ld", &kb) == 1) {
+        if (strncmp(line, name, length) == 0 && line[length] == ':') {
+            kb = strtol(line + length + 1, NULL, 10);
             break;
         }
     }
@@ -127,7 +131,7 @@ int main(int argc, char** argv) {
     }
     long long elapsed = NowUs() - start;
     int inputClosed = Drain(fromChild[0], STDIN_FILENO, settleMs);
-    printf("%lld %ld\n", elapsed, RssKb(child));
+    printf("%lld %ld %ld\n", elapsed, StatusKb(child, "VmRSS"), StatusKb(child, "RssAnon"));
     fflush(stdout);
     if (!inputClosed) {
         Drain(fromChild[0], STDIN_FILENO, -1);
