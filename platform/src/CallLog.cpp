@@ -3,6 +3,7 @@
 #include <sys/time.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstdio>
 #include <cstring>
 #include <ctime>
@@ -78,10 +79,20 @@ std::string CallsFile() {
     return UnderRoot("var/log/calls.jsonl");
 }
 
-std::string JsonLine(const Json::Value& value) {
+namespace {
+
+Json::StreamWriterBuilder OneLineWriter() {
     Json::StreamWriterBuilder builder;
     builder["indentation"] = "";
     builder["emitUTF8"] = true;
+    return builder;
+}
+
+}  // namespace
+
+std::string JsonLine(const Json::Value& value) {
+    // Made once: only read from here on, so callers on any thread may share it.
+    static const Json::StreamWriterBuilder builder = OneLineWriter();
     return Json::writeString(builder, value);
 }
 
@@ -163,8 +174,10 @@ bool RecordCall(const std::string& who, const std::string& method, const Json::V
     }
     std::string line = JsonLine(record) + "\n";
     std::string path = CallsFile();
-    MakeDirs(UnderRoot("var/log"));
     int fd = open(path.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0644);
+    if (fd < 0 && errno == ENOENT && MakeDirs(UnderRoot("var/log"))) {
+        fd = open(path.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0644);
+    }
     if (fd < 0) {
         fprintf(stderr, "orvix: cannot open %s: %s\n", path.c_str(), strerror(errno));
         return false;

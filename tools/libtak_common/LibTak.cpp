@@ -4,6 +4,7 @@
 #include <glib.h>
 #include <unistd.h>
 
+#include <cstring>
 #include <memory>
 #include <mutex>
 
@@ -56,30 +57,44 @@ Json::Value Parse(const std::string& text) {
 
 // The file is read at every call, but parsed again only when its text changed: reading is a few
 // microseconds, parsing is most of the cost of an entry point.
-Json::Value Behaviour() {
-    static std::mutex cacheLock;  // guards the two statics below
-    static std::string cachedText;
-    static Json::Value cachedValue;
+namespace {
+
+std::mutex g_behaviourLock;  // guards the two below
+std::string g_behaviourText;
+Json::Value g_behaviour;
+
+// Brings the parsed copy up to date; the caller holds g_behaviourLock. False when there is no file.
+bool RefreshBehaviour() {
     bool found = false;
     std::string text = ReadText(orvix::host::UnderRoot("etc/libtak_common.json"), found);
     if (!found) {
-        return Json::Value();
+        return false;
     }
-    std::lock_guard<std::mutex> guard(cacheLock);
-    if (text != cachedText || cachedValue.isNull()) {
-        cachedValue = Parse(text);
-        cachedText = std::move(text);
+    if (text != g_behaviourText || g_behaviour.isNull()) {
+        g_behaviour = Parse(text);
+        g_behaviourText = std::move(text);
     }
-    return cachedValue;
+    return true;
+}
+
+}  // namespace
+
+Json::Value Behaviour() {
+    std::lock_guard<std::mutex> guard(g_behaviourLock);
+    return RefreshBehaviour() ? g_behaviour : Json::Value();
 }
 
 int IntSetting(const char* section, const char* entryPoint, int fallback) {
-    Json::Value behaviour = Behaviour();
-    if (!behaviour.isObject() || !behaviour[section].isObject()) {
+    std::lock_guard<std::mutex> guard(g_behaviourLock);
+    if (!RefreshBehaviour() || !g_behaviour.isObject()) {
         return fallback;
     }
-    const Json::Value& value = behaviour[section][entryPoint];
-    return value.isInt() ? value.asInt() : fallback;
+    const Json::Value* value = g_behaviour.find(section, section + strlen(section));
+    if (value == nullptr || !value->isObject()) {
+        return fallback;
+    }
+    value = value->find(entryPoint, entryPoint + strlen(entryPoint));
+    return value != nullptr && value->isInt() ? value->asInt() : fallback;
 }
 
 void Enter(const char* entryPoint, const Json::Value& args) {
