@@ -1,6 +1,7 @@
 // Recording and behaviour of the substitute common library.
 #include "LibTak.h"
 
+#include <errno.h>  // program_invocation_short_name
 #include <glib.h>
 #include <unistd.h>
 
@@ -25,20 +26,9 @@ std::string ReadText(const std::string& path, bool& found) {
     return text;
 }
 
-// "program[pid]" of the process the library is loaded into; the name is read once per process.
+// "program[pid]" of the process the library is loaded into.
 std::string Sender() {
-    static std::mutex nameLock;  // guards the two statics below
-    static pid_t namedPid = 0;
-    static std::string name;
-    std::lock_guard<std::mutex> guard(nameLock);
-    pid_t pid = getpid();
-    if (namedPid != pid) {
-        bool found = false;
-        name = ReadText("/proc/self/comm", found);
-        name.erase(name.find_last_not_of('\n') + 1);
-        namedPid = pid;
-    }
-    return name + "[" + std::to_string(pid) + "]";
+    return std::string(program_invocation_short_name) + "[" + std::to_string(getpid()) + "]";
 }
 
 Json::Value Parse(const std::string& text) {

@@ -174,6 +174,11 @@ void CProcessCore::m_Init() {
         } else {
             TAK_LOGI("%s is not 2, waiting...", kAotSvcReadyKey);
             vconf_notify_key_changed(kAotSvcReadyKey, m_AOTSVCVconfCB, this);
+            // A value set between the read above and the registration is never notified: look once
+            // more. The callback stops listening first, so a notification still on its way is dropped.
+            if (ICVConf::Get(kAotSvcReadyKey, ready) && ready == kAotSvcReady) {
+                m_AOTSVCVconfCB(nullptr, this);
+            }
         }
     }
 
