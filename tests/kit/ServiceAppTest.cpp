@@ -171,8 +171,11 @@ TEST_F(ServiceApp, GarbageOnTheChannelIsDroppedAndServiceGoesOn) {
     sockaddr_un address{AF_UNIX, {}};
     snprintf(address.sun_path, sizeof(address.sun_path), "%s",
              orvix::host::LaunchSocketPath(AppName()).c_str());
-    for (const std::string& garbage : {std::string("hello world\n"), std::string("OLR1\xff\xff\xff\xff", 8),
-                                       std::string("OLR1\x04\0\0\0abcd", 12), std::string("OL")}) {
+    // Not a frame, a size over the limit, a payload that does not decode, a payload cut short, a header
+    // cut short.
+    for (const std::string& garbage :
+         {std::string("hello world\n"), std::string("OLR1\xff\xff\xff\xff", 8),
+          std::string("OLR1\x04\0\0\0abcd", 12), std::string("OLR1\x10\0\0\0abc", 11), std::string("OL")}) {
         int fd = socket(AF_UNIX, SOCK_STREAM, 0);
         ASSERT_EQ(connect(fd, reinterpret_cast<sockaddr*>(&address), sizeof(address)), 0);
         ASSERT_EQ(send(fd, garbage.data(), garbage.size(), MSG_NOSIGNAL),
