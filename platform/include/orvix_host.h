@@ -1,4 +1,5 @@
-// The host root: the one directory under which the host platform kit keeps everything.
+// The host root: the one directory under which the host platform kit keeps everything, and the small
+// file and text helpers the kit's programs share.
 // Only the kit, its tools and the tests use this header; the reset code never does.
 #pragma once
 
@@ -24,5 +25,12 @@ std::string FixedPath(const std::string& devicePath);
 
 // Creates a directory and its parents (mode 0755); true when it exists afterwards.
 bool MakeDirs(const std::string& path);
+
+// Replaces the file with `text` in one step (a temporary file renamed over it), so a reader sees the old
+// contents or the new ones, never a part. On failure, `error` (when given) says why.
+bool WriteFileAtomically(const std::string& path, const std::string& text, std::string* error = nullptr);
+
+// The shortest text that reads back as the same double (how the settings store writes doubles).
+std::string ShortestDoubleText(double value);
 
 }  // namespace orvix::host

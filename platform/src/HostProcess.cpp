@@ -7,6 +7,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "orvix_host.h"
 #include "orvix_process.h"
 
 namespace orvix::host {
@@ -63,8 +64,7 @@ bool WritePidFileTo(int fd, const ProcessId& process) {
 }
 
 bool WritePidFile(const std::string& path, const ProcessId& process) {
-    std::string text = Format(process);
-    return g_file_set_contents(path.c_str(), text.data(), static_cast<gssize>(text.size()), nullptr);
+    return WriteFileAtomically(path, Format(process));
 }
 
 bool ReadPidFile(const std::string& path, ProcessId& process) {

@@ -1,8 +1,10 @@
 // One place for every path of the host kit: the root, the path-variable table and the remapping of
 // the device's fixed absolute paths.
+#include <glib.h>
 #include <sys/stat.h>
 
 #include <cerrno>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <map>
@@ -43,7 +45,8 @@ const char kSystemSearchPath[] = "/usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/
 
 // Device paths that live below the root on the host. The system programs (/bin/rm, /bin/cp, ...)
 // are the machine's own and are not listed.
-const char* const kRemappedPrefixes[] = {"/usr/lib64", "/run", "/etc", "/bin/takutility", "/usr/bin/takutility"};
+const char* const kRemappedPrefixes[] = {"/usr/lib64", "/run", "/etc", "/bin/takutility",
+                                         "/usr/bin/takutility"};
 
 std::mutex g_rootMutex;  // guards g_root and g_interned
 std::string g_root;
@@ -149,6 +152,29 @@ bool MakeDirs(const std::string& path) {
     }
     struct stat st {};
     return stat(path.c_str(), &st) == 0 && S_ISDIR(st.st_mode);
+}
+
+bool WriteFileAtomically(const std::string& path, const std::string& text, std::string* error) {
+    GError* gerror = nullptr;
+    if (g_file_set_contents(path.c_str(), text.data(), static_cast<gssize>(text.size()), &gerror)) {
+        return true;
+    }
+    if (error != nullptr) {
+        *error = std::string("cannot write ") + path + ": " + gerror->message;
+    }
+    g_error_free(gerror);
+    return false;
+}
+
+std::string ShortestDoubleText(double value) {
+    char text[64];
+    for (int precision = 15; precision <= 17; ++precision) {
+        snprintf(text, sizeof(text), "%.*g", precision, value);
+        if (strtod(text, nullptr) == value) {
+            break;
+        }
+    }
+    return text;
 }
 
 }  // namespace orvix::host

@@ -17,6 +17,7 @@
 
 #include "KPILogFramework.h"
 #include "dlog.h"
+#include "orvix_calls.h"
 #include "orvix_host.h"
 
 namespace {
@@ -39,10 +40,7 @@ std::string ToJsonLine(const KpiEvent& kpi) {
     record["category"] = kpi.category;
     record["description"] = kpi.description;
     record["time"] = static_cast<Json::Int64>(time(nullptr));
-    Json::StreamWriterBuilder builder;
-    builder["indentation"] = "";
-    builder["emitUTF8"] = true;
-    return Json::writeString(builder, record) + "\n";
+    return orvix::host::JsonLine(record) + "\n";
 }
 
 bool AppendToLog(const std::string& line) {

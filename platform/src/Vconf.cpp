@@ -125,18 +125,6 @@ std::string BaseOf(const std::string& path) {
     return path.substr(path.rfind('/') + 1);
 }
 
-// The shortest text that reads back as the same double.
-std::string FormatDouble(double value) {
-    char text[64];
-    for (int precision = 15; precision <= 17; ++precision) {
-        snprintf(text, sizeof(text), "%.*g", precision, value);
-        if (strtod(text, nullptr) == value) {
-            break;
-        }
-    }
-    return text;
-}
-
 // The value text of a node, as stored in the file.
 std::string ValueText(const _keynode_t& node) {
     switch (node.type) {
@@ -145,7 +133,7 @@ std::string ValueText(const _keynode_t& node) {
         case VCONF_TYPE_BOOL:
             return node.intValue != 0 ? "1" : "0";
         case VCONF_TYPE_DOUBLE:
-            return FormatDouble(node.dblValue);
+            return orvix::host::ShortestDoubleText(node.dblValue);
         default:
             return node.strValue;
     }

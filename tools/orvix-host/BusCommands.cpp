@@ -13,7 +13,6 @@
 
 #include <cstdio>
 #include <cstring>
-#include <fstream>
 #include <string>
 
 #include "Commands.h"
@@ -71,12 +70,6 @@ bool IsRecordedRunning(const std::string& name) {
     return ReadPidFile(PidFileOf(name), id) && IsRunning(id);
 }
 
-bool WriteText(const std::string& path, const std::string& text) {
-    std::ofstream out(path, std::ios::trunc);
-    out << text;
-    return static_cast<bool>(out.flush());
-}
-
 // Reads the line dbus-daemon prints once it listens.
 bool ReadLine(int fd, int timeoutMs, std::string& line) {
     gint64 deadline = g_get_monotonic_time() + static_cast<gint64>(timeoutMs) * 1000;
@@ -105,7 +98,7 @@ bool StartBus(std::string& error) {
         error = "the root's path is too long for a bus socket (" + BusSocketPath() + ")";
         return false;
     }
-    if (!WriteText(BusConfigFile(), BusConfig())) {
+    if (!WriteFileAtomically(BusConfigFile(), BusConfig())) {
         error = "cannot write " + BusConfigFile();
         return false;
     }
@@ -199,7 +192,7 @@ int RunUp(int argc, char** argv) {
         }
     }
     std::string line = "export DBUS_SYSTEM_BUS_ADDRESS=" + BusAddress() + "\n";
-    if (!WriteText(EnvFile(), line)) {
+    if (!WriteFileAtomically(EnvFile(), line)) {
         return Failure(kCommand, "cannot write " + EnvFile());
     }
     fputs(line.c_str(), stdout);

@@ -105,12 +105,6 @@ bool IsEmptyOrMissing(const std::string& path) {
     return empty;
 }
 
-bool WriteFile(const std::string& path, const std::string& text) {
-    std::ofstream out(path, std::ios::trunc);
-    out << text;
-    return static_cast<bool>(out.flush());
-}
-
 bool MakeLayout(std::string& error) {
     std::vector<std::string> directories = {FixedPath("/usr/lib64"), UnderRoot("etc"),
                                             UnderRoot("bin"),        UnderRoot("usr/bin"),
@@ -140,14 +134,14 @@ bool SeedServiceFiles(std::string& error) {
         filled.push_back(PathVariable(variable));
     }
     for (const auto& directory : filled) {
-        if (!MakeDirs(directory + "/nested") || !WriteFile(directory + "/sample.dat", "sample\n") ||
-            !WriteFile(directory + "/nested/inner.dat", "inner\n")) {
+        if (!MakeDirs(directory + "/nested") || !WriteFileAtomically(directory + "/sample.dat", "sample\n") ||
+            !WriteFileAtomically(directory + "/nested/inner.dat", "inner\n")) {
             error = "cannot fill " + directory;
             return false;
         }
     }
     std::string backup = PathVariable(PLATFORM_PATH_APPS_RW) + "/vardell/bnr_backup/bnr_backup.json";
-    if (!WriteFile(backup, "{}\n")) {
+    if (!WriteFileAtomically(backup, "{}\n")) {
         error = "cannot write " + backup;
         return false;
     }
@@ -267,7 +261,7 @@ bool SeedSystemInfo(std::string& error) {
     for (const char* flag : kSystemFlags) {
         text += std::string(flag) + "=false\n";
     }
-    if (!WriteFile(UnderRoot("etc/sysinfo.ini"), text)) {
+    if (!WriteFileAtomically(UnderRoot("etc/sysinfo.ini"), text)) {
         error = "cannot write " + UnderRoot("etc/sysinfo.ini");
         return false;
     }
@@ -284,7 +278,7 @@ bool InstallTakUtility(std::string& error) {
     for (const char* devicePath : {"/bin/takutility", "/usr/bin/takutility"}) {
         std::string target = FixedPath(devicePath);
         std::string staging = target + ".new";
-        if (!WriteFile(staging, binary) || chmod(staging.c_str(), 0755) != 0 ||
+        if (!WriteFileAtomically(staging, binary) || chmod(staging.c_str(), 0755) != 0 ||
             rename(staging.c_str(), target.c_str()) != 0) {
             error = "cannot install " + target;
             return false;
@@ -324,8 +318,9 @@ int RunInit(int argc, char** argv) {
         return UsageError(kCommand, error);
     }
     std::string notes;
-    bool ok = MakeDirs(Root()) && EmptyRoot(error) && WriteFile(RootMarker(), "orvix-host root\n") &&
-              MakeLayout(error) && SeedServiceFiles(error) && SeedDatabase(g_apps, error) &&
+    bool ok = MakeDirs(Root()) && EmptyRoot(error) &&
+              WriteFileAtomically(RootMarker(), "orvix-host root\n") && MakeLayout(error) &&
+              SeedServiceFiles(error) && SeedDatabase(g_apps, error) &&
               SeedPackages(g_apps, g_builtIn, error) && SeedSettings(error) && SeedSystemInfo(error) &&
               WriteDefaultLibTakBehaviour(error) && InstallLibTak(notes, error) && InstallTakUtility(error);
     if (!ok) {

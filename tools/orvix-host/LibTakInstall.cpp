@@ -32,16 +32,6 @@ bool ReadBehaviour(Json::Value& behaviour, std::string& error) {
     return true;
 }
 
-bool WriteText(const std::string& path, const std::string& text, std::string& error) {
-    GError* gerror = nullptr;
-    if (!g_file_set_contents(path.c_str(), text.data(), static_cast<gssize>(text.size()), &gerror)) {
-        error = std::string("cannot write ") + path + ": " + gerror->message;
-        g_error_free(gerror);
-        return false;
-    }
-    return true;
-}
-
 bool CopyFile(const std::string& from, const std::string& to, std::string& error) {
     gchar* contents = nullptr;
     gsize size = 0;
@@ -51,7 +41,7 @@ bool CopyFile(const std::string& from, const std::string& to, std::string& error
     }
     std::string data(contents, size);
     g_free(contents);
-    return WriteText(to, data, error);
+    return WriteFileAtomically(to, data, &error);
 }
 
 bool InstallPresent(const Json::Value& behaviour, std::string& notes, std::string& error) {
@@ -106,7 +96,7 @@ bool WriteDefaultLibTakBehaviour(std::string& error) {
 }
 )";
     MakeDirs(UnderRoot("etc"));
-    return WriteText(LibTakBehaviourFile(), kDefaults, error);
+    return WriteFileAtomically(LibTakBehaviourFile(), kDefaults, &error);
 }
 
 bool InstallLibTak(std::string& notes, std::string& error) {
@@ -121,7 +111,7 @@ bool InstallLibTak(std::string& notes, std::string& error) {
         return true;
     }
     if (mode == "broken") {
-        return WriteText(InstalledLibTak(), "this is not a shared library\n", error);
+        return WriteFileAtomically(InstalledLibTak(), "this is not a shared library\n", &error);
     }
     if (mode != "present") {
         error = "\"library\" must be \"present\", \"missing\" or \"broken\", not \"" + mode + "\"";

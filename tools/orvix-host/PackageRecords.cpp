@@ -128,13 +128,7 @@ bool SavePackages(const std::vector<PackageRecord>& packages, std::string& error
     std::string text = Json::writeString(builder, root) + "\n";
     std::string path = PackagesFile();
     MakeDirs(path.substr(0, path.rfind('/')));
-    GError* gerror = nullptr;
-    if (!g_file_set_contents(path.c_str(), text.data(), static_cast<gssize>(text.size()), &gerror)) {
-        error = std::string("cannot write ") + path + ": " + gerror->message;
-        g_error_free(gerror);
-        return false;
-    }
-    return true;
+    return WriteFileAtomically(path, text, &error);
 }
 
 std::string PackageLine(const PackageRecord& package) {

@@ -19,6 +19,7 @@
 #include <string>
 
 #include "Commands.h"
+#include "orvix_host.h"
 
 namespace {
 
@@ -70,18 +71,6 @@ bool ParseDouble(const char* text, double& value) {
     return true;
 }
 
-// The shortest text that reads back as the same double.
-std::string DoubleText(double value) {
-    char text[64];
-    for (int precision = 15; precision <= 17; ++precision) {
-        snprintf(text, sizeof(text), "%.*g", precision, value);
-        if (strtod(text, nullptr) == value) {
-            break;
-        }
-    }
-    return text;
-}
-
 // The type the key is stored with, found by asking each typed getter; VCONF_TYPE_NONE when missing.
 int StoredType(const char* key, std::string& valueText) {
     int number = 0;
@@ -95,7 +84,7 @@ int StoredType(const char* key, std::string& valueText) {
         return VCONF_TYPE_BOOL;
     }
     if (vconf_get_dbl(key, &real) == VCONF_OK) {
-        valueText = DoubleText(real);
+        valueText = orvix::host::ShortestDoubleText(real);
         return VCONF_TYPE_DOUBLE;
     }
     if (char* text = vconf_get_str(key)) {

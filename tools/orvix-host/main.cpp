@@ -16,8 +16,9 @@ const Command kCommands[] = {
     {"log", RunLog, "log [--follow] [PROGRAM]"},
     {"client", RunClient, "client OBJ [--foreground]"},
     {"sysinfo", RunSysinfo, "sysinfo set FLAG true|false | sysinfo get FLAG | sysinfo list"},
-    {"pkg", RunPkg, "pkg add PKGID [--version V] [--removable true|false] [--builtin] [--app APPID]... "
-                    "[--main APPID] [--meta KEY=VALUE]... [--category C]... | pkg remove PKGID | pkg list"},
+    {"pkg", RunPkg,
+     "pkg add PKGID [--version V] [--removable true|false] [--builtin] [--app APPID]... "
+     "[--main APPID] [--meta KEY=VALUE]... [--category C]... | pkg remove PKGID | pkg list"},
     {"path", RunPath, "path N"},
     {"libtak", RunLibtak, "libtak apply"},
 };
