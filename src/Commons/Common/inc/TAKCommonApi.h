@@ -119,6 +119,15 @@ struct OPENAPI_APP_DLD_INFO {
     bool multiHome = false;
 };
 
+// The install statistics record that an install request carries by address ("biu_kpi_info"): seven
+// strings, all empty unless set. The reset process fills the first with the package id, the third with
+// the app's fifth built-in field and the seventh with the install mode; the library reads it during the
+// call.
+struct BIU_INSTALL_KPI_INFO {
+    static constexpr int FIELD_COUNT = 7;
+    std::string fields[FIELD_COUNT];
+};
+
 // One server query of GetAppsDLDInfoAPI; the request map is keyed by `appId`.
 struct APP_SERVER_REQUEST_INFO {
     std::string appId;
