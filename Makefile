@@ -7,7 +7,7 @@ export ASAN_OPTIONS ?= detect_leaks=1:abort_on_error=1:strict_string_checks=1
 export UBSAN_OPTIONS ?= print_stacktrace=1:halt_on_error=1
 export TSAN_OPTIONS ?= halt_on_error=1 second_deadlock_stack=1 suppressions=$(CURDIR)/tests/support/tsan.supp
 
-.PHONY: deps build test test-asan test-tsan bench demo format clean
+.PHONY: deps build test test-asan test-tsan fuzz bench demo format clean
 
 deps:
 	@bash scripts/install-deps
@@ -29,6 +29,12 @@ test-tsan: deps
 	@cmake --build --preset tsan
 	@ctest --preset tsan
 
+# Each libFuzzer target for FUZZ_SECONDS (default 30) in its own clang build (build-fuzz/).
+fuzz: deps
+	@cmake --preset fuzz >/dev/null
+	@cmake --build --preset fuzz
+	@bash fuzz/run.sh build-fuzz
+
 bench: build
 	@bash scripts/run-bench build
 
@@ -39,4 +45,4 @@ format:
 	@git ls-files '*.cpp' '*.h' | xargs clang-format -i
 
 clean:
-	rm -rf build build-asan build-tsan
+	rm -rf build build-asan build-tsan build-fuzz

@@ -4,6 +4,8 @@
 #include <map>
 #include <string>
 
+#include "TAKCommonApi.h"
+
 class CTAKUtil {
 public:
     // Orders two dotted numeric versions: negative when `a` is lower, 0 when equal, positive when
@@ -22,4 +24,10 @@ public:
     // The uninstall reason code sent with a reset's uninstall requests: the configuration value
     // "RESET_TYPE" "1" gives 9 and "2" gives 10; any other value, or none, leaves `reason` as it is.
     static int GetTAKUninstallReason(int reason);
+
+    // Writes the download information of `apps`, in key order, to `path` as a flat XML list, replacing
+    // the file. Values go out exactly as stored: nothing is escaped, so a quote in a title makes a file
+    // that strict XML readers refuse. False only when the file cannot be opened; write errors are not
+    // detected.
+    static bool WriteAppsDLDXml(const std::string& path, std::map<std::string, OPENAPI_APP_DLD_INFO>& apps);
 };

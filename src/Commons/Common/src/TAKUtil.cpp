@@ -1,8 +1,10 @@
 #include "TAKUtil.h"
 
 #include <cctype>
+#include <cstdio>
 
 #include "AppDBInfo.h"
+#include "AppDLDInfo.h"
 #include "TAKLog.h"
 #include "TAKString.h"
 
@@ -30,6 +32,51 @@ unsigned long long NextComponent(const std::string& version, size_t& pos) {
         ++pos;
     }
     return number;
+}
+
+// name="value" after a blank, the way every attribute of the download-info file is written.
+void AppendAttribute(std::string& text, const char* name, const std::string& value) {
+    text += ' ';
+    text += name;
+    text += "=\"";
+    text += value;
+    text += '"';
+}
+
+void AppendRequirement(std::string& text, const char* element, const OPENAPI_REQUIRE_INFO& requirement,
+                       bool withBuiltInFlag) {
+    text += '<';
+    text += element;
+    AppendAttribute(text, "id", requirement.id);
+    AppendAttribute(text, "version", requirement.version);
+    AppendAttribute(text, "pkgid", requirement.pkgid);
+    if (withBuiltInFlag) {
+        AppendAttribute(text, "builtInApp", requirement.builtInApp ? "true" : "false");
+    }
+    text += ">\n</";
+    text += element;
+    text += ">\n";
+}
+
+std::string AppElement(const OPENAPI_APP_DLD_INFO& app) {
+    std::string text = "<app";
+    for (const TAKDLDInfo::Attribute& attribute : TAKDLDInfo::kAttributes) {
+        AppendAttribute(text, attribute.name, TAKDLDInfo::ValueText(app, attribute));
+    }
+    text += ">\n";
+    for (const auto& entry : app.requires) {
+        AppendRequirement(text, "requires", entry.second, false);
+    }
+    for (const auto& entry : app.requiredService) {
+        AppendRequirement(text, "requiredService", entry.second, true);
+    }
+    text += "</app>\n";
+    return text;
+}
+
+// Write errors are not detected: the caller only learns whether the file could be opened.
+void WriteText(FILE* file, const std::string& text) {
+    fwrite(text.data(), 1, text.size(), file);
 }
 
 }  // namespace
@@ -88,4 +135,20 @@ int CTAKUtil::GetTAKUninstallReason(int reason) {
     }
     TAK_LOGD("%s [%s], uninstall reason %d", kResetTypeKey, resetType.c_str(), reason);
     return reason;
+}
+
+bool CTAKUtil::WriteAppsDLDXml(const std::string& path, std::map<std::string, OPENAPI_APP_DLD_INFO>& apps) {
+    TAK_LOGD("save app DLD info to %s.", path.c_str());
+    FILE* file = fopen(path.c_str(), "w+e");
+    if (file == nullptr) {
+        TAK_LOGD("failed to open xml file");
+        return false;
+    }
+    WriteText(file, "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<list>\n");
+    for (const auto& entry : apps) {
+        WriteText(file, AppElement(entry.second));
+    }
+    WriteText(file, "</list>\n");
+    fclose(file);
+    return true;
 }
