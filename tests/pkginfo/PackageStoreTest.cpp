@@ -1,0 +1,313 @@
+// The host package manager: which records files it answers from, when it reads the file again, and that
+// handles and threads never see a store being replaced under them.
+#include <orvix_host.h>
+#include <orvix_pkgmgr.h>
+#include <pkgmgr-info.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <fstream>
+#include <functional>
+#include <thread>
+#include <vector>
+
+#include "PackageRecordsTest.h"
+#include "PkgInfo.h"
+
+namespace {
+
+using orvix::host::PackageRecordLoads;
+
+const char kGood[] = R"({"packages": [{"pkgid": "org.good", "version": "1.0", "removable": true,
+  "mainapp": "good", "apps": [{"appid": "good", "metadata": [["k", "v"]]}]}]})";
+
+std::string VersionOf(const char* pkgId) {
+    pkgmgrinfo_pkginfo_h handle = nullptr;
+    if (pkgmgrinfo_pkginfo_get_pkginfo(pkgId, &handle) != PMINFO_R_OK) {
+        return "(not installed)";
+    }
+    char* version = nullptr;
+    pkgmgrinfo_pkginfo_get_version(handle, &version);
+    std::string text = version != nullptr ? version : "(none)";
+    pkgmgrinfo_pkginfo_destroy_pkginfo(handle);
+    return text;
+}
+
+using PackageStoreTest = PackageRecordsTest;
+
+// Nothing here crashes or half-answers: the whole file counts as no packages, with one log line for a
+// file that is there but unusable (none for a missing one, however often it is asked), and the next good
+// version of the file is answered again.
+TEST_F(PackageStoreTest, UnusableRecordsHoldNoPackages) {
+    const std::string good = R"({"pkgid": "org.good", "version": "1.0", "mainapp": "good",
+                                 "apps": [{"appid": "good", "metadata": [["k", "v"]]}]})";
+    auto withBad = [&](const std::string& bad) { return R"({"packages": [)" + good + ", " + bad + "]}"; };
+    struct Case {
+        const char* what;
+        std::function<void()> make;
+        const char* line;  // "" when nothing is logged
+    };
+    std::string path = RecordsPath();
+    std::vector<Case> cases = {
+        {"missing", [&] { unlink(path.c_str()); }, ""},
+        {"a directory",
+         [&] {
+             unlink(path.c_str());
+             mkdir(path.c_str(), 0755);
+         },
+         "package records cannot be read"},
+        {"empty", [&] { WriteRecords(""); }, "are not a package list"},
+        {"not JSON", [&] { WriteRecords("packages: org.good"); }, "are not a package list"},
+        {"cut short", [&] { WriteRecords(std::string(kGood).substr(0, 60)); }, "are not a package list"},
+        {"an array", [&] { WriteRecords("[" + good + "]"); }, "no \"packages\" list"},
+        {"packages not a list", [&] { WriteRecords(R"({"packages": )" + good + "}"); },
+         "no \"packages\" list"},
+        {"no pkgid", [&] { WriteRecords(withBad(R"({"version": "1"})")); },
+         "malformed package record (number 2)"},
+        {"apps not a list", [&] { WriteRecords(withBad(R"({"pkgid": "b", "apps": "x"})")); }, "(number 2)"},
+        {"app without id", [&] { WriteRecords(withBad(R"({"pkgid": "b", "apps": [{}]})")); }, "(number 2)"},
+        {"metadata not a pair",
+         [&] { WriteRecords(withBad(R"({"pkgid": "b", "apps": [{"appid": "b", "metadata": [["k"]]}]})")); },
+         "(number 2)"},
+        {"metadata value a number",
+         [&] {
+             WriteRecords(withBad(R"({"pkgid": "b", "apps": [{"appid": "b", "metadata": [["k", 1]]}]})"));
+         },
+         "(number 2)"},
+        {"category a number",
+         [&] { WriteRecords(withBad(R"({"pkgid": "b", "apps": [{"appid": "b", "categories": [7]}]})")); },
+         "(number 2)"},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.what);
+        WriteRecords(kGood);
+        ASSERT_TRUE(IPkgInfo::IsInstalled("org.good", false));
+        orvix::test::LogMark mark;
+        c.make();
+        for (int i = 0; i < 3; ++i) {
+            std::string value;
+            EXPECT_FALSE(IPkgInfo::IsInstalled("org.good", false));
+            EXPECT_FALSE(IPkgAppInfo::GetMetadataByOrvixID("good", "k", value, false));
+            EXPECT_TRUE(IPkgAppInfo("org.good").metadata.empty());
+        }
+        std::string log = mark.Text();
+        size_t lines = 0;
+        for (size_t at = log.find("package records"); at != std::string::npos;
+             at = log.find("package records", at + 1)) {
+            ++lines;
+        }
+        EXPECT_EQ(lines, *c.line != '\0' ? 1u : 0u) << log;
+        EXPECT_NE(log.find(c.line), std::string::npos) << log;
+        rmdir(path.c_str());
+    }
+    WriteRecords(kGood);
+    EXPECT_TRUE(IPkgInfo::IsInstalled("org.good", false));
+}
+
+// One parse per version of the file, however many look-ups: a rewrite (new file or the same file
+// rewritten in place), a removal and another root are each seen by the next look-up.
+TEST_F(PackageStoreTest, FileIsParsedAgainOnlyWhenItChanged) {
+    WriteRecords(kGood);
+    unsigned long loads = PackageRecordLoads();
+    for (int i = 0; i < 100; ++i) {
+        ASSERT_EQ(VersionOf("org.good"), "1.0");
+    }
+    EXPECT_EQ(PackageRecordLoads(), loads + 1);
+
+    WriteRecords(R"({"packages": [{"pkgid": "org.good", "version": "1.1"}, {"pkgid": "org.new"}]})");
+    EXPECT_EQ(VersionOf("org.good"), "1.1");
+    EXPECT_EQ(VersionOf("org.new"), "(none)");
+    EXPECT_EQ(PackageRecordLoads(), loads + 2);
+
+    std::ofstream(RecordsPath(), std::ios::trunc)
+        << R"({"packages": [{"pkgid": "org.good", "version": "1.22"}]})";
+    EXPECT_EQ(VersionOf("org.good"), "1.22");
+    EXPECT_EQ(VersionOf("org.new"), "(not installed)");
+    EXPECT_EQ(PackageRecordLoads(), loads + 3);
+
+    unlink(RecordsPath().c_str());
+    EXPECT_EQ(VersionOf("org.good"), "(not installed)");
+    EXPECT_EQ(PackageRecordLoads(), loads + 3);
+
+    std::string first = root_;
+    char pattern[] = "/tmp/pkginfo-other.XXXXXX";
+    ASSERT_NE(mkdtemp(pattern), nullptr);
+    orvix::host::SetRoot(pattern);
+    ASSERT_TRUE(orvix::host::MakeDirs(orvix::host::UnderRoot("var/lib/pkgmgr")));
+    WriteRecords(R"({"packages": [{"pkgid": "org.good", "version": "9"}]})");
+    EXPECT_EQ(VersionOf("org.good"), "9");
+    unlink(RecordsPath().c_str());
+    orvix::host::SetRoot(first);
+    EXPECT_EQ(0, system(("rm -rf " + std::string(pattern)).c_str()));
+}
+
+// A handle keeps the records it was opened on: its texts stay valid and unchanged after a reload.
+TEST_F(PackageStoreTest, HandlesOutliveAReload) {
+    WriteRecords(kGood);
+    pkgmgrinfo_pkginfo_h package = nullptr;
+    pkgmgrinfo_appinfo_h app = nullptr;
+    ASSERT_EQ(pkgmgrinfo_pkginfo_get_pkginfo("org.good", &package), PMINFO_R_OK);
+    ASSERT_EQ(pkgmgrinfo_appinfo_get_appinfo("good", &app), PMINFO_R_OK);
+    char* version = nullptr;
+    char* value = nullptr;
+    ASSERT_EQ(pkgmgrinfo_pkginfo_get_version(package, &version), PMINFO_R_OK);
+    ASSERT_EQ(pkgmgrinfo_appinfo_get_metadata_value(app, "k", &value), PMINFO_R_OK);
+
+    WriteRecords(R"({"packages": [{"pkgid": "org.other", "version": "2.0"}]})");
+    EXPECT_EQ(VersionOf("org.good"), "(not installed)");
+    EXPECT_STREQ(version, "1.0");
+    EXPECT_STREQ(value, "v");
+    std::vector<std::string> apps;
+    auto collect = [](const pkgmgrinfo_appinfo_h item, void* data) {
+        char* text = nullptr;
+        pkgmgrinfo_appinfo_get_metadata_value(item, "k", &text);
+        static_cast<std::vector<std::string>*>(data)->push_back(text != nullptr ? text : "(none)");
+        return 0;
+    };
+    EXPECT_EQ(pkgmgrinfo_appinfo_get_list(package, collect, &apps), PMINFO_R_OK);
+    EXPECT_EQ(apps, std::vector<std::string>{"v"});
+    pkgmgrinfo_appinfo_destroy_appinfo(app);
+    pkgmgrinfo_pkginfo_destroy_pkginfo(package);
+}
+
+// Iterations stop when the callback says so; missing arguments are refused, never dereferenced.
+TEST_F(PackageStoreTest, IterationsStopOnRequestAndArgumentsAreChecked) {
+    WriteRecords(R"({"packages": [{"pkgid": "p", "mainapp": "a", "apps": [
+        {"appid": "a", "metadata": [["k1", "1"], ["k2", "2"], ["k3", "3"]], "categories": ["c1", "c2"]},
+        {"appid": "b"}, {"appid": "c"}]}]})");
+    pkgmgrinfo_pkginfo_h package = nullptr;
+    pkgmgrinfo_appinfo_h app = nullptr;
+    ASSERT_EQ(pkgmgrinfo_pkginfo_get_pkginfo("p", &package), PMINFO_R_OK);
+    ASSERT_EQ(pkgmgrinfo_appinfo_get_appinfo("a", &app), PMINFO_R_OK);
+    int seen = 0;
+    auto twoApps = [](const pkgmgrinfo_appinfo_h, void* data) {
+        return ++*static_cast<int*>(data) == 2 ? -1 : 0;
+    };
+    EXPECT_EQ(pkgmgrinfo_appinfo_get_list(package, twoApps, &seen), PMINFO_R_OK);
+    EXPECT_EQ(seen, 2);
+    seen = 0;
+    auto oneItem = [](const char*, const char*, void* data) {
+        return ++*static_cast<int*>(data) == 1 ? -1 : 0;
+    };
+    EXPECT_EQ(pkgmgrinfo_appinfo_foreach_metadata(app, oneItem, &seen), PMINFO_R_OK);
+    EXPECT_EQ(seen, 1);
+    seen = 0;
+    auto oneCategory = [](const char*, void* data) { return ++*static_cast<int*>(data) == 1 ? -1 : 0; };
+    EXPECT_EQ(pkgmgrinfo_appinfo_foreach_category(app, oneCategory, &seen), PMINFO_R_OK);
+    EXPECT_EQ(seen, 1);
+
+    char* text = nullptr;
+    bool flag = false;
+    pkgmgrinfo_pkginfo_h noPackage = nullptr;
+    pkgmgrinfo_appinfo_h noApp = nullptr;
+    for (int result :
+         {pkgmgrinfo_pkginfo_get_pkginfo(nullptr, &noPackage), pkgmgrinfo_pkginfo_get_pkginfo("", &noPackage),
+          pkgmgrinfo_pkginfo_get_pkginfo("p", nullptr), pkgmgrinfo_pkginfo_destroy_pkginfo(nullptr),
+          pkgmgrinfo_pkginfo_is_removable(nullptr, &flag), pkgmgrinfo_pkginfo_is_removable(package, nullptr),
+          pkgmgrinfo_pkginfo_get_version(nullptr, &text), pkgmgrinfo_pkginfo_get_mainappid(package, nullptr),
+          pkgmgrinfo_appinfo_get_list(package, nullptr, nullptr),
+          pkgmgrinfo_appinfo_get_appinfo(nullptr, &noApp), pkgmgrinfo_appinfo_get_appinfo("a", nullptr),
+          pkgmgrinfo_appinfo_destroy_appinfo(nullptr),
+          pkgmgrinfo_appinfo_foreach_metadata(app, nullptr, nullptr),
+          pkgmgrinfo_appinfo_get_metadata_value(app, nullptr, &text),
+          pkgmgrinfo_appinfo_get_metadata_value(nullptr, "k1", &text),
+          pkgmgrinfo_appinfo_foreach_category(nullptr, oneCategory, &seen)}) {
+        EXPECT_EQ(result, PMINFO_R_EINVAL);
+    }
+    EXPECT_EQ(noPackage, nullptr);
+    EXPECT_EQ(noApp, nullptr);
+    pkgmgrinfo_appinfo_destroy_appinfo(app);
+    pkgmgrinfo_pkginfo_destroy_pkginfo(package);
+}
+
+// A package id or an app id that two records carry answers with the first of them.
+TEST_F(PackageStoreTest, RepeatedIdsAnswerWithTheirFirstRecord) {
+    WriteRecords(R"({"packages": [
+        {"pkgid": "p", "version": "first", "apps": [{"appid": "shared", "metadata": [["from", "p"]]}]},
+        {"pkgid": "q", "version": "q", "apps": [{"appid": "shared", "metadata": [["from", "q"]]}]},
+        {"pkgid": "p", "version": "second"}]})");
+    EXPECT_EQ(VersionOf("p"), "first");
+    std::string value;
+    EXPECT_TRUE(IPkgAppInfo::GetMetadataByOrvixID("shared", "from", value, false));
+    EXPECT_EQ(value, "p");
+}
+
+// Look-ups from several threads while another process keeps rewriting the file: every answer comes from
+// one version of the records (a package's version and its app's metadata always agree).
+TEST_F(PackageStoreTest, ConcurrentLookupsSeeOneVersionOfTheRecords) {
+    auto generation = [](int n) {
+        std::string g = std::to_string(n);
+        return R"({"packages": [{"pkgid": "p", "version": ")" + g + R"(", "mainapp": "a",
+                   "apps": [{"appid": "a", "metadata": [["gen", ")" +
+               g + R"("]]}]}]})";
+    };
+    WriteRecords(generation(0));
+    std::atomic<bool> writing{true};
+    std::atomic<int> answers{0};
+    std::atomic<int> disagreements{0};
+    auto reader = [&] {
+        do {
+            pkgmgrinfo_pkginfo_h package = nullptr;
+            if (pkgmgrinfo_pkginfo_get_pkginfo("p", &package) != PMINFO_R_OK) {
+                ++disagreements;
+                continue;
+            }
+            char* version = nullptr;
+            pkgmgrinfo_pkginfo_get_version(package, &version);
+            std::string gen;
+            auto read = [](const pkgmgrinfo_appinfo_h app, void* data) {
+                char* text = nullptr;
+                pkgmgrinfo_appinfo_get_metadata_value(app, "gen", &text);
+                *static_cast<std::string*>(data) = text != nullptr ? text : "";
+                return 0;
+            };
+            pkgmgrinfo_appinfo_get_list(package, read, &gen);
+            if (version == nullptr || gen != version) {
+                ++disagreements;
+            }
+            ++answers;
+            pkgmgrinfo_pkginfo_destroy_pkginfo(package);
+        } while (writing);
+    };
+    std::vector<std::thread> readers;
+    for (int i = 0; i < 3; ++i) {
+        readers.emplace_back(reader);
+    }
+    for (int n = 1; n <= 60; ++n) {
+        WriteRecords(generation(n));
+    }
+    writing = false;
+    for (auto& thread : readers) {
+        thread.join();
+    }
+    EXPECT_EQ(disagreements, 0);
+    EXPECT_GE(answers, 3);
+    EXPECT_EQ(VersionOf("p"), "60");
+}
+
+// A large store answers every package and app, from one parse.
+TEST_F(PackageStoreTest, TenThousandPackagesFromOneParse) {
+    WriteRecordsJson(ManyPackages(10000, 1000));
+    unsigned long loads = PackageRecordLoads();
+    int installed = 0;
+    for (int i = 0; i < 10000; ++i) {
+        installed += IPkgInfo::IsInstalled("pkg." + std::to_string(i), false) ? 1 : 0;
+    }
+    EXPECT_EQ(installed, 10000);
+    EXPECT_FALSE(IPkgInfo::IsInstalled("pkg.10000", false));
+    std::string value;
+    EXPECT_TRUE(
+        IPkgAppInfo("pkg.999").FindMetadataValue("http://orvix.com/tv/metadata/prefer_instant_reset", value));
+    EXPECT_EQ(value, "true");
+    EXPECT_FALSE(IPkgAppInfo("pkg.1000")
+                     .FindMetadataValue("http://orvix.com/tv/metadata/prefer_instant_reset", value));
+    EXPECT_TRUE(IPkgAppInfo::GetMetadataByOrvixID("app.9999", "http://orvix.com/other", value, false));
+    EXPECT_EQ(value, "9999");
+    EXPECT_TRUE(IPkgInfo("pkg.0", false).GetAppRemovableFlag());
+    EXPECT_FALSE(IPkgInfo("pkg.9999", false).GetAppRemovableFlag());
+    EXPECT_EQ(VersionOf("pkg.5000"), "1.0.5000");
+    EXPECT_EQ(PackageRecordLoads(), loads + 1);
+}
+
+}  // namespace
