@@ -1,7 +1,15 @@
 // CInnerServer: what the stand-in inner server answers. The app-data methods that the reset process reads
 // a result from get "(i)" (1 = success, or the data store's own result when it handles the method);
-// "sub_process_copy_server_icons" gets "(i)" 0 (no error); "process_result" gets "(i)" 1; any other
-// method an empty reply. <root>/etc/innerserver.json may change that per method:
+// "process_result" gets "(i)" 1; any other method an empty reply.
+//
+// "sub_process_copy_server_icons" "(ss)" = (mounted icon image's directory, icon save path) copies every
+// regular file found below the directory, at any depth, to the same relative place below the save path
+// (made when missing); links, device nodes and directories that hold no file are left out. Both paths
+// must resolve below the host root. It answers "(i)": ICON_COPY_DONE (0), ICON_COPY_BAD_REQUEST (other
+// arguments, a directory that is not one below the root, a save path outside it) or ICON_COPY_FAILED (a
+// file could not be read or written; what was copied before stays), each failure with one log line.
+//
+// <root>/etc/innerserver.json may change the answers per method:
 //   {"results": {"remove_app": 0}, "errors": ["update_app_item"]}
 // ("errors": answer with org.freedesktop.DBus.Error.Failed). The file is read for every call.
 #pragma once
@@ -22,7 +30,10 @@ public:
     static const char* const OBJECT_PATH;
     static const char* const INTERFACE_NAME;
 
+    enum IconCopyResult { ICON_COPY_DONE = 0, ICON_COPY_BAD_REQUEST = 1, ICON_COPY_FAILED = 2 };
+
 private:
+    static int m_CopyServerIcons(GVariant* parameters);
     int m_DefaultResult(const std::string& method, GVariant* parameters, bool& hasResult);
     bool m_bStoreOpen = false;
 };

@@ -50,6 +50,13 @@ public:
     static bool ActionMethodCall(const _CLIENT_INFO_T& client, const std::string& appId, int state, int data,
                                  int result);
 
+    // Mounts the icon image `srcPath` on `mountDir`, has the inner server copy the icons found there to
+    // `iconPath` ("sub_process_copy_server_icons", answered 0 when it copied them), then unmounts and
+    // removes the mount directory and the image. True when the icons were copied and all of that was
+    // cleaned up. An image that cannot be mounted is left where it is.
+    static bool GetIconFromIconImg(const std::string& srcPath, const std::string& mountDir,
+                                   const std::string& iconPath);
+
     // Method name used by ActionMethodCall; empty unless a process of the family sets it.
     static std::string s_ActionMethod;
 
@@ -63,6 +70,8 @@ public:
 
 private:
     static bool m_GetConnection();
+    static bool m_CopyServerIcons(const std::string& mountDir, const std::string& iconPath);
+    static bool m_RemoveIconImg(const std::string& srcPath, const std::string& mountDir);
     static bool m_CheckNames(const char* busName, const char* objectPath, const char* interfaceName,
                              const char* methodName, GError** error);
 

@@ -1,8 +1,12 @@
 #include "ProcessDbus.h"
 
+#include <unistd.h>
+
 #include <cstdint>
 
+#include "TAKDir.h"
 #include "TAKLog.h"
+#include "TAKMount.h"
 
 GDBusConnection* CProcessDbus::s_pConnection = nullptr;
 std::mutex CProcessDbus::s_tConnectionLock;
@@ -146,6 +150,53 @@ bool CProcessDbus::ActionMethodCall(const _CLIENT_INFO_T& client, const std::str
     }
     return MethodCall(ClientBusName(client.obj).c_str(), ClientObjectPath(client.obj).c_str(),
                       ClientInterfaceName(client.obj).c_str(), s_ActionMethod.c_str(), parameters, nullptr);
+}
+
+bool CProcessDbus::GetIconFromIconImg(const std::string& srcPath, const std::string& mountDir,
+                                      const std::string& iconPath) {
+    if (!CTAKMount::Mount(srcPath, mountDir)) {
+        TAK_LOGE("Fail to mount file[%s]!", srcPath.c_str());
+        return false;
+    }
+    bool copied = m_CopyServerIcons(mountDir, iconPath);
+    bool removed = m_RemoveIconImg(srcPath, mountDir);
+    return copied && removed;
+}
+
+bool CProcessDbus::m_CopyServerIcons(const std::string& mountDir, const std::string& iconPath) {
+    // The server joins file names straight onto the directory it is given.
+    std::string source = mountDir.empty() || mountDir.back() != '/' ? mountDir + "/" : mountDir;
+    GVariant* parameters = g_variant_new("(ss)", ValidUtf8(source).c_str(), ValidUtf8(iconPath).c_str());
+    GVariant* answer = nullptr;
+    if (!MethodCall(TAK_INNER_SERVER_NAME, TAK_INNER_SERVER_PATH, TAK_INNER_SERVER_INTERFACE,
+                    "sub_process_copy_server_icons", parameters, &answer)) {
+        return false;
+    }
+    g_autoptr(GVariant) reply = answer;
+    if (reply == nullptr || !g_variant_is_of_type(reply, G_VARIANT_TYPE("(i)"))) {
+        TAK_LOGE("sub_process_copy_server_icons answered %s instead of (i)",
+                 reply != nullptr ? g_variant_get_type_string(reply) : "nothing");
+        return false;
+    }
+    int result = -1;
+    g_variant_get(reply, "(i)", &result);
+    TAK_LOGI("MethodCall success, result %d (0-TAK_NO_ERROR)", result);
+    return result == 0;
+}
+
+bool CProcessDbus::m_RemoveIconImg(const std::string& srcPath, const std::string& mountDir) {
+    // A directory still mounted on is left alone: removing it would reach into the image.
+    bool unmounted = CTAKMount::Umount(mountDir);
+    if (unmounted && !TAKDir::RemoveAllFiles(mountDir, true, false)) {
+        TAK_LOGE("Fail to remove dir[%s]!", mountDir.c_str());
+        unmounted = false;
+    }
+    // The loop device keeps its own hold on the image, so its name may go even while it is mounted.
+    if (unlink(srcPath.c_str()) != 0) {
+        TAK_LOGE("Fail to remove file[%s]!", srcPath.c_str());
+        return false;
+    }
+    return unmounted;
 }
 
 std::string CProcessDbus::ClientBusName(const std::string& obj) {

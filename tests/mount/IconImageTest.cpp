@@ -1,0 +1,162 @@
+// An icon image end to end: mounted, its icons copied by the inner server over the bus, then unmounted
+// and removed, with each failure on the way reported by its own line and nothing left mounted.
+//
+// The bus connection of the process is made once and kept, so every case that reaches the bus runs in
+// one test, in order.
+#include <sys/mount.h>
+
+#include <filesystem>
+#include <fstream>
+
+#include "MountSupport.h"
+#include "ProcessDbus.h"
+#include "TestLog.h"
+
+using mount_test::Exists;
+using orvix::test::LogMark;
+
+namespace {
+
+class AnIconImage : public mount_test::MountFixture {
+protected:
+    bool StartsBus() const override { return true; }
+    void SetUp() override {
+        MountFixture::SetUp();
+        setenv("DBUS_SYSTEM_BUS_ADDRESS", BusAddress().c_str(), 1);
+        char pattern[] = "/tmp/tak-icons-outside-XXXXXX";
+        ASSERT_NE(mkdtemp(pattern), nullptr);
+        m_outside = pattern;
+    }
+    void TearDown() override {
+        ExpectNothingLeft(m_outside);
+        std::filesystem::remove_all(m_outside);
+        MountFixture::TearDown();
+    }
+
+    std::string Share() const { return orvix::host::PathVariable(27) + "/vardell"; }
+
+    // What the inner server received and answered for the icon copies.
+    std::vector<Json::Value> CopyCalls() const {
+        return CallsOf("innerserver", "sub_process_copy_server_icons");
+    }
+
+    // The icons without the link, which the server leaves out.
+    static std::map<std::string, std::string> CopiedIcons() {
+        std::map<std::string, std::string> icons = IconFiles();
+        icons.erase("outside.png");
+        return icons;
+    }
+
+    std::string m_outside;
+};
+
+}  // namespace
+
+TEST_F(AnIconImage, IsCopiedThenRemovedAndEveryFailureIsReported) {
+    const std::string image = Share() + "/icons.img";
+    const std::string mountDir = Share() + "/iconmnt";
+    const std::string icons = Share() + "/icons/app1";
+
+    // Requests that cannot be mounted never reach the server and leave the image where it is.
+    mount_test::WriteFile(Share() + "/noise.img", std::string(1 << 20, '\x33'));
+    struct Unmountable {
+        const char* name;
+        std::string image;
+        std::string mountDir;
+    };
+    const Unmountable unmountable[] = {
+        {"not a file system", Share() + "/noise.img", mountDir},
+        {"a missing image", Share() + "/missing.img", mountDir},
+        {"a mount directory outside the root", Share() + "/noise.img", m_outside + "/mnt"},
+    };
+    for (const Unmountable& u : unmountable) {
+        SCOPED_TRACE(u.name);
+        LogMark mark;
+        EXPECT_FALSE(CProcessDbus::GetIconFromIconImg(u.image, u.mountDir, icons));
+        EXPECT_TRUE(mark.Contains("Fail to mount file[" + u.image + "]!")) << mark.Text();
+        EXPECT_FALSE(Exists(u.mountDir));
+        ExpectNothingLeft(m_outside);
+    }
+    EXPECT_TRUE(Exists(Share() + "/noise.img"));
+    EXPECT_TRUE(CopyCalls().empty());
+
+    MakeIconImage(image);
+    if (!CanMount()) {
+        NoteForbidden();
+        LogMark mark;
+        EXPECT_FALSE(CProcessDbus::GetIconFromIconImg(image, mountDir, icons));
+        EXPECT_TRUE(mark.Contains("Fail to mount file[" + image + "]!")) << mark.Text();
+        EXPECT_TRUE(Exists(image));
+        EXPECT_FALSE(Exists(mountDir));
+        EXPECT_TRUE(CopyCalls().empty());
+        return;
+    }
+
+    {
+        SCOPED_TRACE("copied");
+        LogMark mark;
+        EXPECT_TRUE(CProcessDbus::GetIconFromIconImg(image, mountDir, icons)) << mark.Text();
+        EXPECT_EQ(mount_test::Tree(icons), CopiedIcons());
+        ASSERT_EQ(CopyCalls().size(), 1u);
+        Json::Value call = CopyCalls().back();
+        EXPECT_EQ(call["signature"].asString(), "ss");
+        ASSERT_EQ(call["args"].size(), 2u);
+        EXPECT_EQ(call["args"][0].asString(), mountDir + "/");
+        EXPECT_EQ(call["args"][1].asString(), icons);
+        EXPECT_EQ(orvix::host::JsonLine(call["reply"]), "[0]");
+        EXPECT_TRUE(mark.Contains("MethodCall success, result 0 (0-TAK_NO_ERROR)")) << mark.Text();
+        EXPECT_FALSE(Exists(mountDir));
+        EXPECT_FALSE(Exists(image));
+        ExpectNothingLeft();
+    }
+    {
+        SCOPED_TRACE("the server refuses a save path outside the root");
+        MakeIconImage(image);
+        LogMark mark;
+        EXPECT_FALSE(CProcessDbus::GetIconFromIconImg(image, mountDir + "/", m_outside + "/icons"));
+        EXPECT_TRUE(mark.Contains("MethodCall success, result 1 (0-TAK_NO_ERROR)")) << mark.Text();
+        EXPECT_EQ(CopyCalls().back()["args"][0].asString(), mountDir + "/");
+        EXPECT_TRUE(mount_test::Tree(m_outside).empty());
+        EXPECT_NE(orvix::test::ReadWholeFile(LogPath("innerserver")).find("icons not copied from"),
+                  std::string::npos);
+        EXPECT_FALSE(Exists(mountDir));
+        EXPECT_FALSE(Exists(image));
+        ExpectNothingLeft();
+    }
+    {
+        SCOPED_TRACE("the server fails the call");
+        std::ofstream(Root() + "/etc/innerserver.json") << R"({"errors": ["sub_process_copy_server_icons"]})";
+        MakeIconImage(image);
+        LogMark mark;
+        EXPECT_FALSE(CProcessDbus::GetIconFromIconImg(image, mountDir, icons));
+        EXPECT_TRUE(mark.Contains("method call false.")) << mark.Text();
+        EXPECT_FALSE(mark.Contains("MethodCall success")) << mark.Text();
+        EXPECT_FALSE(Exists(mountDir));
+        EXPECT_FALSE(Exists(image));
+        ExpectNothingLeft();
+        std::filesystem::remove(Root() + "/etc/innerserver.json");
+    }
+    {
+        SCOPED_TRACE("the image and its mount directory sit where nothing can be removed");
+        const std::string locked = Share() + "/locked";
+        const std::string lockedImage = locked + "/icons.img";
+        const std::string lockedDir = locked + "/mnt";
+        const std::string lockedIcons = Share() + "/icons/app2";
+        MakeIconImage(lockedImage);
+        ASSERT_TRUE(orvix::host::MakeDirs(lockedDir));
+        ASSERT_EQ(mount(locked.c_str(), locked.c_str(), nullptr, MS_BIND, nullptr), 0) << strerror(errno);
+        ASSERT_EQ(mount(nullptr, locked.c_str(), nullptr, MS_REMOUNT | MS_BIND | MS_RDONLY, nullptr), 0)
+            << strerror(errno);
+        LogMark mark;
+        EXPECT_FALSE(CProcessDbus::GetIconFromIconImg(lockedImage, lockedDir, lockedIcons));
+        EXPECT_TRUE(mark.Contains("MethodCall success, result 0 (0-TAK_NO_ERROR)")) << mark.Text();
+        EXPECT_TRUE(mark.Contains("Fail to remove dir[" + lockedDir + "]!")) << mark.Text();
+        EXPECT_TRUE(mark.Contains("Fail to remove file[" + lockedImage + "]!")) << mark.Text();
+        EXPECT_EQ(mount_test::Tree(lockedIcons), CopiedIcons());
+        EXPECT_TRUE(mount_test::MountsAt(lockedDir).empty());
+        ASSERT_EQ(umount2(locked.c_str(), 0), 0) << strerror(errno);
+        EXPECT_TRUE(Exists(lockedImage));
+        ExpectNothingLeft();
+    }
+    EXPECT_EQ(CopyCalls().size(), 4u);
+}

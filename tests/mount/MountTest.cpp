@@ -1,0 +1,219 @@
+// Loop mounts of real ext4 images through the privileged service: what a mount shows, that it is
+// read-only, and that neither a mount nor a loop device outlives an unmount or a refused request.
+#include <fcntl.h>
+#include <privileged_service.h>
+#include <sys/stat.h>
+#include <sys/sysmacros.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <filesystem>
+
+#include "MountSupport.h"
+#include "TAKMount.h"
+#include "TestLog.h"
+
+using mount_test::Exists;
+using mount_test::MountFixture;
+using mount_test::MountsAt;
+using orvix::test::LogMark;
+
+namespace {
+
+class ALoopMount : public MountFixture {
+protected:
+    void TearDown() override {
+        unsetenv("ORVIX_LOOP_NODE_DIR");
+        if (!m_outside.empty()) {
+            ExpectNothingLeft(m_outside);
+            std::filesystem::remove_all(m_outside);
+        }
+        MountFixture::TearDown();
+    }
+
+    // A directory outside the root, removed by TearDown.
+    const std::string& Outside() {
+        if (m_outside.empty()) {
+            char pattern[] = "/tmp/tak-mount-outside-XXXXXX";
+            EXPECT_NE(mkdtemp(pattern), nullptr);
+            m_outside = pattern;
+        }
+        return m_outside;
+    }
+
+    std::string m_outside;
+};
+
+using ThePrivilegedService = ALoopMount;
+
+}  // namespace
+
+TEST_F(ALoopMount, ShowsTheImageReadOnlyAndLeavesNothingOnceUnmounted) {
+    struct Case {
+        const char* name;
+        const char* fsType;
+        const char* nodeDir;  // below the root: the platform "has no node" and one is made there
+        const char* mountDir;
+    };
+    const Case cases[] = {
+        {"the type given, an existing directory", "ext4", nullptr, "mnt/given"},
+        {"the type found by trying, a directory made with its parents", "", nullptr, "mnt/found/deep/"},
+        {"a loop node made where the platform has none", "ext4", "no-loop-nodes", "mnt/own-node"},
+    };
+    ASSERT_TRUE(orvix::host::MakeDirs(Root() + "/mnt/given"));
+    std::map<std::string, std::string> expected = IconFiles();
+    expected["lost+found"] = "dir";
+    if (!CanMount()) {
+        NoteForbidden();
+    }
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        std::string image = Root() + "/images/" + std::to_string(&c - cases) + ".img";
+        std::string dir = Root() + "/" + c.mountDir;
+        std::string stripped = dir.back() == '/' ? dir.substr(0, dir.size() - 1) : dir;
+        MakeIconImage(image);
+        if (c.nodeDir != nullptr) {
+            setenv("ORVIX_LOOP_NODE_DIR", (Root() + "/" + c.nodeDir).c_str(), 1);
+        } else {
+            unsetenv("ORVIX_LOOP_NODE_DIR");
+        }
+        LogMark mark;
+        if (!CanMount()) {
+            EXPECT_FALSE(CTAKMount::Mount(image, dir, c.fsType));
+            EXPECT_TRUE(mark.Contains("cannot mount " + image + " on " + stripped)) << mark.Text();
+            ExpectNothingLeft();
+            continue;
+        }
+        ASSERT_TRUE(CTAKMount::Mount(image, dir, c.fsType)) << mark.Text();
+        std::vector<mount_test::MountEntry> mounts = MountsAt(stripped);
+        ASSERT_EQ(mounts.size(), 1u);
+        EXPECT_EQ(mounts[0].type, "ext4");
+        EXPECT_EQ(mounts[0].options.substr(0, 3), "ro,") << mounts[0].options;
+        std::string nodePrefix = c.nodeDir != nullptr ? Root() + "/dev/loop" : "/dev/loop";
+        EXPECT_EQ(mounts[0].source.compare(0, nodePrefix.size(), nodePrefix), 0) << mounts[0].source;
+        // A node of our own is only needed until the mount holds the device.
+        EXPECT_EQ(c.nodeDir != nullptr, !Exists(mounts[0].source)) << mounts[0].source;
+        EXPECT_EQ(mount_test::Tree(stripped), expected);
+        EXPECT_EQ(mount_test::LoopsBackedBelow(Root()).size(), 1u);
+        int written = open((stripped + "/new.png").c_str(), O_CREAT | O_WRONLY | O_CLOEXEC, 0644);
+        EXPECT_EQ(written, -1);
+        EXPECT_EQ(errno, EROFS);
+
+        ASSERT_TRUE(CTAKMount::Umount(dir));
+        EXPECT_TRUE(MountsAt(stripped).empty());
+        EXPECT_TRUE(mark.Contains(stripped + " unmounted")) << mark.Text();
+        EXPECT_TRUE(Exists(stripped));
+        EXPECT_TRUE(Exists(image));
+        ExpectNothingLeft();
+        // Unmounting twice is a failure of its own, with its line.
+        LogMark again;
+        EXPECT_FALSE(CTAKMount::Umount(dir));
+        EXPECT_TRUE(again.Contains("cannot unmount " + stripped + ": Invalid argument")) << again.Text();
+    }
+}
+
+TEST_F(ALoopMount, RefusesBadRequestsAndLeavesNothingBehind) {
+    const std::string images = Root() + "/images";
+    const std::string good = images + "/good.img";
+    MakeIconImage(good);
+    mount_test::WriteFile(images + "/noise.img", std::string(1 << 20, '\x5a'));
+    std::filesystem::copy_file(good, Outside() + "/good.img");
+    std::filesystem::create_symlink(Outside() + "/good.img", images + "/link.img");
+    ASSERT_TRUE(orvix::host::MakeDirs(Root() + "/mnt"));
+    std::filesystem::create_symlink(Outside(), Root() + "/mnt/link");
+
+    struct Case {
+        const char* name;
+        std::string image;
+        std::string dir;
+        const char* fsType;
+        const char* detail;     // in the log when the request gets as far as the kernel's answer
+        bool refusedEarly;      // refused before anything needs privileges: the same everywhere
+        std::string madeLevel;  // the highest directory the call made, gone again afterwards
+    };
+    const Case cases[] = {
+        {"not a file system", images + "/noise.img", Root() + "/mnt/noise/deep", "",
+         "not an image of kind squashfs,ext4,vfat", false, Root() + "/mnt/noise"},
+        {"not of the type given", good, Root() + "/mnt/typed", "squashfs", "not an image of kind squashfs",
+         false, Root() + "/mnt/typed"},
+        {"a mount directory that is a file", good, images + "/noise.img", "ext4", "Not a directory", false,
+         ""},
+        {"a missing image", images + "/missing.img", Root() + "/mnt/missing", "", "No such file or directory",
+         true, Root() + "/mnt/missing"},
+        {"a mount directory outside the root", good, Outside() + "/made/here", "", "is outside the host root",
+         true, Outside() + "/made"},
+        {"an image outside the root", Outside() + "/good.img", Root() + "/mnt/plain", "",
+         "is outside the host root", true, Root() + "/mnt/plain"},
+        {"an image linked from outside", images + "/link.img", Root() + "/mnt/linked", "",
+         "is a symbolic link", true, Root() + "/mnt/linked"},
+        {"a mount directory linked to outside", good, Root() + "/mnt/link", "", "is a symbolic link", true,
+         ""},
+    };
+    if (!CanMount()) {
+        NoteForbidden();
+    }
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        LogMark mark;
+        EXPECT_FALSE(CTAKMount::Mount(c.image, c.dir, c.fsType));
+        EXPECT_TRUE(mark.Contains("cannot mount " + c.image + " on " + c.dir)) << mark.Text();
+        if (c.refusedEarly || CanMount()) {
+            EXPECT_TRUE(mark.Contains(c.detail)) << mark.Text();
+        }
+        if (!c.madeLevel.empty()) {
+            EXPECT_FALSE(Exists(c.madeLevel));
+        }
+        ExpectNothingLeft(Outside());
+    }
+    EXPECT_TRUE(Exists(good));
+    EXPECT_TRUE(Exists(images + "/noise.img"));
+    EXPECT_TRUE(mount_test::Tree(Outside()).count("good.img"));
+}
+
+TEST_F(ThePrivilegedService, ActsOnlyBelowTheRootAndAnswersWithErrnoCodes) {
+    const std::string nodes = Root() + "/nodes";
+    ASSERT_TRUE(orvix::host::MakeDirs(nodes));
+    std::filesystem::create_symlink(Outside(), nodes + "/out");
+    struct Refused {
+        const char* name;
+        std::string path;
+        const char* why;
+    };
+    const Refused refused[] = {
+        {"outside", Outside() + "/node", "is outside the host root"},
+        {"climbing out", nodes + "/../../node", "is outside the host root"},
+        {"through a linked directory", nodes + "/out/node", "is outside the host root"},
+        {"relative", "nodes/node", "is not an absolute path"},
+        {"the root's parent by name", Root() + "/..", "does not name an entry"},
+        {"a link itself", nodes + "/out", "is a symbolic link"},
+    };
+    for (const Refused& r : refused) {
+        SCOPED_TRACE(r.name);
+        LogMark mark;
+        EXPECT_EQ(PS_Mknod(r.path.c_str(), S_IFIFO | 0600, 0), -EACCES);
+        EXPECT_EQ(PS_Umount(r.path.c_str(), 0), -EACCES);
+        EXPECT_EQ(PS_Mount(r.path.c_str(), nodes.c_str(), "ext4", 0, nullptr), -EACCES);
+        EXPECT_EQ(PS_Mount((nodes + "/image").c_str(), r.path.c_str(), "ext4", 0, nullptr), -EACCES);
+        for (const char* call : {"PS_Mknod", "PS_Umount", "PS_Mount"}) {
+            EXPECT_TRUE(mark.Contains(std::string(call) + ": [" + r.path + "] " + r.why)) << call << "\n"
+                                                                                          << mark.Text();
+        }
+    }
+    EXPECT_TRUE(mount_test::Tree(Outside()).empty());
+    EXPECT_EQ(PS_Mknod(nullptr, S_IFIFO | 0600, 0), -EACCES);
+    EXPECT_EQ(PS_Mount((nodes + "/image").c_str(), nodes.c_str(), "", 0, nullptr), -EINVAL);
+
+    // Nodes below the root; a block node needs the right to make devices.
+    EXPECT_EQ(PS_Mknod((nodes + "/fifo").c_str(), S_IFIFO | 0600, 0), 0);
+    struct stat st {};
+    EXPECT_TRUE(lstat((nodes + "/fifo").c_str(), &st) == 0 && S_ISFIFO(st.st_mode));
+    EXPECT_EQ(PS_Mknod((nodes + "/fifo").c_str(), S_IFIFO | 0600, 0), -EEXIST);
+    // A block node needs the right to make devices: the answer is the kernel's own for that request.
+    int direct = mknod((nodes + "/direct").c_str(), S_IFBLK | 0600, makedev(7, 200)) == 0 ? 0 : -errno;
+    EXPECT_EQ(PS_Mknod((nodes + "/block").c_str(), S_IFBLK | 0600, makedev(7, 200)), direct);
+    EXPECT_EQ(direct == 0, lstat((nodes + "/block").c_str(), &st) == 0 && S_ISBLK(st.st_mode) &&
+                               st.st_rdev == makedev(7, 200));
+    LogMark mark;
+    EXPECT_EQ(PS_Umount(nodes.c_str(), 0), CanMount() ? -EINVAL : -EPERM);
+    EXPECT_TRUE(mark.Contains("cannot unmount " + nodes)) << mark.Text();
+}
