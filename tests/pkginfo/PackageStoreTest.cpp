@@ -14,6 +14,7 @@
 
 #include "PackageRecordsTest.h"
 #include "PkgInfo.h"
+#include "TAKDir.h"
 
 namespace {
 
@@ -139,7 +140,7 @@ TEST_F(PackageStoreTest, FileIsParsedAgainOnlyWhenItChanged) {
     EXPECT_EQ(VersionOf("org.good"), "9");
     unlink(RecordsPath().c_str());
     orvix::host::SetRoot(first);
-    EXPECT_EQ(0, system(("rm -rf " + std::string(pattern)).c_str()));
+    TAKDir::RemoveAllFiles(pattern, true, false);
 }
 
 // A handle keeps the records it was opened on: its texts stay valid and unchanged after a reload.
