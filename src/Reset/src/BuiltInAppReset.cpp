@@ -1,35 +1,95 @@
 #include "BuiltInAppReset.h"
 
+#include <app_control.h>
+
+#include <cstdint>
+#include <utility>
+
+#include "BuiltInAppUtil.h"
 #include "ICVConf.h"
+#include "PkgInfo.h"
 #include "ResetDbus.h"
+#include "TAKCommonHandle.h"
+#include "TAKConfigHandle.h"
 #include "TAKLog.h"
+#include "TAKString.h"
 
 namespace {
 
 const char kBiuUpdatingAppKey[] = "memory/tak/biu_updating_app";
+const char kServerUpgradeKey[] = "db/built-in-app-upgrader/server_upgrade";
+const char kResetInProcessKey[] = "db/built-in-app-upgrader/reset";
+const char kHomeBasePkgKey[] = "db/home/homeversion_pkg_id";
+const char kBtgidKey[] = "db/tak/btgid";
+const char kResetDoneAppsConfig[] = "RESERVED_17";
+
+// The install states that end an app's install; only the second also records the app as a test app.
+const int kInstallEndStates[] = {103, 110, 111};
+const int kInstallEndUpdatesTestList = 110;
+// Above the install states: uninstall outcomes that only touch the test-app list.
+const int kLastInstallState = 111;
+
+bool EndsInstall(int state) {
+    for (int end : kInstallEndStates) {
+        if (state == end) {
+            return true;
+        }
+    }
+    return false;
+}
+
+std::string AddressText(const void* address) {
+    return std::to_string(reinterpret_cast<intptr_t>(address));
+}
+
+template <typename Fn>
+Fn LookUp(const char* name) {
+    return reinterpret_cast<Fn>(CTAKCommonHandle::GetSymbolAddress(name));
+}
+
+// The install mode sent with the statistics record: only an installed app has one.
+std::string InstallMode(const std::string& resetMode) {
+    if (resetMode == "anytime") {
+        return "inactive";
+    }
+    return resetMode.empty() ? "foreground" : resetMode;
+}
 
 }  // namespace
 
 CBuiltInAppReset* CBuiltInAppReset::m_poInstance = nullptr;
 
-CBuiltInAppReset::CBuiltInAppReset() {
-    ICVConf::Get("db/home/homeversion_pkg_id", m_strHomeBasePkgId);
+// Never freed: library threads may still call back while static objects are being destroyed.
+std::mutex& CBuiltInAppReset::InstanceLock() {
+    static auto* lock = new std::mutex();
+    return *lock;
+}
+
+CBuiltInAppReset::CBuiltInAppReset() : CTAKTaskBase("CBuiltInAppReset") {
+    ICVConf::Get(kHomeBasePkgKey, m_strHomeBasePkgId);
+    std::lock_guard<std::mutex> lock(InstanceLock());
     m_poInstance = this;
 }
 
 CBuiltInAppReset::~CBuiltInAppReset() {
+    std::lock_guard<std::mutex> lock(InstanceLock());
     if (m_poInstance == this) {
         m_poInstance = nullptr;
     }
 }
 
 void CBuiltInAppReset::BuiltInAppReset(void* user, bool service, _CLIENT_INFO_T client) {
-    m_nInstallCount = 0;
+    {
+        std::lock_guard<std::mutex> lock(InstanceLock());
+        m_nInstallCount = 0;
+        m_bInstalling = false;
+        m_InstantResetList.clear();
+    }
     m_pUserData = user;
-    m_InstantResetList.clear();
     m_WaitingList.clear();
+    m_bWaiting = false;
     m_bServiceReset = service;
-    m_tClientInfo = client;
+    m_tClientInfo = std::move(client);
     m_EventSendToMe(EVENT_CHECK_CONDITION, 0);
 }
 
@@ -38,8 +98,14 @@ bool CBuiltInAppReset::t_Create() {
 }
 
 bool CBuiltInAppReset::t_Destroy() {
-    m_InstantResetList.clear();
-    m_ResetDoneApps.clear();
+    {
+        std::lock_guard<std::mutex> lock(InstanceLock());
+        m_InstantResetList.clear();
+        m_ResetDoneApps.clear();
+        m_bInstalling = false;
+    }
+    // A watch left behind would post into whichever reset runs next.
+    m_StopWaiting();
     // A reset ended early still answers its requester once.
     if (!m_bCompleted) {
         m_ReportResult();
@@ -90,12 +156,155 @@ void CBuiltInAppReset::m_EventSendToMe(unsigned long event, long data) {
     Send(&ev, false);
 }
 
+void CBuiltInAppReset::m_CheckCondition() {
+    TAK_LOGI("m_CheckCondition");
+    // Unreadable keys leave these defaults: the upgrader allowed, no reset in process.
+    bool serverUpgrade = true;
+    ICVConf::Get(kServerUpgradeKey, serverUpgrade);
+    int resetInProcess = 0;
+    ICVConf::Get(kResetInProcessKey, resetInProcess);
+    if (serverUpgrade && resetInProcess == 0) {
+        ICVConf::Set(kResetInProcessKey, m_bServiceReset ? 1 : 2, true);
+        m_EventSendToMe(EVENT_GET_BUILTIN_APP_LIST, 0);
+        return;
+    }
+    TAK_LOGN("Server upgrade not support or Reset is already in process. this time reset will be skipped");
+    if (m_bServiceReset) {
+        size_t count = 0;
+        {
+            std::lock_guard<std::mutex> lock(InstanceLock());
+            count = m_InstantResetList.size();
+        }
+        CResetDbus::BuiltInProgressMethodCall(m_tClientInfo, "", TAK_EVENT_STATE_BIU_RESET_TOTAL,
+                                              static_cast<int>(count));
+    }
+    m_EventSendToMe(EVENT_COMPLETED, 0);
+}
+
+void CBuiltInAppReset::m_GetBuiltInAppList() {
+    auto pfGetList = LookUp<TAK_GET_BUILTIN_APP_LIST_API>(TAK_API_GET_BUILTIN_APP_LIST);
+    if (pfGetList == nullptr) {
+        return;
+    }
+    ICVConf::Set(kBtgidKey, std::string(), true);
+    BUILTIN_APP_LIST apps;
+    if (!pfGetList(apps, m_tClientInfo.caller_process_name)) {
+        TAK_LOGE("GetBuiltInAppListAPI failed, %zu apps listed", apps.size());
+    }
+    m_RemoveHomeBasePkg(apps);
+    m_RemoveHomeTestVersion(apps);
+    m_AssembleBuiltInList(apps);
+
+    std::vector<BUILTIN_APP_INFO> resetList;
+    for (const OPENAPI_BUILTIN_APP_INFO& app : apps) {
+        if (!m_CheckResetCondition(app)) {
+            continue;
+        }
+        TAK_LOGN("add %s to instant reset list", app.appId.c_str());
+        BUILTIN_APP_INFO entry;
+        entry.appInfo = app;
+        resetList.push_back(std::move(entry));
+    }
+    size_t count = resetList.size();
+    {
+        std::lock_guard<std::mutex> lock(InstanceLock());
+        m_InstantResetList = std::move(resetList);
+    }
+    m_GetDLDInfo();
+    if (m_bServiceReset) {
+        CResetDbus::BuiltInProgressMethodCall(m_tClientInfo, "", TAK_EVENT_STATE_BIU_RESET_TOTAL,
+                                              static_cast<int>(count));
+    }
+    if (m_WaitingList.empty()) {
+        m_EventSendToMe(EVENT_RESET_BUILTIN_APPS, 0);
+        return;
+    }
+    m_WatchUpdatingApp();
+    m_bWaiting = true;
+    if (CBuiltInAppUtil::CheckWaitingList(m_WaitingList)) {
+        m_StopWaiting();
+        m_EventSendToMe(EVENT_RESET_BUILTIN_APPS, 0);
+    }
+}
+
+void CBuiltInAppReset::m_RemoveHomeBasePkg(BUILTIN_APP_LIST& list) {
+    CBuiltInAppList(m_tQuery).RemoveHomeBasePkg(m_strHomeBasePkgId, list);
+}
+
+void CBuiltInAppReset::m_RemoveHomeTestVersion(BUILTIN_APP_LIST& list) {
+    CBuiltInAppList(m_tQuery).RemoveHomeTestVersion(list);
+}
+
+void CBuiltInAppReset::m_RemoveFromBuiltInList(const std::string& pkgid, BUILTIN_APP_LIST& list) {
+    CBuiltInAppList(m_tQuery).RemoveFromBuiltInList(pkgid, list);
+}
+
+void CBuiltInAppReset::m_AssembleBuiltInList(BUILTIN_APP_LIST& list) {
+    CBuiltInAppList::AssembleBuiltInList(list);
+}
+
+bool CBuiltInAppReset::m_CheckResetCondition(const OPENAPI_BUILTIN_APP_INFO& app) {
+    return CBuiltInAppList(m_tQuery).CheckResetCondition(app, m_WaitingList);
+}
+
+void CBuiltInAppReset::m_GetDLDInfo() {
+    std::map<std::string, APP_SERVER_REQUEST_INFO> requests;
+    {
+        std::lock_guard<std::mutex> lock(InstanceLock());
+        for (const BUILTIN_APP_INFO& entry : m_InstantResetList) {
+            const OPENAPI_BUILTIN_APP_INFO& app = entry.appInfo;
+            requests.emplace(app.appId,
+                             APP_SERVER_REQUEST_INFO{app.appId, app.orvixId, app.pkgId, app.appType});
+        }
+    }
+    if (requests.empty()) {
+        return;
+    }
+    auto pfGetDLDInfo = LookUp<TAK_GET_APPS_DLD_INFO_API>(TAK_API_GET_APPS_DLD_INFO);
+    if (pfGetDLDInfo == nullptr) {
+        return;
+    }
+    std::map<std::string, OPENAPI_APP_DLD_INFO> answers;
+    pfGetDLDInfo(requests, answers);
+    std::lock_guard<std::mutex> lock(InstanceLock());
+    for (BUILTIN_APP_INFO& entry : m_InstantResetList) {
+        auto answer = answers.find(entry.appInfo.appId);
+        if (answer == answers.end()) {
+            continue;
+        }
+        entry.dldInfo = answer->second;
+        TAK_LOGI("save %s DLD info", entry.appInfo.appId.c_str());
+    }
+}
+
+void CBuiltInAppReset::m_WatchUpdatingApp() {
+    auto pfRegister = LookUp<TAK_REGISTER_VCONF_CHANGE_CB_API>(TAK_API_REGISTER_VCONF_CHANGE_CB);
+    if (pfRegister == nullptr) {
+        return;
+    }
+    pfRegister(kBiuUpdatingAppKey, &CBuiltInAppReset::m_VconfCB);
+    m_bWatching = true;
+}
+
+void CBuiltInAppReset::m_StopWaiting() {
+    m_bWaiting = false;
+    if (!m_bWatching) {
+        return;
+    }
+    m_bWatching = false;
+    auto pfUnregister = LookUp<TAK_UNREGISTER_VCONF_CHANGE_CB_API>(TAK_API_UNREGISTER_VCONF_CHANGE_CB);
+    if (pfUnregister != nullptr) {
+        pfUnregister(kBiuUpdatingAppKey);
+    }
+}
+
 void CBuiltInAppReset::m_VconfCB(std::string key, VCONF_VALUE value) {
     if (key != kBiuUpdatingAppKey) {
         TAK_LOGE("vconf name %s is not biu updating app", key.c_str());
         return;
     }
     TAK_LOGI("vconf name biu updating app change to %s", value.stringValue.c_str());
+    std::lock_guard<std::mutex> lock(InstanceLock());
     if (m_poInstance == nullptr) {
         TAK_LOGE("m_poInstance is NULL");
         return;
@@ -103,23 +312,170 @@ void CBuiltInAppReset::m_VconfCB(std::string key, VCONF_VALUE value) {
     m_poInstance->m_EventSendToMe(EVENT_CHECK_WAITING_LIST, 0);
 }
 
-// The reset work of the events below is not part of this build yet: each handler says so and leaves
-// the task waiting; the requester is still answered when the task ends.
-void CBuiltInAppReset::m_CheckCondition() {
-    TAK_LOGI("m_CheckCondition");
-    TAK_LOGE("built-in reset condition check is not available");
-}
-
-void CBuiltInAppReset::m_GetBuiltInAppList() {
-    TAK_LOGE("built-in app list assembly is not available");
-}
-
 void CBuiltInAppReset::m_CheckWaitingList() {
-    TAK_LOGE("built-in waiting list check is not available");
+    // A change that arrives after the wait ended (two quick changes, or a watch that outlived a reset)
+    // must not start the installs a second time.
+    if (!m_bWaiting) {
+        TAK_LOGI("not waiting for background updates, event ignored");
+        return;
+    }
+    if (!CBuiltInAppUtil::CheckWaitingList(m_WaitingList)) {
+        return;
+    }
+    m_StopWaiting();
+    m_EventSendToMe(EVENT_RESET_BUILTIN_APPS, 0);
 }
 
 void CBuiltInAppReset::m_ResetBuiltInApps() {
-    TAK_LOGE("built-in app install is not available");
+    BUILTIN_APP_INFO head;
+    {
+        std::lock_guard<std::mutex> lock(InstanceLock());
+        if (m_bInstalling) {
+            TAK_LOGI("install of %s still in progress, event ignored",
+                     m_InstantResetList.empty() ? "" : m_InstantResetList.front().appInfo.appId.c_str());
+            return;
+        }
+        if (m_InstantResetList.empty()) {
+            m_EventSendToMe(EVENT_COMPLETED, 0);
+            return;
+        }
+        head = m_InstantResetList.front();
+    }
+    auto pfInstall = LookUp<TAK_INSTALL_API>(TAK_API_INSTALL_APP);
+    if (pfInstall == nullptr) {
+        std::lock_guard<std::mutex> lock(InstanceLock());
+        if (!m_InstantResetList.empty()) {
+            m_InstantResetList.erase(m_InstantResetList.begin());
+        }
+        m_EventSendToMe(EVENT_RESET_BUILTIN_APPS, 0);
+        return;
+    }
+    if (!m_SendInstall(pfInstall, head)) {
+        // The same app is tried again.
+        m_EventSendToMe(EVENT_RESET_BUILTIN_APPS, 0);
+    }
+}
+
+bool CBuiltInAppReset::m_SendInstall(TAK_INSTALL_API pfInstall, const BUILTIN_APP_INFO& app) {
+    const OPENAPI_BUILTIN_APP_INFO& info = app.appInfo;
+    // The library copies what it needs from these two records during the call.
+    OPENAPI_APP_DLD_INFO dldInfo = app.dldInfo;
+    BIU_INSTALL_KPI_INFO kpiInfo;
+    kpiInfo.fields[0] = info.pkgId;
+    kpiInfo.fields[2] = info.field5;
+    if (IPkgInfo::IsInstalled(info.pkgId, false)) {
+        kpiInfo.fields[6] = InstallMode(info.resetMode);
+    }
+    app_control_h request = nullptr;
+    int ret = app_control_create(&request);
+    if (ret != APP_CONTROL_ERROR_NONE) {
+        TAK_LOGE("app_control_create for %s failed, ret %d.", info.appId.c_str(), ret);
+        return false;
+    }
+    TAK_LOGN("Reset %s", info.appId.c_str());
+    static const std::string s_Callback =
+        AddressText(reinterpret_cast<const void*>(&CBuiltInAppReset::m_ResetCB));
+    const std::pair<const char*, std::string> extras[] = {
+        {"appkey", info.appId},
+        {"keytype", "0"},
+        {"callback", s_Callback},
+        {"userdata", AddressText(this)},
+        {"biu_reset", "1"},
+        {"biu_uninstall_reason", "0"},
+        {"app_dld_info", AddressText(&dldInfo)},
+        {"biu_kpi_info", AddressText(&kpiInfo)},
+    };
+    for (const auto& extra : extras) {
+        ret = app_control_add_extra_data(request, extra.first, extra.second.c_str());
+        if (ret != APP_CONTROL_ERROR_NONE) {
+            TAK_LOGE("app_control_add_extra_data %s failed %d", extra.first, ret);
+        }
+    }
+    {
+        // Set before the call: the library may answer from its thread before the call returns.
+        std::lock_guard<std::mutex> lock(InstanceLock());
+        m_bInstalling = true;
+        ++m_nInstallCount;
+    }
+    ret = pfInstall(request);
+    if (ret != 0) {
+        TAK_LOGE("InstallAppAPI for %s returned %d", info.appId.c_str(), ret);
+    }
+    app_control_destroy(request);
+    return true;
+}
+
+void CBuiltInAppReset::m_ResetCB(std::string appId, TAK_EVENT_STATE_E state, int /*progress*/, int result,
+                                 std::string /*message*/, void* user) {
+    if (user == nullptr) {
+        TAK_LOGE("NULL == pvUserData");
+        return;
+    }
+    CBuiltInAppReset* task = static_cast<CBuiltInAppReset*>(user);
+    OPENAPI_BUILTIN_APP_INFO head;
+    {
+        std::lock_guard<std::mutex> lock(InstanceLock());
+        if (task != m_poInstance) {
+            TAK_LOGE("reset task %p is gone, callback of %s dropped", user, appId.c_str());
+            return;
+        }
+        if (!task->m_bInstalling || task->m_InstantResetList.empty() ||
+            task->m_InstantResetList.front().appInfo.appId != appId) {
+            TAK_LOGE("%s is not in upgrade list", appId.c_str());
+            return;
+        }
+        head = task->m_InstantResetList.front().appInfo;
+    }
+    if (state > kLastInstallState) {
+        if (state == TAK_EVENT_STATE_UNINSTALL_SUCCESS || state == TAK_EVENT_STATE_UNINSTALL_FAIL) {
+            TAK_LOGI("strAppID[%s] uninstall  state %d result %d", appId.c_str(), static_cast<int>(state),
+                     result);
+            CBuiltInAppUtil::RemoveFromTestList(head.pkgId, appId);
+        }
+        return;
+    }
+    if (!EndsInstall(state)) {
+        return;
+    }
+    std::string doneIds;
+    int installCount = 0;
+    if (!task->m_EndHeadInstall(appId, doneIds, installCount)) {
+        return;
+    }
+    CTAKConfigHandle::UpdateConfigTable(kResetDoneAppsConfig, doneIds);
+    if (state == kInstallEndUpdatesTestList) {
+        CBuiltInAppUtil::UpdateTestList(head);
+    }
+    if (task->m_bServiceReset) {
+        CResetDbus::BuiltInProgressMethodCall(task->m_tClientInfo, appId, TAK_EVENT_STATE_BIU_RESET_ONE_DONE,
+                                              installCount);
+    }
+    // Posted under the lock, so that the task cannot go away between the check and the post.
+    std::lock_guard<std::mutex> lock(InstanceLock());
+    if (task == m_poInstance) {
+        task->m_EventSendToMe(EVENT_RESET_BUILTIN_APPS, 0);
+    }
+}
+
+// Ends the head app's install: records it as done and takes it off the list. False when another
+// callback ended it first (the lock was let go between the callback's check and this).
+bool CBuiltInAppReset::m_EndHeadInstall(const std::string& appId, std::string& doneIds, int& installCount) {
+    std::lock_guard<std::mutex> lock(InstanceLock());
+    if (this != m_poInstance || !m_bInstalling || m_InstantResetList.empty() ||
+        m_InstantResetList.front().appInfo.appId != appId) {
+        TAK_LOGE("%s is not in upgrade list", appId.c_str());
+        return false;
+    }
+    m_ResetDoneApps[appId] = appId;
+    std::vector<std::string> ids;
+    for (const auto& done : m_ResetDoneApps) {
+        ids.push_back(done.first);
+    }
+    doneIds = TAKString::AssembleListToString(ids, ",");
+    m_InstantResetList.erase(m_InstantResetList.begin());
+    m_bInstalling = false;
+    installCount = m_nInstallCount;
+    return true;
 }
 
 void CBuiltInAppReset::m_Completed() {

@@ -7,23 +7,26 @@
 // t_Destroy.
 #pragma once
 
+#include <cstdint>
 #include <map>
+#include <mutex>
 #include <string>
 #include <vector>
 
+#include "BuiltInAppList.h"
 #include "ProcessDbus.h"
 #include "TAKCommonApi.h"
 #include "TAKTaskBase.h"
 
 // One entry of the instant reset list.
 struct BUILTIN_APP_INFO {
-    int installCount = 0;  // install bookkeeping
-    int retryCount = 0;
+    int32_t installCount = 0;  // install bookkeeping
+    int32_t retryCount = 0;
     OPENAPI_BUILTIN_APP_INFO appInfo;
     OPENAPI_APP_DLD_INFO dldInfo;  // filled once the download information is known
     std::string text;
     bool flags[6] = {false, false, false, false, false, false};
-    int value = 0;
+    int32_t value = 0;
 };
 
 class CBuiltInAppReset : public CTAKTaskBase {
@@ -46,6 +49,9 @@ public:
 
     // Settings-watch callback for "memory/tak/biu_updating_app", called on the library's thread.
     static void m_VconfCB(std::string key, VCONF_VALUE value);
+    // Install callback handed to the common library; `user` is the task. Called on the library's thread.
+    static void m_ResetCB(std::string appId, TAK_EVENT_STATE_E state, int progress, int result,
+                          std::string message, void* user);
 
 protected:
     bool t_Create() override;
@@ -57,21 +63,43 @@ private:
 
     void m_CheckCondition();
     void m_GetBuiltInAppList();
+    void m_RemoveHomeBasePkg(BUILTIN_APP_LIST& list);
+    void m_RemoveHomeTestVersion(BUILTIN_APP_LIST& list);
+    void m_RemoveFromBuiltInList(const std::string& pkgid, BUILTIN_APP_LIST& list);
+    void m_AssembleBuiltInList(BUILTIN_APP_LIST& list);
+    bool m_CheckResetCondition(const OPENAPI_BUILTIN_APP_INFO& app);
+    void m_GetDLDInfo();
     void m_CheckWaitingList();
     void m_ResetBuiltInApps();
+    // Sends the install request of `app`; false when the request could not be made (then retried).
+    bool m_SendInstall(TAK_INSTALL_API pfInstall, const BUILTIN_APP_INFO& app);
+    // Ends the head app's install from a callback: the reset-done ids joined and the install counter.
+    bool m_EndHeadInstall(const std::string& appId, std::string& doneIds, int& installCount);
     void m_Completed();
+    // Registers m_VconfCB for "memory/tak/biu_updating_app" if the library can.
+    void m_WatchUpdatingApp();
+    // Leaves the wait for background updates: unregisters the watch if one was registered.
+    void m_StopWaiting();
     // Progress 502 for a service reset, then the result of the reset's kind.
     void m_ReportResult();
 
-    static CBuiltInAppReset* m_poInstance;
+    static std::mutex& InstanceLock();
+    static CBuiltInAppReset* m_poInstance;  // guarded by InstanceLock()
 
+    // Guarded by InstanceLock(): touched by the task thread and by m_ResetCB.
     std::vector<BUILTIN_APP_INFO> m_InstantResetList;  // head: the app being reset now
     std::map<std::string, std::string> m_ResetDoneApps;
+    int32_t m_nInstallCount = 0;
+    bool m_bInstalling = false;  // the head app's install was sent and has not ended
+
+    // Task thread only (and the dispatcher before the first event).
     std::vector<std::string> m_WaitingList;  // package ids updated in the background right now
-    int m_nInstallCount = 0;
+    bool m_bWaiting = false;                 // waiting for the background updates to end
+    bool m_bWatching = false;                // m_VconfCB is registered with the library
     void* m_pUserData = nullptr;
     bool m_bServiceReset = false;
     bool m_bCompleted = false;
     std::string m_strHomeBasePkgId;
     _CLIENT_INFO_T m_tClientInfo;
+    CBuiltInAppList::LiveQuery m_tQuery;
 };

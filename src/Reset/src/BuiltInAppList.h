@@ -1,0 +1,82 @@
+// CBuiltInAppList: the decisions of a built-in app reset, apart from the task that carries them out.
+//
+// Which built-in apps are reinstalled, and in which order, depends only on the library's list and on
+// what the platform answers about packages (installed, version, removable, instant-reset metadata,
+// background updates, the Home test lists). Those answers come through CBuiltInAppList::Query, so the
+// same code decides for the reset task (the live query) and for tests or tools that replay or predict a
+// reset (a query of their own). Nothing here posts events or reports anything; it only logs its
+// decisions.
+//
+// Not thread-safe by itself: one object is used by one thread at a time (the reset task's thread).
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "BuiltInAppUtil.h"
+#include "TAKCommonApi.h"
+
+typedef std::vector<OPENAPI_BUILTIN_APP_INFO> BUILTIN_APP_LIST;
+
+class CBuiltInAppList {
+public:
+    // What the decisions ask of the platform. Every answer that cannot be had reads as the negative one:
+    // not installed, no version, no metadata; only the removable flag reads as "removable".
+    class Query {
+    public:
+        virtual ~Query() = default;
+        // The installed version of a package of the TV's own package space; false when unknown.
+        virtual bool InstalledVersion(const std::string& pkgId, std::string& version) = 0;
+        virtual bool IsInstalled(const std::string& pkgId, bool robot) = 0;
+        // The value of one metadata key of the app: by its platform id for a robot app, else by the main
+        // app of its package.
+        virtual bool MetadataValue(const OPENAPI_BUILTIN_APP_INFO& app, bool robot, const std::string& key,
+                                   std::string& value) = 0;
+        virtual bool IsRemovable(const std::string& pkgId, bool robot) = 0;
+        // True while the package is being updated in the background (and cleans up after one that ended).
+        virtual bool IsUpdating(const std::string& appId, const std::string& pkgId) = 0;
+        virtual void HomeTestList(std::vector<HOME_TEST_APP>& list) = 0;
+        virtual void CandidateList(const std::string& path, std::vector<HOME_TEST_APP>& list) = 0;
+    };
+
+    // The query that asks the package manager, the settings store and the configuration table.
+    class LiveQuery : public Query {
+    public:
+        bool InstalledVersion(const std::string& pkgId, std::string& version) override;
+        bool IsInstalled(const std::string& pkgId, bool robot) override;
+        bool MetadataValue(const OPENAPI_BUILTIN_APP_INFO& app, bool robot, const std::string& key,
+                           std::string& value) override;
+        bool IsRemovable(const std::string& pkgId, bool robot) override;
+        bool IsUpdating(const std::string& appId, const std::string& pkgId) override;
+        void HomeTestList(std::vector<HOME_TEST_APP>& list) override;
+        void CandidateList(const std::string& path, std::vector<HOME_TEST_APP>& list) override;
+    };
+
+    // The metadata key that lets a built-in app be reset at once, and the only value that does.
+    static const char* const INSTANT_RESET_KEY;
+    static const char* const INSTANT_RESET_VALUE;
+    static const char* const ROBOT_APP_TYPE;
+
+    explicit CBuiltInAppList(Query& query) : m_rQuery(query) {}
+
+    // Removes the Home base package and the apps that need a newer one than is installed.
+    void RemoveHomeBasePkg(const std::string& homeBasePkgId, BUILTIN_APP_LIST& list);
+    // The same for every Home test package: the installed ones, then the candidates of the file under
+    // the applications' data root.
+    void RemoveHomeTestVersion(BUILTIN_APP_LIST& list);
+    // Removes every entry of the package `pkgid`, and every entry whose first requirement on that package
+    // asks for a version above the installed one (or any version when none can be read).
+    void RemoveFromBuiltInList(const std::string& pkgid, BUILTIN_APP_LIST& list);
+    // Moves each app's required apps that the library listed later in front of it, in key order, each
+    // once, one level deep.
+    static void AssembleBuiltInList(BUILTIN_APP_LIST& list);
+    // True when the app goes into the instant reset list; an app being updated in the background also
+    // has its package appended to `waitingList`.
+    bool CheckResetCondition(const OPENAPI_BUILTIN_APP_INFO& app, std::vector<std::string>& waitingList);
+
+    // The path of the Home test candidate file.
+    static std::string CandidateFilePath();
+
+private:
+    Query& m_rQuery;
+};

@@ -1,0 +1,324 @@
+// The decisions of a built-in reset on their own: the list assembly is a pure function of the library's
+// list and the package answers, which a scripted query gives here.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <map>
+#include <random>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "BuiltInAppList.h"
+#include "TestLog.h"
+
+namespace {
+
+using orvix::test::LogMark;
+
+OPENAPI_BUILTIN_APP_INFO App(const std::string& appId, const std::vector<std::string>& requires = {},
+                             const std::string& pkgId = "") {
+    OPENAPI_BUILTIN_APP_INFO app;
+    app.appId = appId;
+    app.pkgId = pkgId.empty() ? "pkg." + appId : pkgId;
+    app.orvixId = appId + ".orvix";
+    for (const auto& required : requires) {
+        app.requires[required] = OPENAPI_REQUIRE_INFO{required, "1.0", "pkg." + required, false};
+    }
+    return app;
+}
+
+OPENAPI_BUILTIN_APP_INFO Requiring(const std::string& appId, const std::string& pkgid,
+                                   const std::string& version, const std::string& key = "home") {
+    OPENAPI_BUILTIN_APP_INFO app = App(appId);
+    app.requires[key] = OPENAPI_REQUIRE_INFO{key, version, pkgid, false};
+    return app;
+}
+
+std::vector<std::string> Ids(const BUILTIN_APP_LIST& list) {
+    std::vector<std::string> ids;
+    for (const auto& app : list) {
+        ids.push_back(app.appId);
+    }
+    return ids;
+}
+
+// Answers as scripted; a package that is not scripted is not installed and has no metadata.
+struct ScriptedQuery : CBuiltInAppList::Query {
+    std::map<std::string, std::string> versions;  // installed packages
+    std::map<std::string, std::string> instantReset;
+    std::set<std::string> notRemovable;
+    std::set<std::string> updating;
+    std::set<std::string> robotInstalled;
+    std::vector<HOME_TEST_APP> homeTests;
+    std::vector<HOME_TEST_APP> candidates;
+    std::string candidatePath;
+    std::vector<std::string> metadataAsked;
+
+    bool InstalledVersion(const std::string& pkgId, std::string& version) override {
+        auto it = versions.find(pkgId);
+        if (it == versions.end() || it->second == "unreadable") {
+            return false;
+        }
+        version = it->second;
+        return true;
+    }
+    bool IsInstalled(const std::string& pkgId, bool robot) override {
+        return robot ? robotInstalled.count(pkgId) != 0 : versions.count(pkgId) != 0;
+    }
+    bool MetadataValue(const OPENAPI_BUILTIN_APP_INFO& app, bool robot, const std::string& key,
+                       std::string& value) override {
+        metadataAsked.push_back((robot ? "robot:" + app.orvixId : app.pkgId) + " " + key);
+        auto it = instantReset.find(app.pkgId);
+        if (it == instantReset.end()) {
+            return false;
+        }
+        value = it->second;
+        return true;
+    }
+    bool IsRemovable(const std::string& pkgId, bool) override { return notRemovable.count(pkgId) == 0; }
+    bool IsUpdating(const std::string&, const std::string& pkgId) override {
+        return updating.count(pkgId) != 0;
+    }
+    void HomeTestList(std::vector<HOME_TEST_APP>& list) override { list = homeTests; }
+    void CandidateList(const std::string& path, std::vector<HOME_TEST_APP>& list) override {
+        candidatePath = path;
+        list = candidates;
+    }
+};
+
+HOME_TEST_APP TestApp(const std::string& pkgId) {
+    HOME_TEST_APP app;
+    app.appId = pkgId + ".app";
+    app.pkgId = pkgId;
+    return app;
+}
+
+// The assembly exactly as the rule reads: take the first entry off a working array, pull each required
+// app (key order) that is still in the array in front of it, repeat. Slow on purpose.
+BUILTIN_APP_LIST LiteralAssembly(BUILTIN_APP_LIST work) {
+    BUILTIN_APP_LIST list;
+    while (!work.empty()) {
+        OPENAPI_BUILTIN_APP_INFO current = work.front();
+        work.erase(work.begin());
+        for (const auto& require : current.requires) {
+            auto found = std::find_if(work.begin(), work.end(), [&](const OPENAPI_BUILTIN_APP_INFO& app) {
+                return !require.first.empty() && app.appId == require.first;
+            });
+            if (found != work.end()) {
+                list.push_back(*found);
+                work.erase(found);
+            }
+        }
+        list.push_back(current);
+    }
+    return list;
+}
+
+struct AssemblyCase {
+    const char* name;
+    BUILTIN_APP_LIST input;
+    std::vector<std::string> order;
+    std::vector<std::string> moves;  // "alpha before beta"
+};
+
+}  // namespace
+
+TEST(ABuiltInListAssembly, PlacesEachRequiredAppOnceBeforeTheFirstAppThatNeedsIt) {
+    const AssemblyCase cases[] = {
+        {"required app listed later",
+         {App("beta", {"alpha"}), App("alpha")},
+         {"alpha", "beta"},
+         {"alpha before beta"}},
+        {"required app listed first", {App("alpha"), App("beta", {"alpha"})}, {"alpha", "beta"}, {}},
+        {"not transitive",
+         {App("gamma", {"alpha"}), App("alpha", {"zeta"}), App("mid"), App("zeta")},
+         {"alpha", "gamma", "mid", "zeta"},
+         {"alpha before gamma"}},
+        {"ascending key order",
+         {App("top", {"zz", "aa"}), App("zz"), App("aa")},
+         {"aa", "zz", "top"},
+         {"aa before top", "zz before top"}},
+        {"placed once, at the first requirer",
+         {App("one", {"shared"}), App("two", {"shared"}), App("shared")},
+         {"shared", "one", "two"},
+         {"shared before one"}},
+        {"absent, self and empty keys are ignored",
+         {App("self", {"self", "", "missing"}), App("other")},
+         {"self", "other"},
+         {}},
+        {"a cycle ends", {App("a", {"b"}), App("b", {"a"})}, {"b", "a"}, {"b before a"}},
+        {"duplicate ids: the first later one moves",
+         {App("x", {"d"}), App("d", {}, "pkg.first"), App("d", {}, "pkg.second")},
+         {"d", "x", "d"},
+         {"d before x"}},
+        {"empty list", {}, {}, {}},
+    };
+    for (const auto& test : cases) {
+        SCOPED_TRACE(test.name);
+        BUILTIN_APP_LIST list = test.input;
+        LogMark mark;
+        CBuiltInAppList::AssembleBuiltInList(list);
+        EXPECT_EQ(Ids(list), test.order);
+        std::string log = mark.Text();
+        size_t at = 0;
+        for (const auto& move : test.moves) {
+            std::string line = "add require app " + move.substr(0, move.find(' ')) + " before app " +
+                               move.substr(move.rfind(' ') + 1);
+            size_t found = log.find(line, at);
+            EXPECT_NE(found, std::string::npos) << line;
+            at = found == std::string::npos ? at : found;
+        }
+        size_t logged = 0;
+        for (size_t pos = log.find("add require app"); pos != std::string::npos;
+             pos = log.find("add require app", pos + 1)) {
+            ++logged;
+        }
+        EXPECT_EQ(logged, test.moves.size());
+    }
+}
+
+// Random lists with duplicate ids, cycles, self and absent requirements, compared with the rule done
+// literally; 2,000 apps each needing up to three others finish and keep every entry exactly once.
+TEST(ABuiltInListAssembly, AgreesWithTheLiteralRuleOnRandomLists) {
+    std::mt19937 random(4242);
+    for (int round = 0; round < 300; ++round) {
+        size_t size = round == 0 ? 2000 : random() % 30;
+        BUILTIN_APP_LIST input;
+        for (size_t i = 0; i < size; ++i) {
+            std::vector<std::string>
+            requires;
+            for (int r = static_cast<int>(random() % 4); r > 0; --r) {
+                requires.push_back("app" + std::to_string(random() % (size + 3)));
+            }
+            OPENAPI_BUILTIN_APP_INFO app = App("app" + std::to_string(random() % (size + 1)), requires);
+            app.field4 = std::to_string(i);  // tells duplicates apart
+            input.push_back(app);
+        }
+        BUILTIN_APP_LIST list = input;
+        CBuiltInAppList::AssembleBuiltInList(list);
+        BUILTIN_APP_LIST expected = LiteralAssembly(input);
+        ASSERT_EQ(list.size(), input.size());
+        for (size_t i = 0; i < list.size(); ++i) {
+            ASSERT_EQ(list[i].field4, expected[i].field4) << "round " << round << " position " << i;
+            ASSERT_EQ(list[i].requires.size(), expected[i].requires.size());
+        }
+    }
+}
+
+TEST(ABuiltInListRemoval, DropsThePackageAndTheAppsThatNeedANewerOne) {
+    struct Case {
+        const char* installed;
+        bool kept;
+    };
+    const Case cases[] = {
+        {"4.9", false}, {"5.0", true}, {"5.0.0", true}, {"5.1", true}, {"unreadable", false}};
+    for (const auto& test : cases) {
+        SCOPED_TRACE(test.installed);
+        ScriptedQuery query;
+        query.versions["pkg.home"] = test.installed;
+        BUILTIN_APP_LIST list = {App("home", {}, "pkg.home"), Requiring("needs", "pkg.home", "5.0"),
+                                 App("free")};
+        LogMark mark;
+        CBuiltInAppList(query).RemoveHomeBasePkg("pkg.home", list);
+        std::vector<std::string> expected = {"free"};
+        if (test.kept) {
+            expected.insert(expected.begin(), "needs");
+        }
+        EXPECT_EQ(Ids(list), expected);
+        EXPECT_TRUE(mark.Contains("Home base pkg pkg.home"));
+        EXPECT_TRUE(mark.Contains("remove Home base/test pkg pkg.home from general biu list"));
+        EXPECT_EQ(mark.Contains("remove needs because it requires higher Home base/test pkg version than "
+                                "installed version"),
+                  !test.kept);
+    }
+}
+
+TEST(ABuiltInListRemoval, JudgesOnlyTheFirstMatchingRequirementAndMatchesEmptyIds) {
+    ScriptedQuery query;
+    query.versions["pkg.home"] = "3.0";
+    OPENAPI_BUILTIN_APP_INFO twice = Requiring("twice", "pkg.home", "1.0", "a");
+    twice.requires["b"] = OPENAPI_REQUIRE_INFO{"b", "9.0", "pkg.home", false};  // later key, not judged
+    OPENAPI_BUILTIN_APP_INFO noPackage = App("nopkg");
+    noPackage.pkgId = "";
+    BUILTIN_APP_LIST list = {twice, noPackage, Requiring("needsEmpty", "", "1.0")};
+    CBuiltInAppList(query).RemoveFromBuiltInList("pkg.home", list);
+    EXPECT_EQ(Ids(list), (std::vector<std::string>{"twice", "nopkg", "needsEmpty"}));
+
+    // An empty Home base id removes entries without a package and the apps requiring an empty id whose
+    // version cannot be read.
+    CBuiltInAppList(query).RemoveHomeBasePkg("", list);
+    EXPECT_EQ(Ids(list), (std::vector<std::string>{"twice"}));
+}
+
+TEST(ABuiltInListRemoval, ChecksInstalledTestPackagesThenCandidates) {
+    ScriptedQuery query;
+    query.versions["pkg.test1"] = "2.0";
+    query.homeTests = {TestApp("pkg.test1")};
+    query.candidates = {TestApp("pkg.cand")};
+    BUILTIN_APP_LIST list = {App("t1", {}, "pkg.test1"),
+                             Requiring("old", "pkg.test1", "1.5"),
+                             Requiring("new", "pkg.test1", "2.5"),
+                             Requiring("cand", "pkg.cand", "1.0"),
+                             App("c", {}, "pkg.cand"),
+                             App("other")};
+    LogMark mark;
+    CBuiltInAppList(query).RemoveHomeTestVersion(list);
+    EXPECT_EQ(Ids(list), (std::vector<std::string>{"old", "other"}));
+    EXPECT_EQ(query.candidatePath, CBuiltInAppList::CandidateFilePath());
+    EXPECT_NE(query.candidatePath.find("/vardell/built_in_app/group_install/p0testcandidate.xml"),
+              std::string::npos);
+    std::string log = mark.Text();
+    size_t installed = log.find("check Home installed test pkg pkg.test1");
+    size_t candidate = log.find("check Home test candidate pkg pkg.cand");
+    EXPECT_NE(installed, std::string::npos);
+    EXPECT_NE(candidate, std::string::npos);
+    EXPECT_LT(installed, candidate);
+}
+
+TEST(ABuiltInResetCondition, SkipsWhatCannotBeResetAndWaitsForBackgroundUpdates) {
+    ScriptedQuery query;
+    for (const char* pkg : {"pkg.ok", "pkg.upper", "pkg.one", "pkg.fixed", "pkg.busy", "pkg.nometa"}) {
+        query.versions[pkg] = "1.0";
+    }
+    query.instantReset = {{"pkg.ok", "true"},    {"pkg.upper", "TRUE"}, {"pkg.one", "1"},
+                          {"pkg.fixed", "true"}, {"pkg.busy", "true"},  {"pkg.robot", "true"}};
+    query.notRemovable = {"pkg.fixed"};
+    query.updating = {"pkg.busy"};
+    OPENAPI_BUILTIN_APP_INFO robot = App("robot");
+    robot.appType = "ROBOTAPP";
+    query.robotInstalled = {"pkg.robot"};
+    OPENAPI_BUILTIN_APP_INFO almostRobot = App("almost");
+    almostRobot.appType = "ROBOTAPPX";
+
+    struct Case {
+        OPENAPI_BUILTIN_APP_INFO app;
+        bool result;
+        const char* line;
+    };
+    const Case cases[] = {
+        {App("ok"), true, "add"},
+        {App("missing"), false, "missing[pkg.missing] not installed, skip it"},
+        {App("upper"), false, "upper[pkg.upper] not support instant reset, skip it"},
+        {App("one"), false, "one[pkg.one] not support instant reset, skip it"},
+        {App("nometa"), false, "nometa[pkg.nometa] not support instant reset, skip it"},
+        {App("fixed"), false, "fixed[pkg.fixed] not removable, skip it"},
+        {App("busy"), true, "busy"},
+        {robot, true, "robot"},
+        {almostRobot, false, "almost[pkg.almost] not installed, skip it"},
+    };
+    std::vector<std::string> waiting;
+    for (const auto& test : cases) {
+        SCOPED_TRACE(test.app.appId);
+        LogMark mark;
+        EXPECT_EQ(CBuiltInAppList(query).CheckResetCondition(test.app, waiting), test.result);
+        if (!test.result) {
+            EXPECT_TRUE(mark.Contains(test.line)) << mark.Text();
+        }
+    }
+    EXPECT_EQ(waiting, std::vector<std::string>{"pkg.busy"});
+    EXPECT_NE(std::find(query.metadataAsked.begin(), query.metadataAsked.end(),
+                        std::string("robot:robot.orvix ") + CBuiltInAppList::INSTANT_RESET_KEY),
+              query.metadataAsked.end());
+    EXPECT_STREQ(CBuiltInAppList::INSTANT_RESET_KEY, "http://orvix.com/tv/metadata/prefer_instant_reset");
+}
