@@ -7,7 +7,7 @@ set -euo pipefail
 here=$(cd "$(dirname "$0")" && pwd)
 build=${1:-build-fuzz}
 seconds=${FUZZ_SECONDS:-30}
-targets=(home_test_list candidate_list updating_app test_list)
+targets=(home_test_list candidate_list updating_app test_list package_records)
 
 mkdir -p "$build/fuzz/artifacts"
 for target in "${targets[@]}"; do
