@@ -206,7 +206,14 @@ bool ParseStore(const char* text, size_t length, Store& store, std::string& prob
     Json::CharReaderBuilder builder;
     std::unique_ptr<Json::CharReader> reader(builder.newCharReader());
     Json::Value root;
-    if (!reader->parse(text, text + length, &root, &problem)) {
+    // The reader throws instead of failing on some inputs (nesting beyond its depth limit); an
+    // exception must not leave the C interface.
+    try {
+        if (!reader->parse(text, text + length, &root, &problem)) {
+            return false;
+        }
+    } catch (const Json::Exception& error) {
+        problem = error.what();
         return false;
     }
     if (!root.isObject() || !root["packages"].isArray()) {

@@ -61,6 +61,10 @@ TEST_F(PackageStoreTest, UnusableRecordsHoldNoPackages) {
         {"empty", [&] { WriteRecords(""); }, "are not a package list"},
         {"not JSON", [&] { WriteRecords("packages: org.good"); }, "are not a package list"},
         {"cut short", [&] { WriteRecords(std::string(kGood).substr(0, 60)); }, "are not a package list"},
+        // Deeper than the JSON reader's limit: it throws rather than fails (found by fuzzing).
+        {"nested too deep",
+         [&] { WriteRecords(R"({"packages":)" + std::string(1100, '[') + std::string(1100, ']') + "}"); },
+         "are not a package list"},
         {"an array", [&] { WriteRecords("[" + good + "]"); }, "no \"packages\" list"},
         {"packages not a list", [&] { WriteRecords(R"({"packages": )" + good + "}"); },
          "no \"packages\" list"},
