@@ -1,10 +1,12 @@
 // Recording and behaviour of the substitute common library.
 #include "LibTak.h"
 
+#include <dlog.h>
 #include <errno.h>  // program_invocation_short_name
 #include <glib.h>
 #include <unistd.h>
 
+#include <cstdarg>
 #include <cstring>
 #include <memory>
 #include <mutex>
@@ -51,7 +53,8 @@ namespace {
 
 std::mutex g_behaviourLock;  // guards the two below
 std::string g_behaviourText;
-Json::Value g_behaviour;
+// Replaced, never changed, so that a holder of the old object can go on using it.
+std::shared_ptr<const Json::Value> g_behaviour = std::make_shared<const Json::Value>();
 
 // Brings the parsed copy up to date; the caller holds g_behaviourLock. False when there is no file.
 bool RefreshBehaviour() {
@@ -60,8 +63,8 @@ bool RefreshBehaviour() {
     if (!found) {
         return false;
     }
-    if (text != g_behaviourText || g_behaviour.isNull()) {
-        g_behaviour = Parse(text);
+    if (text != g_behaviourText || g_behaviour->isNull()) {
+        g_behaviour = std::make_shared<const Json::Value>(Parse(text));
         g_behaviourText = std::move(text);
     }
     return true;
@@ -71,15 +74,28 @@ bool RefreshBehaviour() {
 
 Json::Value Behaviour() {
     std::lock_guard<std::mutex> guard(g_behaviourLock);
-    return RefreshBehaviour() ? g_behaviour : Json::Value();
+    return RefreshBehaviour() ? *g_behaviour : Json::Value();
+}
+
+std::shared_ptr<const Json::Value> SharedBehaviour() {
+    static const auto s_pNone = std::make_shared<const Json::Value>();
+    std::lock_guard<std::mutex> guard(g_behaviourLock);
+    return RefreshBehaviour() ? g_behaviour : s_pNone;
+}
+
+void LogError(const char* format, ...) {
+    va_list args;
+    va_start(args, format);
+    dlog_vprint(DLOG_ERROR, "libtak_common", format, args);
+    va_end(args);
 }
 
 int IntSetting(const char* section, const char* entryPoint, int fallback) {
     std::lock_guard<std::mutex> guard(g_behaviourLock);
-    if (!RefreshBehaviour() || !g_behaviour.isObject()) {
+    if (!RefreshBehaviour() || !g_behaviour->isObject()) {
         return fallback;
     }
-    const Json::Value* value = g_behaviour.find(section, section + strlen(section));
+    const Json::Value* value = g_behaviour->find(section, section + strlen(section));
     if (value == nullptr || !value->isObject()) {
         return fallback;
     }
@@ -87,12 +103,19 @@ int IntSetting(const char* section, const char* entryPoint, int fallback) {
     return value != nullptr && value->isInt() ? value->asInt() : fallback;
 }
 
-void Enter(const char* entryPoint, const Json::Value& args) {
-    orvix::host::RecordCall("libtak_common", entryPoint, args, Sender());
+void Enter(const char* entryPoint, const Json::Value& args, const Json::Value& extra) {
+    orvix::host::RecordCall("libtak_common", entryPoint, args, Sender(), extra);
     int delayMs = IntSetting("delay_ms", entryPoint, 0);
     if (delayMs > 0) {
         CLibTakWorkers::Get().WaitUntil(delayMs, [] { return false; });
     }
+}
+
+// Namespace scope: constructed when the library is loaded, so it outlives every thread of the library.
+std::mutex g_packageRecordsLock;
+
+std::mutex& PackageRecordsLock() {
+    return g_packageRecordsLock;
 }
 
 void RecordCallback(const char* entryPoint, const Json::Value& args) {

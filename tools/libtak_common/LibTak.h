@@ -8,10 +8,16 @@
 //   "results":  {"EntryPoint": int}         what an entry point that returns an int returns (default 0)
 //   "binder":   {"delay_ms": 100, "never": false}  when the communicator binder callback comes
 //   "monitor":  {"interval_ms": 20, "states": [[state, progress, result], ...]}  install monitoring
+//   "uninstall": {...}                      UninstallAppAPI (UninstallApi.cpp)
+//   "builtin":  {"list": [...], "dld": {...}, "install": {...}}  the built-in reset's entry points
+//               (BuiltInBehaviour.h); a listed app's unnamed fields 4 to 7, 10 and 11 are "field4",
+//               "field5", "field6", "field7", "field10" and "field11" (BuiltInJson.h)
 #pragma once
 
 #include <json/json.h>
 
+#include <memory>
+#include <mutex>
 #include <string>
 
 #define LIBTAK_EXPORT extern "C" __attribute__((visibility("default")))
@@ -21,11 +27,23 @@ namespace libtak {
 // The whole behaviour file (null when missing or not JSON).
 Json::Value Behaviour();
 
+// The same without a copy: the object stays the same until the file's text changes, so a caller may keep
+// what it derived from it for as long as it gets the same object back.
+std::shared_ptr<const Json::Value> SharedBehaviour();
+
+// One line of the library's own on the platform log (tag "libtak_common"): what it refused and why.
+void LogError(const char* format, ...) __attribute__((format(printf, 1, 2)));
+
 // One member of the behaviour file's object `section` for `entryPoint`, or `fallback`.
 int IntSetting(const char* section, const char* entryPoint, int fallback);
 
-// Records one call (who "libtak_common") and then waits the entry point's configured delay.
-void Enter(const char* entryPoint, const Json::Value& args = Json::Value(Json::arrayValue));
+// Records one call (who "libtak_common"; `extra`'s members are added to the record) and then waits the
+// entry point's configured delay.
+void Enter(const char* entryPoint, const Json::Value& args = Json::Value(Json::arrayValue),
+           const Json::Value& extra = Json::Value());
+
+// The package records are one file: the library's threads that change it take turns with this lock.
+std::mutex& PackageRecordsLock();
 
 // Records a callback the library makes into its caller ("<EntryPoint>:callback").
 void RecordCallback(const char* entryPoint, const Json::Value& args);

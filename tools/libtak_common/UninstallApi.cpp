@@ -172,10 +172,9 @@ DeliveryQueue& Queue() {
     return *queue;
 }
 
-// The package records are one file; the dispatchers take turns at it.
+// The package records are one file; the dispatchers (and the installs) take turns at it.
 void RemovePackage(const std::string& appId) {
-    static std::mutex s_tPackagesLock;
-    std::lock_guard<std::mutex> lock(s_tPackagesLock);
+    std::lock_guard<std::mutex> lock(libtak::PackageRecordsLock());
     std::vector<orvix::host::PackageRecord> packages;
     std::string error;
     if (!orvix::host::LoadPackages(packages, error)) {

@@ -134,6 +134,9 @@ std::map<std::string, std::string> Configuration(const std::vector<_APPINFO_T>& 
     rows["RESET_TYPE"] = "0";
     rows["KORBIT_SYNC_STATE"] = "0";
     rows["HOME_TEST_LIST"] = "";
+    // The built-in reset's lists (test apps, apps reset) start empty, as on a TV never reset.
+    rows["RESERVED_16"] = "";
+    rows["RESERVED_17"] = "";
 
     std::string defaults;
     std::string general;

@@ -18,7 +18,8 @@
 // Configuration: "RESERVED_11" lists the default/native apps as "id:1" entries (and one that is not
 // installed), "RESERVED_3" two general apps, "RESET_TYPE" "0", "SYNC_STATE" "1", "HOME_TEST_LIST"
 // empty, every key of CTAKConfig::Reset() and of the daemon's start-up list with a value of its own
-// ("KORBIT_SYNC_STATE" "0"), and the other numbered slots "RESERVED_1" to "RESERVED_40".
+// ("KORBIT_SYNC_STATE" "0"), and the other numbered slots "RESERVED_1" to "RESERVED_40" ("RESERVED_16" and
+// "RESERVED_17", the built-in reset's lists, empty).
 #pragma once
 
 // Replaces any database at that place. False (with one line on standard error) on failure.

@@ -16,6 +16,9 @@ const int kUsageError = 2;
 // settings get KEY | settings set [-t int|bool|string|double] KEY VALUE
 int RunSettings(int argc, char** argv);
 
+// config get KEY | config set KEY VALUE (ConfigCommand.cpp)
+int RunConfig(int argc, char** argv);
+
 // The host kit's subcommands (InitCommand.cpp, BusCommands.cpp, LaunchCommand.cpp, RecordCommands.cpp,
 // SysinfoCommand.cpp, PkgCommand.cpp, PathCommand.cpp, LibtakCommand.cpp).
 int RunInit(int argc, char** argv);

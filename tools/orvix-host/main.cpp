@@ -20,6 +20,7 @@ const Command kCommands[] = {
      "pkg add PKGID [--version V] [--removable true|false] [--builtin] [--app APPID]... "
      "[--main APPID] [--meta KEY=VALUE]... [--category C]... | pkg remove PKGID | pkg list"},
     {"path", RunPath, "path N"},
+    {"config", RunConfig, "config get KEY | config set KEY VALUE"},
     {"libtak", RunLibtak, "libtak apply"},
 };
 

@@ -1,0 +1,571 @@
+// The substitute library's built-in reset entry points as the reset process's loader sees them (dlopen,
+// look-up by name, callbacks from the library's threads), and `orvix-host config`, which shows and changes
+// the configuration table the built-in reset keeps its lists in.
+#include <app_control.h>
+#include <dlfcn.h>
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <cstdint>
+#include <cstring>
+#include <mutex>
+#include <thread>
+
+#include "AppDLDInfo.h"
+#include "HostFixture.h"
+#include "TAKCommonApi.h"
+#include "TestLog.h"
+
+namespace {
+
+using orvix::test::RunResult;
+using orvix::test::WaitUntil;
+using Clock = std::chrono::steady_clock;
+using Strings = std::vector<std::string>;
+using Extras = std::vector<std::pair<std::string, std::string>>;
+
+const std::thread::id g_testThread = std::this_thread::get_id();
+int g_cookie = 0;
+
+// What the library called back with. Written by its threads.
+struct Report {
+    std::string text;  // "<app id> <state>/<progress>/<result>" or "<key> <type> <value>"
+    bool onTestThread;
+    bool cookie;
+    Clock::time_point at;
+};
+std::mutex g_reportsLock;  // guards g_reports
+std::vector<Report> g_reports;
+
+void Add(std::string text, void* userData) {
+    std::lock_guard<std::mutex> lock(g_reportsLock);
+    g_reports.push_back(
+        {std::move(text), std::this_thread::get_id() == g_testThread, userData == &g_cookie, Clock::now()});
+}
+void OnInstall(std::string appId, TAK_EVENT_STATE_E state, int progress, int result, std::string,
+               void* user) {
+    Add(appId + " " + std::to_string(state) + "/" + std::to_string(progress) + "/" + std::to_string(result),
+        user);
+}
+std::string ValueText(const VCONF_VALUE& value) {
+    switch (value.type) {
+        case 41:
+            return "int " + std::to_string(value.intValue);
+        case 43:
+            return value.boolValue ? "bool true" : "bool false";
+        case 42:
+            return "double " + orvix::host::ShortestDoubleText(value.doubleValue);
+        default:
+            return "string " + value.stringValue;
+    }
+}
+void OnChange(std::string key, VCONF_VALUE value) {
+    Add(key + " " + ValueText(value), nullptr);
+}
+void OnChangeReplaced(std::string key, VCONF_VALUE value) {
+    Add("replaced " + key + " " + ValueText(value), nullptr);
+}
+
+// The reports that start with `prefix`, in order.
+std::vector<Report> ReportsOf(const std::string& prefix) {
+    std::lock_guard<std::mutex> lock(g_reportsLock);
+    std::vector<Report> selected;
+    for (const auto& report : g_reports) {
+        if (report.text.compare(0, prefix.size(), prefix) == 0) {
+            selected.push_back(report);
+        }
+    }
+    return selected;
+}
+Strings TextsOf(const std::string& prefix) {
+    Strings texts;
+    for (const auto& report : ReportsOf(prefix)) {
+        texts.push_back(report.text);
+    }
+    return texts;
+}
+
+template <class T>
+std::string Address(T* pointer) {
+    return std::to_string(reinterpret_cast<uintptr_t>(pointer));
+}
+
+// One built-in app as text: every field in record order, requirements as id:version:pkgid:flag.
+std::string Summary(const OPENAPI_BUILTIN_APP_INFO& app) {
+    std::string text = app.appId + "|" + app.orvixId + "|" + app.pkgId + "|" + app.field4 + "|" + app.field5 +
+                       "|" + app.field6 + "|" + app.field7 + "|" + app.appType + "|" + app.resetMode + "|" +
+                       app.field10 + "|" + app.field11 + "|";
+    for (const auto& [id, info] : app.requires) {
+        text += " " + id + "=" + info.id + ":" + info.version + ":" + info.pkgid + ":" +
+                (info.builtInApp ? "1" : "0");
+    }
+    return text;
+}
+
+class BuiltInLibrary : public orvix::test::HostFixture {
+protected:
+    bool StartsBus() const override { return false; }
+    void TearDown() override {
+        Close();
+        std::lock_guard<std::mutex> lock(g_reportsLock);
+        g_reports.clear();
+        HostFixture::TearDown();
+    }
+
+    void OpenWith(const std::string& behaviour) {
+        std::ofstream(Root() + "/etc/libtak_common.json", std::ios::trunc) << behaviour;
+        ASSERT_EQ(Host({"libtak", "apply"}).status, 0);
+        m_handle = dlopen((Root() + "/usr/lib64/libtak_common.so").c_str(), RTLD_LAZY);
+        ASSERT_NE(m_handle, nullptr) << dlerror();
+    }
+    // Unloading joins the library's threads: nothing calls back after it.
+    void Close() {
+        if (m_handle == nullptr) {
+            return;
+        }
+        EXPECT_EQ(dlclose(m_handle), 0);
+        m_handle = nullptr;
+        void* still = dlopen((Root() + "/usr/lib64/libtak_common.so").c_str(), RTLD_LAZY | RTLD_NOLOAD);
+        EXPECT_EQ(still, nullptr) << "the library cannot be unloaded";
+        if (still != nullptr) {
+            dlclose(still);
+        }
+    }
+    template <class T>
+    T Symbol(const char* name) {
+        T symbol = reinterpret_cast<T>(dlsym(m_handle, name));
+        EXPECT_NE(symbol, nullptr) << name;
+        return symbol;
+    }
+
+    bool List(std::vector<OPENAPI_BUILTIN_APP_INFO>& list, const std::string& caller) {
+        return Symbol<TAK_GET_BUILTIN_APP_LIST_API>(TAK_API_GET_BUILTIN_APP_LIST)(list, caller);
+    }
+    Strings ListSummaries(const std::string& caller = "caller") {
+        std::vector<OPENAPI_BUILTIN_APP_INFO> list;
+        EXPECT_TRUE(List(list, caller));
+        Strings summaries;
+        for (const auto& app : list) {
+            summaries.push_back(Summary(app));
+        }
+        return summaries;
+    }
+
+    // The request the reset process makes, extras in its order.
+    static Extras RequestFor(const std::string& appId, const OPENAPI_APP_DLD_INFO* dld = nullptr,
+                             const BIU_INSTALL_KPI_INFO* kpi = nullptr) {
+        return {{"appkey", appId},
+                {"keytype", "0"},
+                {"callback", Address(&OnInstall)},
+                {"userdata", Address(&g_cookie)},
+                {"biu_reset", "1"},
+                {"biu_uninstall_reason", "0"},
+                {"app_dld_info", Address(dld)},
+                {"biu_kpi_info", Address(kpi)}};
+    }
+    int Install(const Extras& extras) {
+        app_control_h request = nullptr;
+        EXPECT_EQ(app_control_create(&request), APP_CONTROL_ERROR_NONE);
+        for (const auto& [key, value] : extras) {
+            app_control_add_extra_data(request, key.c_str(), value.c_str());
+        }
+        int result = Symbol<TAK_INSTALL_API>(TAK_API_INSTALL_APP)(request);
+        app_control_destroy(request);
+        return result;
+    }
+    // Callbacks come in the order they fall due: once a plain install given last has called back, every
+    // callback due before it has come too.
+    void Drain() {
+        std::string marker = "marker" + std::to_string(++m_markers);
+        ASSERT_EQ(Install(RequestFor(marker)), 0);
+        ASSERT_TRUE(WaitUntil([&] { return !ReportsOf(marker + " ").empty(); }));
+    }
+    int Register(const std::string& key, TAK_VCONF_CHANGE_CB callback) {
+        return Symbol<TAK_REGISTER_VCONF_CHANGE_CB_API>(TAK_API_REGISTER_VCONF_CHANGE_CB)(key, callback);
+    }
+    int Unregister(const std::string& key) {
+        return Symbol<TAK_UNREGISTER_VCONF_CHANGE_CB_API>(TAK_API_UNREGISTER_VCONF_CHANGE_CB)(key);
+    }
+    // `orvix-host settings set ARGS...` from another process, then the wait for its callback.
+    void SetAndWait(const Strings& args, const std::string& expected) {
+        Strings command = {"settings", "set"};
+        command.insert(command.end(), args.begin(), args.end());
+        RunResult set = Host(command);
+        ASSERT_EQ(set.status, 0) << set.err;
+        EXPECT_TRUE(WaitUntil([&] { return !ReportsOf(expected).empty(); })) << expected;
+    }
+    std::string PackageVersion(const std::string& pkgId) {
+        std::string list = Host({"pkg", "list"}).out;
+        size_t at = list.find("\"pkgid\":\"" + pkgId + "\"");
+        size_t version = list.find("\"version\":\"", at);
+        if (at == std::string::npos || version == std::string::npos) {
+            return "<none>";
+        }
+        version += strlen("\"version\":\"");
+        return list.substr(version, list.find('"', version) - version);
+    }
+
+    void* m_handle = nullptr;
+    int m_markers = 0;
+};
+
+TEST_F(BuiltInLibrary, WithoutAListTheBuiltInPackageRecordsAreListedInRecordOrder) {
+    ASSERT_EQ(Host({"pkg", "add", "org.extra", "--builtin", "--app", "extra.a", "--app", "extra.main",
+                    "--main", "extra.main"})
+                  .status,
+              0);
+    ASSERT_EQ(Host({"pkg", "add", "org.downloaded", "--app", "downloaded"}).status, 0);
+    for (const std::string behaviour : {"{}", R"({"builtin": {"dld": {}}})"}) {
+        SCOPED_TRACE(behaviour);
+        ASSERT_NO_FATAL_FAILURE(OpenWith(behaviour));
+        EXPECT_EQ(ListSummaries("tv-manager"),
+                  (Strings{"builtin001|builtin001|org.orvix.builtin001||||||inactive|||",
+                           "builtin002|builtin002|org.orvix.builtin002||||||inactive|||",
+                           "extra.main|extra.main|org.extra||||||inactive|||"}));
+        Json::Value call = CallsOf("libtak_common", "GetBuiltInAppListAPI").back();
+        EXPECT_EQ(orvix::host::JsonLine(call["args"]), R"(["tv-manager"])");
+        EXPECT_EQ(orvix::host::JsonLine(call["reply"]), R"(["builtin001","builtin002","extra.main"])");
+        Close();
+    }
+}
+
+TEST_F(BuiltInLibrary, AListIsAnsweredInItsOrderWithMembersAsGivenAndBadEntriesLeftOut) {
+    orvix::test::LogMark mark;
+    OpenWith(R"({"builtin": {"list": [
+        {"appId": "beta", "orvixId": "beta.o", "pkgId": "pkg.beta", "field4": "f4", "field5": "f5",
+         "field6": "f6", "field7": "f7", "appType": "ROBOTAPP", "resetMode": "anytime", "field10": "f10",
+         "field11": "f11", "baseVersion": "1.0",
+         "requires": {"zeta": {"version": "2.0", "pkgid": "pkg.zeta"},
+                      "alpha": {"version": "1.5", "pkgid": "pkg.alpha", "builtInApp": true}}},
+        "not an object",
+        {"pkgId": "no.app.id"},
+        {"appId": "misspelt", "pkgid": "pkg.misspelt"},
+        {"appId": "badrequire", "requires": {"zeta": "2.0"}},
+        {"appId": "alpha", "resetMode": "", "pkgId": ""},
+        {"appId": "gamma"}]}})");
+    EXPECT_EQ(ListSummaries(), (Strings{"beta|beta.o|pkg.beta|f4|f5|f6|f7|ROBOTAPP|anytime|f10|f11| "
+                                        "alpha=alpha:1.5:pkg.alpha:1 zeta=zeta:2.0:pkg.zeta:0",
+                                        "alpha|||||||||||", "gamma||||||||inactive|||"}));
+    for (const char* line : {"builtin.list[1] left out: not an object", "builtin.list[2] left out: no appId",
+                             "builtin.list[3] left out: unknown member or not a string: pkgid",
+                             "builtin.list[4] left out: requirement zeta is not an object"}) {
+        EXPECT_TRUE(mark.Contains(line)) << line;
+    }
+    Close();
+
+    // A list that is not a list: the call fails and leaves the caller's list alone.
+    OpenWith(R"({"builtin": {"list": {"appId": "beta"}}})");
+    std::vector<OPENAPI_BUILTIN_APP_INFO> list(1);
+    list[0].appId = "untouched";
+    EXPECT_FALSE(List(list, "caller"));
+    ASSERT_EQ(list.size(), 1u);
+    EXPECT_EQ(list[0].appId, "untouched");
+    EXPECT_EQ(CallsOf("libtak_common", "GetBuiltInAppListAPI").back()["reply"], Json::Value(false));
+}
+
+TEST_F(BuiltInLibrary, DownloadInfoIsAnsweredByAttributeNameOnlyForAppsThatHaveIt) {
+    OpenWith(R"({"builtin": {"dld": {
+        "alpha": {"url": "http://cdn/alpha.tpk", "checksum": "c0ffee", "title": "Alpha \"A\"",
+                  "fileSize": 5000000000, "decompressedSize": -1, "removable": true, "multiHome": true,
+                  "requires": {"zeta": {"version": "2.0", "pkgid": "pkg.zeta"}},
+                  "requiredService": {"svc": {"version": "1", "pkgid": "pkg.svc", "builtInApp": true}}},
+        "own": {"id": "own.server.id", "platform": ""},
+        "wrongkind": {"fileSize": "5"},
+        "misspelt": {"filesize": 5}}}})");
+    std::map<std::string, APP_SERVER_REQUEST_INFO> requests;
+    for (const char* id : {"alpha", "own", "wrongkind", "misspelt", "nodld"}) {
+        requests[id].appId = id;
+    }
+    std::map<std::string, OPENAPI_APP_DLD_INFO> result;
+    ASSERT_TRUE(Symbol<TAK_GET_APPS_DLD_INFO_API>(TAK_API_GET_APPS_DLD_INFO)(requests, result));
+    ASSERT_EQ(result.size(), 2u);
+    const OPENAPI_APP_DLD_INFO& alpha = result["alpha"];
+    EXPECT_EQ(alpha.id, "alpha");
+    EXPECT_EQ(alpha.url, "http://cdn/alpha.tpk");
+    EXPECT_EQ(alpha.checksum, "c0ffee");
+    EXPECT_EQ(alpha.title, "Alpha \"A\"");
+    EXPECT_EQ(alpha.platform, "ORVIX");
+    EXPECT_EQ(alpha.extra2, "not confirmed");
+    EXPECT_EQ(alpha.fileSize, 5000000000);
+    EXPECT_EQ(alpha.decompressedSize, -1);
+    EXPECT_TRUE(alpha.removable && alpha.multiHome);
+    EXPECT_FALSE(alpha.usbInstall || alpha.mountInstall || alpha.gameHome);
+    EXPECT_EQ(alpha.requires.at("zeta").pkgid, "pkg.zeta");
+    EXPECT_EQ(alpha.requires.at("zeta").id, "zeta");
+    EXPECT_TRUE(alpha.requiredService.at("svc").builtInApp);
+    EXPECT_EQ(result["own"].id, "own.server.id");
+    EXPECT_EQ(result["own"].platform, "");
+
+    Json::Value args = CallsOf("libtak_common", "GetAppsDLDInfoAPI").back()["args"];
+    EXPECT_EQ(orvix::host::JsonLine(args[0]), R"(["alpha","misspelt","nodld","own","wrongkind"])");
+    EXPECT_EQ(args[1].getMemberNames(), (Strings{"alpha", "own"}));
+    EXPECT_EQ(args[1]["alpha"]["fileSize"].asInt64(), 5000000000);
+    EXPECT_EQ(args[1]["alpha"]["requiredService"]["svc"]["pkgid"].asString(), "pkg.svc");
+}
+
+TEST_F(BuiltInLibrary, AnInstallRecordsWhatItWasHandedAndCallsBackFromALibraryThread) {
+    OpenWith(R"({"builtin": {"install": {"delay_ms": 0}}})");
+    OPENAPI_APP_DLD_INFO dld;
+    dld.id = "alpha";
+    dld.url = "http://cdn/alpha.tpk";
+    dld.fileSize = 77;
+    dld.removable = true;
+    dld.requires["zeta"] = OPENAPI_REQUIRE_INFO{"zeta", "2.0", "pkg.zeta", false};
+    BIU_INSTALL_KPI_INFO kpi;
+    kpi.fields[0] = "pkg.alpha";
+    kpi.fields[2] = "fifth field";
+    kpi.fields[6] = "inactive";
+    Extras request = RequestFor("alpha", &dld, &kpi);
+    request.insert(request.begin() + 2, {"zz_vendor", "v"});
+    ASSERT_EQ(Install(request), 0);
+    // The records live only until the call returns; what was recorded must be what they held then.
+    dld.url = "changed";
+    kpi.fields[0] = "changed";
+    ASSERT_TRUE(WaitUntil([] { return !ReportsOf("alpha ").empty(); }));
+    Drain();
+    std::vector<Report> reports = ReportsOf("alpha ");
+    ASSERT_EQ(reports.size(), 1u);
+    EXPECT_EQ(reports[0].text, "alpha 110/100/0");
+    EXPECT_FALSE(reports[0].onTestThread);
+    EXPECT_TRUE(reports[0].cookie);
+
+    Json::Value args = CallsOf("libtak_common", "InstallAppAPI").front()["args"];
+    ASSERT_EQ(args.size(), 3u);
+    Strings keys;
+    for (const auto& pair : args[0]) {
+        keys.push_back(pair[0].asString());
+    }
+    EXPECT_EQ(keys, (Strings{"appkey", "keytype", "zz_vendor", "callback", "userdata", "biu_reset",
+                             "biu_uninstall_reason", "app_dld_info", "biu_kpi_info"}));
+    EXPECT_EQ(orvix::host::JsonLine(args[0][0]), R"(["appkey","alpha"])");
+    EXPECT_EQ(args[1].size(), TAKDLDInfo::kAttributeCount + 2);
+    EXPECT_EQ(args[1]["url"].asString(), "http://cdn/alpha.tpk");
+    EXPECT_EQ(args[1]["fileSize"].asInt64(), 77);
+    EXPECT_EQ(args[1]["platform"].asString(), "ORVIX");
+    EXPECT_TRUE(args[1]["removable"].asBool());
+    EXPECT_EQ(args[1]["requires"]["zeta"]["version"].asString(), "2.0");
+    EXPECT_EQ(orvix::host::JsonLine(args[2]), R"(["pkg.alpha","","fifth field","","","","inactive"])");
+    EXPECT_EQ(orvix::host::JsonLine(CallsOf("libtak_common", "InstallAppAPI:callback").front()["args"]),
+              R"(["alpha",110,100,0])");
+}
+
+TEST_F(BuiltInLibrary, InstallsAnswerAsConfiguredAndAnEndedInstallLeavesTheBaseVersion) {
+    const Strings apps = {"plain", "staged", "twice", "also", "unended", "silent", "nobase"};
+    for (const auto& app : apps) {
+        ASSERT_EQ(Host({"pkg", "add", "pkg." + app, "--builtin", "--version", "1.0", "--app", app}).status,
+                  0);
+    }
+    ASSERT_EQ(Host({"pkg", "add", "pkg.other", "--builtin", "--version", "1.0", "--app", "other"}).status, 0);
+    // "also" names its own package, so that the package, not the app id, decides which record changes.
+    OpenWith(R"({"builtin": {
+        "list": [{"appId": "plain", "baseVersion": "9.1"}, {"appId": "staged", "baseVersion": "9.2"},
+                 {"appId": "twice", "baseVersion": "9.3"}, {"appId": "also", "pkgId": "pkg.also", "baseVersion": "9.4"},
+                 {"appId": "unended", "baseVersion": "9.5"}, {"appId": "silent", "baseVersion": "9.6"},
+                 {"appId": "other", "baseVersion": "9.7"}, {"appId": "nobase"}],
+        "install": {"delay_ms": 0, "apps": {
+            "staged": {"states": [[101, 10, 0], [102, 50, 0]], "terminal": 103},
+            "twice": {"twice": true, "terminal": 111},
+            "also": {"also_for": "other"},
+            "unended": {"terminal": 124},
+            "silent": {"silent": true, "terminal": 110}}}}})");
+    const std::vector<std::pair<std::string, Strings>> expected = {
+        {"plain", {"plain 110/100/0"}},
+        {"staged", {"staged 101/10/0", "staged 102/50/0", "staged 103/100/0"}},
+        {"twice", {"twice 111/100/0", "twice 111/100/0"}},
+        {"also", {"also 110/100/0", "other 110/100/0"}},
+        {"unended", {"unended 124/100/0"}},
+        {"silent", {}},
+        {"nobase", {"nobase 110/100/0"}},
+    };
+    for (const auto& [app, reports] : expected) {
+        SCOPED_TRACE(app);
+        ASSERT_EQ(Install(RequestFor(app)), 0);
+        Drain();
+        Strings texts = TextsOf(app + " ");
+        for (const auto& other : TextsOf("other ")) {
+            texts.push_back(other);
+        }
+        EXPECT_EQ(texts, reports);
+        std::lock_guard<std::mutex> lock(g_reportsLock);
+        g_reports.clear();
+    }
+    const std::vector<std::pair<std::string, std::string>> versions = {
+        {"plain", "9.1"},   {"staged", "9.2"}, {"twice", "9.3"}, {"also", "9.4"},
+        {"unended", "1.0"}, {"silent", "1.0"}, {"other", "1.0"}, {"nobase", "1.0"}};
+    for (const auto& [app, version] : versions) {
+        EXPECT_EQ(PackageVersion("pkg." + app), version) << app;
+    }
+    EXPECT_EQ(CallsOf("libtak_common", "InstallAppAPI:callback").size(), 10u + m_markers);
+}
+
+TEST_F(BuiltInLibrary, AnInstallComesAfterItsDelayAndOneWithoutACallbackIsRefused) {
+    OpenWith(R"({"builtin": {"install": {"delay_ms": 300, "apps": {"quick": {"delay_ms": 0},
+                                                                     "slow": {"delay_ms": 600}}}}})");
+    for (const auto& [app, delayMs] : std::vector<std::pair<std::string, int>>{{"any", 300}, {"slow", 600}}) {
+        SCOPED_TRACE(app);
+        Clock::time_point called = Clock::now();
+        ASSERT_EQ(Install(RequestFor(app)), 0);
+        ASSERT_TRUE(WaitUntil([&] { return !ReportsOf(app + " ").empty(); }));
+        EXPECT_GE(ReportsOf(app + " ")[0].at - called, std::chrono::milliseconds(delayMs));
+    }
+    for (const std::string callback : {"", "0", "12x"}) {
+        Extras request = RequestFor("quick");
+        request[2].second = callback;
+        EXPECT_EQ(Install(request), -1) << callback;
+    }
+    Extras noKey = RequestFor("quick");
+    noKey.erase(noKey.begin());
+    EXPECT_EQ(Install(noKey), -1);
+    EXPECT_EQ(CallsOf("libtak_common", "InstallAppAPI").size(), 6u);
+    ASSERT_EQ(Install(RequestFor("quick")), 0);
+    ASSERT_TRUE(WaitUntil([] { return !ReportsOf("quick ").empty(); }));
+    EXPECT_EQ(TextsOf("quick "), Strings{"quick 110/100/0"}) << "a refused request called back";
+}
+
+TEST_F(BuiltInLibrary, ASettingChangedByAnotherProcessReachesItsWatchOnALibraryThread) {
+    OpenWith("{}");
+    ASSERT_EQ(Host({"settings", "set", "-t", "double", "db/tak/ratio", "0.5"}).status, 0);
+    const std::vector<std::pair<Strings, std::string>> changes = {
+        {{"memory/tak/biu_updating_app", R"({"pkgname":"p","status":"update","value":"start"})"},
+         R"(memory/tak/biu_updating_app string {"pkgname":"p","status":"update","value":"start"})"},
+        {{"db/built-in-app-upgrader/reset", "2"}, "db/built-in-app-upgrader/reset int 2"},
+        {{"db/built-in-app-upgrader/server_upgrade", "false"},
+         "db/built-in-app-upgrader/server_upgrade bool false"},
+        {{"db/tak/ratio", "1.25"}, "db/tak/ratio double 1.25"},
+    };
+    for (const auto& [args, expected] : changes) {
+        ASSERT_EQ(Register(args[0], OnChange), 0) << args[0];
+    }
+    for (const auto& [args, expected] : changes) {
+        ASSERT_NO_FATAL_FAILURE(SetAndWait(args, expected));
+    }
+    for (const auto& report : ReportsOf("")) {
+        EXPECT_FALSE(report.onTestThread) << report.text;
+    }
+    EXPECT_EQ(ReportsOf("").size(), changes.size()) << "a key called back for another key's change";
+
+    // Registering again replaces the callback; unregistering stops it before it returns.
+    const std::string key = "memory/tak/biu_updating_app";
+    ASSERT_EQ(Register(key, OnChangeReplaced), 0);
+    ASSERT_NO_FATAL_FAILURE(SetAndWait({key, "second"}, "replaced " + key + " string second"));
+    EXPECT_EQ(ReportsOf(key + " string second").size(), 0u);
+    EXPECT_EQ(Unregister(key), 0);
+    ASSERT_EQ(Host({"settings", "set", key, "third"}).status, 0);
+    ASSERT_NO_FATAL_FAILURE(
+        SetAndWait({"db/built-in-app-upgrader/reset", "3"}, "db/built-in-app-upgrader/reset int 3"));
+    EXPECT_TRUE(ReportsOf("replaced " + key + " string third").empty());
+    EXPECT_EQ(Unregister(key), -1) << "unregistered twice";
+    EXPECT_EQ(
+        orvix::host::JsonLine(CallsOf("libtak_common", "RegisterVconfChangeCBAPI:callback").front()["args"]),
+        R"(["memory/tak/biu_updating_app","{\"pkgname\":\"p\",\"status\":\"update\",\"value\":\"start\"}"])");
+}
+
+TEST_F(BuiltInLibrary, AWatchRefusesBadInput) {
+    OpenWith("{}");
+    EXPECT_EQ(Unregister("memory/tak/biu_updating_app"), -1) << "nothing was ever watched";
+    for (const std::string key :
+         {"", "tak/biu_updating_app", "memory/../x", "memory/tak/.hidden", "db/", "db/a b"}) {
+        EXPECT_EQ(Register(key, OnChange), -1) << key;
+    }
+    EXPECT_EQ(Register("memory/tak/biu_updating_app", nullptr), -1);
+    ASSERT_EQ(Register("memory/tak/biu_updating_app", OnChange), 0);
+    EXPECT_EQ(Unregister(""), -1);
+    EXPECT_EQ(Unregister("memory/tak/never_watched"), -1);
+    EXPECT_EQ(CallsOf("libtak_common", "RegisterVconfChangeCBAPI").size(), 8u);
+    EXPECT_EQ(CallsOf("libtak_common", "UnregisterVconfChangeCBAPI").size(), 3u);
+}
+
+TEST_F(BuiltInLibrary, UnloadingWithAnInstallAndAWatchOutstandingJoinsWithoutCallingBack) {
+    OpenWith(R"({"builtin": {"install": {"delay_ms": 600000}}})");
+    ASSERT_EQ(Install(RequestFor("pending")), 0);
+    ASSERT_EQ(Register("memory/tak/biu_updating_app", OnChange), 0);
+    Clock::time_point start = Clock::now();
+    Close();
+    EXPECT_LT(Clock::now() - start, std::chrono::seconds(10)) << "unloading waited for the delay";
+    ASSERT_EQ(Host({"settings", "set", "memory/tak/biu_updating_app", "after"}).status, 0);
+    EXPECT_TRUE(ReportsOf("").empty());
+    EXPECT_TRUE(CallsOf("libtak_common", "InstallAppAPI:callback").empty());
+}
+
+// `orvix-host config` and what `init` leaves for the built-in reset.
+class ConfigTable : public orvix::test::HostFixture {
+protected:
+    std::string Get(const std::string& key) {
+        RunResult got = Host({"config", "get", key});
+        EXPECT_EQ(got.status, 0) << key << ": " << got.err;
+        return got.out;
+    }
+};
+
+TEST_F(ConfigTable, GetReadsTheTableAndSetGoesThroughTheInnerServer) {
+    for (const char* key : {"HOME_TEST_LIST", "RESERVED_16", "RESERVED_17"}) {
+        EXPECT_EQ(Get(key), "\n") << key;
+    }
+    EXPECT_EQ(Get("RESET_TYPE"), "0\n");
+    const std::vector<std::pair<std::string, std::string>> sets = {
+        {"RESERVED_17", "alpha,beta"},
+        {"RESERVED_16", "a,pkg.a,1,x,y;b,pkg.b,2,x,y"},
+        {"A_NEW_KEY", ""},
+        {"RESERVED_17", "it's \"quoted\""}};
+    for (const auto& [key, value] : sets) {
+        RunResult set = Host({"config", "set", key, value});
+        ASSERT_EQ(set.status, 0) << set.err;
+        EXPECT_EQ(Get(key), value + "\n");
+    }
+    EXPECT_EQ(orvix::host::JsonLine(CallsOf("innerserver", "update_config_table").front()["args"]),
+              R"(["RESERVED_17","alpha,beta"])");
+    RunResult missing = Host({"config", "get", "NO_SUCH_KEY"});
+    EXPECT_EQ(missing.status, 1);
+    EXPECT_EQ(std::count(missing.err.begin(), missing.err.end(), '\n'), 1) << missing.err;
+}
+
+TEST_F(ConfigTable, BadInputIsRefusedWithStatus2AndChangesNothing) {
+    ASSERT_EQ(Host({"config", "set", "RESERVED_17", "before"}).status, 0);
+    size_t updates = CallsOf("innerserver", "update_config_table").size();
+    const std::vector<Strings> bad = {{"config"},
+                                      {"config", "frob", "RESERVED_17"},
+                                      {"config", "get"},
+                                      {"config", "get", "RESERVED_17", "x"},
+                                      {"config", "get", ""},
+                                      {"config", "get", "RESERVED 17"},
+                                      {"config", "set", "RESERVED_17"},
+                                      {"config", "set", "RESERVED_17", "v", "extra"},
+                                      {"config", "set", "", "v"},
+                                      {"config", "set", "RESERVED-17", "v"},
+                                      {"config", "set", "RESERVED_17", "\xff\xfe"}};
+    for (const auto& command : bad) {
+        RunResult result = Host(command);
+        EXPECT_EQ(result.status, 2) << orvix::host::JsonLine(Json::Value(command.back()));
+        EXPECT_EQ(std::count(result.err.begin(), result.err.end(), '\n'), 1) << result.err;
+    }
+    ASSERT_EQ(Host({"down"}).status, 0);
+    EXPECT_EQ(Host({"config", "set", "RESERVED_17", "bus down"}).status, 2);
+    EXPECT_EQ(Get("RESERVED_17"), "before\n");
+    EXPECT_EQ(CallsOf("innerserver", "update_config_table").size(), updates);
+}
+
+TEST_F(ConfigTable, InitLeavesTheSettingsAndPackagesTheBuiltInResetReads) {
+    const std::vector<std::pair<std::string, std::string>> settings = {
+        {"db/built-in-app-upgrader/server_upgrade", "true\n"},
+        {"db/built-in-app-upgrader/reset", "0\n"},
+        {"db/home/homeversion_pkg_id", "\n"},
+        {"memory/tak/biu_updating_app", "\n"},
+        {"db/tak/btgid", "\n"}};
+    for (const auto& [key, value] : settings) {
+        RunResult got = Host({"settings", "get", key});
+        EXPECT_EQ(got.status, 0) << key;
+        EXPECT_EQ(got.out, value) << key;
+    }
+    std::string packages = Host({"pkg", "list"}).out;
+    for (const char* id : {"builtin001", "builtin002"}) {
+        EXPECT_NE(
+            packages.find(
+                std::string(R"({"apps":[{"appid":")") + id +
+                R"(","categories":["http://orvix.com/category/builtin"],"metadata":[["http://orvix.com/tv/metadata/prefer_instant_reset","true"]]}],"builtin":true,"mainapp":")" +
+                id + R"(","pkgid":"org.orvix.)" + id + R"(","removable":true,)"),
+            std::string::npos)
+            << packages;
+    }
+}
+
+}  // namespace
