@@ -1,0 +1,381 @@
+// Built-in app reset end to end: the real tak-reset, the private bus, the stand-in daemon, a manager
+// client and the substitute common library acting out the library's list and its installs.
+#include <chrono>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "../reset/ResetFixture.h"
+
+using namespace reset_test;
+using namespace std::chrono_literals;
+
+namespace {
+
+struct BuiltIn {
+    std::string appId;
+    std::string version = "2.0.0";
+    std::string instantReset = "true";
+    bool removable = true;
+    bool installed = true;
+};
+
+std::string PkgOf(const std::string& appId) {
+    return "pkg." + appId;
+}
+
+Json::Value ListEntry(const std::string& appId, const std::vector<std::string>& requires = {}) {
+    Json::Value entry(Json::objectValue);
+    entry["appId"] = appId;
+    entry["pkgId"] = PkgOf(appId);
+    entry["orvixId"] = appId + ".orvix";
+    entry["baseVersion"] = "1.0.0";
+    for (const auto& required : requires) {
+        entry["requires"][required]["version"] = "1.0";
+        entry["requires"][required]["pkgid"] = PkgOf(required);
+    }
+    return entry;
+}
+
+}  // namespace
+
+class ABuiltInReset : public ResetFixture {
+protected:
+    void SetUp() override {
+        ResetFixture::SetUp();
+        if (HasFatalFailure()) {
+            return;
+        }
+        m_behaviour["builtin"]["install"]["delay_ms"] = 10;
+    }
+
+    void AddPackages(const std::vector<BuiltIn>& apps) const {
+        for (const BuiltIn& app : apps) {
+            if (!app.installed) {
+                continue;
+            }
+            orvix::test::RunResult added =
+                Host({"pkg", "add", PkgOf(app.appId), "--builtin", "--version", app.version, "--removable",
+                      app.removable ? "true" : "false", "--app", app.appId, "--main", app.appId, "--meta",
+                      "http://orvix.com/tv/metadata/prefer_instant_reset=" + app.instantReset});
+            ASSERT_EQ(added.status, 0) << added.err;
+        }
+    }
+
+    // The library lists `list` in that order; every package of `apps` exists as described.
+    void Given(const std::vector<BuiltIn>& apps, const Json::Value& list) {
+        AddPackages(apps);
+        m_behaviour["builtin"]["list"] = list;
+        SetLibTakBehaviour(m_behaviour);
+    }
+
+    void InstallBehaviour(const std::string& appId, const char* key, const Json::Value& value) {
+        m_behaviour["builtin"]["install"]["apps"][appId][key] = value;
+        SetLibTakBehaviour(m_behaviour);
+    }
+
+    void StartClient(const std::string& obj) const { ASSERT_EQ(Host({"client", obj}).status, 0) << obj; }
+
+    // The app ids of the install requests, in the order they were made.
+    Lines Installed() const {
+        Lines ids;
+        for (const auto& call : CallsOf("libtak_common", "InstallAppAPI")) {
+            ids.push_back(Extra(call, "appkey"));
+        }
+        return ids;
+    }
+
+    static std::string Extra(const Json::Value& call, const std::string& key) {
+        for (const auto& pair : call["args"][0]) {
+            if (pair[0].asString() == key) {
+                return pair[1].asString();
+            }
+        }
+        return "<none>";
+    }
+
+    std::string PackageVersion(const std::string& pkgId) const {
+        orvix::test::RunResult list = Host({"pkg", "list"});
+        for (size_t start = 0, end; (end = list.out.find('\n', start)) != std::string::npos;
+             start = end + 1) {
+            Json::Value record;
+            std::istringstream(list.out.substr(start, end - start)) >> record;
+            if (record["pkgid"].asString() == pkgId) {
+                return record["version"].asString();
+            }
+        }
+        return "<absent>";
+    }
+
+    std::string Config(const std::string& key) const {
+        orvix::test::RunResult got = Host({"config", "get", key});
+        return got.status == 0 ? got.out.substr(0, got.out.find_last_not_of('\n') + 1) : "<" + got.err + ">";
+    }
+
+    Lines Progress(const std::string& obj) const {
+        return ArgsOf("managerclient." + obj, "tak_builtin_app_service_reset_result");
+    }
+
+    Json::Value m_behaviour{Json::objectValue};
+};
+
+TEST_F(ABuiltInReset, OfTheServiceKindReinstallsInRequirementOrderWithProgressToTheCaller) {
+    Given({{"alpha"},
+           {"beta"},
+           {"upper", "2.0.0", "TRUE"},
+           {"fixed", "2.0.0", "true", false},
+           {"gone", "", "", true, false}},
+          Json::Value());
+    Json::Value list(Json::arrayValue);
+    for (const Json::Value& entry : {ListEntry("beta", {"alpha"}), ListEntry("upper"), ListEntry("fixed"),
+                                     ListEntry("gone"), ListEntry("alpha")}) {
+        list.append(entry);
+    }
+    list[0]["resetMode"] = "anytime";
+    m_behaviour["builtin"]["list"] = list;
+    m_behaviour["builtin"]["dld"]["alpha"]["url"] = "http://store/alpha.tpk?a=1&b=<2>";
+    m_behaviour["builtin"]["dld"]["alpha"]["fileSize"] = 1024;
+    m_behaviour["builtin"]["dld"]["alpha"]["removable"] = true;
+    SetLibTakBehaviour(m_behaviour);
+    StartClient("tv");
+
+    RunToEnd({"reset=biu_service_reset", "userdata=5", "obj=tv", "method=m", "thread_id=3", "event_index=4",
+              "caller_process_name=settings"},
+             "biu_service_reset_result");
+
+    EXPECT_EQ(Installed(), (Lines{"alpha", "beta"}));
+    EXPECT_EQ(Results("biu_service_reset_result"), One("biu_service_reset_result", "5"));
+    EXPECT_EQ(Progress("tv"), (Lines{"[3,500,2,4]", "[3,501,1,4]", "[3,501,2,4]", "[3,502,0,4]"}));
+    EXPECT_EQ(Setting("db/built-in-app-upgrader/reset"), "1");
+    EXPECT_EQ(PackageVersion("pkg.alpha"), "1.0.0");
+    EXPECT_EQ(PackageVersion("pkg.beta"), "1.0.0");
+    EXPECT_EQ(PackageVersion("pkg.upper"), "2.0.0");
+    EXPECT_EQ(Config("RESERVED_17"), "alpha,beta");
+
+    std::string log = TakResetLog();
+    EXPECT_LT(log.find("add require app alpha before app beta"), log.find("add alpha to instant reset list"));
+    EXPECT_NE(log.find("upper[pkg.upper] not support instant reset, skip it"), std::string::npos);
+    EXPECT_NE(log.find("fixed[pkg.fixed] not removable, skip it"), std::string::npos);
+    EXPECT_NE(log.find("gone[pkg.gone] not installed, skip it"), std::string::npos);
+    EXPECT_NE(log.find("save alpha DLD info"), std::string::npos);
+    EXPECT_EQ(log.find("save beta DLD info"), std::string::npos);
+
+    // What each install request carried, read by the library during the call.
+    auto calls = CallsOf("libtak_common", "InstallAppAPI");
+    ASSERT_EQ(calls.size(), 2u);
+    Lines keys;
+    for (const auto& pair : calls[0]["args"][0]) {
+        keys.push_back(pair[0].asString());
+    }
+    EXPECT_EQ(keys, (Lines{"appkey", "keytype", "callback", "userdata", "biu_reset", "biu_uninstall_reason",
+                           "app_dld_info", "biu_kpi_info"}));
+    EXPECT_EQ(Extra(calls[0], "keytype"), "0");
+    EXPECT_EQ(Extra(calls[0], "biu_reset"), "1");
+    EXPECT_EQ(Extra(calls[0], "biu_uninstall_reason"), "0");
+    EXPECT_EQ(Extra(calls[0], "userdata"), Extra(calls[1], "userdata"));
+    // The library records the extras as [key, value] pairs, then the download-info record and the
+    // statistics record it found at their addresses.
+    const Json::Value& dld = calls[0]["args"][1];
+    EXPECT_EQ(dld["url"].asString(), "http://store/alpha.tpk?a=1&b=<2>");
+    EXPECT_EQ(dld["fileSize"].asInt64(), 1024);
+    EXPECT_EQ(dld["platform"].asString(), "ORVIX");
+    EXPECT_EQ(calls[1]["args"][1]["url"].asString(), "");
+    EXPECT_EQ(orvix::host::JsonLine(calls[0]["args"][2]), R"(["pkg.alpha","","","","","","inactive"])");
+    // "anytime" is sent as "inactive".
+    EXPECT_EQ(orvix::host::JsonLine(calls[1]["args"][2]), R"(["pkg.beta","","","","","","inactive"])");
+    EXPECT_EQ(CallsOf("libtak_common", "GetBuiltInAppListAPI").at(0)["args"][0].asString(), "settings");
+}
+
+TEST_F(ABuiltInReset, OfTheAppKindMarksItselfWithTwoAndSendsNoProgress) {
+    Json::Value list(Json::arrayValue);
+    list.append(ListEntry("solo"));
+    Given({{"solo"}}, list);
+    StartClient("tv");
+    RunToEnd({"reset=biu_app_reset", "userdata=-9", "obj=tv", "method=m"}, "biu_app_reset_result");
+    EXPECT_EQ(Installed(), Lines{"solo"});
+    EXPECT_EQ(Results("biu_app_reset_result"), One("biu_app_reset_result", "-9"));
+    EXPECT_TRUE(Results("biu_service_reset_result").empty());
+    EXPECT_TRUE(Progress("tv").empty());
+    EXPECT_EQ(Setting("db/built-in-app-upgrader/reset"), "2");
+}
+
+struct RefusalCase {
+    const char* name;
+    const char* key;
+    const char* type;
+    const char* value;
+    const char* resetAfter;  // nothing is written back: the marker belongs to whoever set it
+};
+
+class ABuiltInResetThatMayNotRun : public ABuiltInReset, public ::testing::WithParamInterface<RefusalCase> {};
+
+TEST_P(ABuiltInResetThatMayNotRun, IsRefusedWithItsNoticeAndStillAnswers) {
+    const RefusalCase& test = GetParam();
+    SetSetting(test.type, test.key, test.value);
+    StartClient("tv");
+    RunToEnd({"reset=biu_service_reset", "userdata=1", "obj=tv", "method=m"}, "biu_service_reset_result");
+    EXPECT_EQ(CountInLog("Server upgrade not support or Reset is already in process. this time reset will be "
+                         "skipped"),
+              1u);
+    EXPECT_TRUE(CallsOf("libtak_common", "GetBuiltInAppListAPI").empty());
+    EXPECT_EQ(Progress("tv"), (Lines{"[-1,500,0,0]", "[-1,502,0,0]"}));
+    EXPECT_EQ(Results("biu_service_reset_result"), One("biu_service_reset_result", "1"));
+    EXPECT_EQ(Setting("db/built-in-app-upgrader/reset"), test.resetAfter);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Refusals, ABuiltInResetThatMayNotRun,
+    ::testing::Values(RefusalCase{"AnotherResetInProcess", "db/built-in-app-upgrader/reset", "int", "2", "2"},
+                      RefusalCase{"UpgraderOff", "db/built-in-app-upgrader/server_upgrade", "bool", "false",
+                                  "0"}),
+    [](const auto& info) { return std::string(info.param.name); });
+
+// How the library's callbacks move the reset: which ones end an app, which only touch the test list.
+// The second app always ends with 103, which leaves the test list alone.
+struct CallbackCase {
+    const char* name;
+    const char* behaviour;  // the first app's install behaviour, JSON
+    const char* testListBefore;
+    const char* testListAfter;
+    const char* ignoredLine;  // a callback the reset must log and ignore, or ""
+};
+
+class ABuiltInResetCallback : public ABuiltInReset, public ::testing::WithParamInterface<CallbackCase> {};
+
+TEST_P(ABuiltInResetCallback, AdvancesOnlyOnTheEndStatesOfTheHeadApp) {
+    const CallbackCase& test = GetParam();
+    Json::Value list(Json::arrayValue);
+    list.append(ListEntry("one"));
+    list.append(ListEntry("two"));
+    Given({{"one"}, {"two"}}, list);
+    std::istringstream(test.behaviour) >> m_behaviour["builtin"]["install"]["apps"]["one"];
+    InstallBehaviour("two", "terminal", 103);
+    SetConfig("RESERVED_16", test.testListBefore);
+    StartClient("tv");
+    RunToEnd({"reset=biu_service_reset", "userdata=2", "obj=tv", "method=m"}, "biu_service_reset_result");
+    EXPECT_EQ(Installed(), (Lines{"one", "two"}));
+    EXPECT_EQ(Progress("tv"), (Lines{"[-1,500,2,0]", "[-1,501,1,0]", "[-1,501,2,0]", "[-1,502,0,0]"}));
+    EXPECT_EQ(Results("biu_service_reset_result"), One("biu_service_reset_result", "2"));
+    EXPECT_EQ(Config("RESERVED_16"), test.testListAfter);
+    EXPECT_EQ(Config("RESERVED_17"), "one,two");
+    if (*test.ignoredLine != '\0') {
+        EXPECT_EQ(CountInLog(test.ignoredLine), 1u);
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    States, ABuiltInResetCallback,
+    ::testing::Values(
+        CallbackCase{"End110RecordsTheTestApp", R"({"terminal": 110})", "", "one,pkg.one", ""},
+        CallbackCase{"End103", R"({"terminal": 103})", "", "", ""},
+        CallbackCase{"End111", R"({"terminal": 111})", "", "", ""},
+        CallbackCase{"TwiceEndsOnce", R"({"terminal": 110, "twice": true})", "", "one,pkg.one",
+                     "one is not in upgrade list"},
+        CallbackCase{"UnknownAppIgnored", R"({"terminal": 110, "also_for": "ghost"})", "", "one,pkg.one",
+                     "ghost is not in upgrade list"},
+        CallbackCase{"UninstallStatesOnlyTouchTheTestList",
+                     R"({"terminal": 103, "states": [[101, 10, 0], [122, 0, 0], [50, 0, 0], [123, 0, 1]]})",
+                     "one,pkg.one;keep,pkg.keep", "keep,pkg.keep",
+                     "strAppID[one] uninstall  state 123 result 1"}),
+    [](const auto& info) { return std::string(info.param.name); });
+
+TEST_F(ABuiltInReset, ThatNeverHearsBackWaitsAndEndAnswersOnce) {
+    Json::Value list(Json::arrayValue);
+    list.append(ListEntry("mute"));
+    list.append(ListEntry("next"));
+    Given({{"mute"}, {"next"}}, list);
+    InstallBehaviour("mute", "silent", true);
+    StartClient("tv");
+    Start({"reset=biu_service_reset", "userdata=6", "obj=tv", "method=m"});
+    ASSERT_TRUE(WaitForCall("libtak_common", "InstallAppAPI"));
+    EXPECT_TRUE(Results("biu_service_reset_result").empty());
+    EndProcess();
+    EXPECT_EQ(Installed(), Lines{"mute"});
+    EXPECT_EQ(Results("biu_service_reset_result"), One("biu_service_reset_result", "6"));
+    EXPECT_EQ(Progress("tv"), (Lines{"[-1,500,2,0]", "[-1,502,0,0]"}));
+}
+
+TEST_F(ABuiltInReset, StoppedByASecondRequestAnswersOnceAndTheSecondIsRefused) {
+    Json::Value list(Json::arrayValue);
+    list.append(ListEntry("slow"));
+    Given({{"slow"}}, list);
+    InstallBehaviour("slow", "silent", true);
+    Start({"reset=biu_app_reset", "userdata=1"});
+    ASSERT_TRUE(WaitForCall("libtak_common", "InstallAppAPI"));
+    Start({"reset=biu_app_reset", "userdata=2"});
+    ASSERT_TRUE(WaitForResult("biu_app_reset_result", 2));
+    EndProcess();
+    EXPECT_EQ(ArgsOf("innerserver", "process_result"),
+              (Lines{R"(["biu_app_reset_result",1,"1",""])", R"(["biu_app_reset_result",1,"2",""])"}));
+    EXPECT_EQ(CountInLog("this time reset will be skipped"), 1u);
+    EXPECT_EQ(Installed(), Lines{"slow"});
+}
+
+TEST_F(ABuiltInReset, WaitsForABackgroundUpdateUntilTheSettingSaysItEnded) {
+    Json::Value list(Json::arrayValue);
+    list.append(ListEntry("busy"));
+    Given({{"busy"}}, list);
+    SetSetting("string", "memory/tak/biu_updating_app",
+               R"({"pkgname":"pkg.busy","status":"update","value":"start"})");
+    Start({"reset=biu_app_reset", "userdata=3"});
+    ASSERT_TRUE(WaitForLog("skip the event"));
+    ASSERT_TRUE(WaitForCall("libtak_common", "RegisterVconfChangeCBAPI"));
+    EXPECT_TRUE(Installed().empty());
+    // Another process reports the update's end through the settings store.
+    SetSetting("string", "memory/tak/biu_updating_app",
+               R"({"pkgname":"pkg.busy","status":"update","value":"end"})");
+    ASSERT_TRUE(WaitForResult("biu_app_reset_result"));
+    EndProcess();
+    EXPECT_EQ(Installed(), Lines{"busy"});
+    EXPECT_EQ(CountInLog("vconf name biu updating app change to"), 1u);
+    EXPECT_EQ(CallsOf("libtak_common", "UnregisterVconfChangeCBAPI").size(), 1u);
+    EXPECT_EQ(Results("biu_app_reset_result"), One("biu_app_reset_result", "3"));
+}
+
+TEST_F(ABuiltInReset, DropsTheHomeBaseAndTestPackagesAndTheAppsThatNeedNewerOnes) {
+    Json::Value list(Json::arrayValue);
+    for (const Json::Value& entry : {ListEntry("home"), ListEntry("old", {"home"}), ListEntry("test"),
+                                     ListEntry("fine", {"test"}), ListEntry("plain")}) {
+        list.append(entry);
+    }
+    list[1]["requires"]["home"]["version"] = "5.0";
+    list[3]["requires"]["test"]["version"] = "2.0";
+    Given({{"home", "4.9"}, {"old"}, {"test", "2.0"}, {"fine"}, {"plain"}}, list);
+    SetSetting("string", "db/home/homeversion_pkg_id", "pkg.home");
+    SetConfig("HOME_TEST_LIST", "test,pkg.test,2.0,group,tag");
+    RunToEnd({"reset=biu_app_reset"}, "biu_app_reset_result");
+    EXPECT_EQ(Installed(), (Lines{"fine", "plain"}));
+    EXPECT_EQ(
+        CountInLog("remove old because it requires higher Home base/test pkg version than installed version"),
+        1u);
+    EXPECT_EQ(CountInLog("remove Home base/test pkg pkg.test from general biu list"), 1u);
+}
+
+class ABuiltInResetWithoutAnEntryPoint : public ABuiltInReset,
+                                         public ::testing::WithParamInterface<const char*> {};
+
+TEST_P(ABuiltInResetWithoutAnEntryPoint, EndsWithOneResult) {
+    const std::string absent = GetParam();
+    Json::Value list(Json::arrayValue);
+    list.append(ListEntry("a"));
+    list.append(ListEntry("b"));
+    m_behaviour["absent"].append(absent);
+    Given({{"a"}, {"b"}}, list);
+    ASSERT_EQ(Host({"libtak", "apply"}).status, 0);
+    Start({"reset=biu_app_reset", "userdata=4"});
+    if (absent == "GetBuiltInAppListAPI") {
+        // Nothing moves until "end", which answers.
+        ASSERT_TRUE(WaitForLog("get symbol address of GetBuiltInAppListAPI"));
+        ASSERT_TRUE(WaitForLog("error: "));
+        EXPECT_TRUE(Results("biu_app_reset_result").empty());
+    } else {
+        ASSERT_TRUE(WaitForResult("biu_app_reset_result"));
+    }
+    EndProcess();
+    EXPECT_TRUE(Installed().empty());
+    EXPECT_EQ(Results("biu_app_reset_result"), One("biu_app_reset_result", "4"));
+}
+
+INSTANTIATE_TEST_SUITE_P(EntryPoints, ABuiltInResetWithoutAnEntryPoint,
+                         ::testing::Values("GetBuiltInAppListAPI", "InstallAppAPI"),
+                         [](const auto& info) { return std::string(info.param); });
