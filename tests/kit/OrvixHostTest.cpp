@@ -139,6 +139,10 @@ protected:
 };
 
 TEST_F(StandIns, InnerServerAnswersEveryMethodAndRecordsEachCall) {
+    std::string mounted = Root() + "/mnt/icons";
+    std::string saved = Root() + "/opt/usr/share/icons";
+    ASSERT_TRUE(orvix::host::MakeDirs(mounted + "/deep"));
+    std::ofstream(mounted + "/deep/app.png") << "png";
     struct Case {
         const char* method;
         GVariant* parameters;
@@ -152,7 +156,9 @@ TEST_F(StandIns, InnerServerAnswersEveryMethodAndRecordsEachCall) {
         {"reset_for_corvane_reset", nullptr, "(i)", 1},
         {"truncate_widgetinfo_table", g_variant_new("(i)", 1), "(i)", 1},
         {"update_config_table", g_variant_new("(ss)", "RESET_TYPE", "1"), "(i)", 1},
-        {"sub_process_copy_server_icons", g_variant_new("(ss)", "/tmp/mount/", "/tmp/icons"), "(i)", 0},
+        {"sub_process_copy_server_icons", g_variant_new("(ss)", mounted.c_str(), saved.c_str()), "(i)", 0},
+        {"sub_process_copy_server_icons", g_variant_new("(ss)", "/tmp", saved.c_str()), "(i)", 1},
+        {"sub_process_copy_server_icons", g_variant_new("(s)", mounted.c_str()), "(i)", 1},
         {"no_such_method", g_variant_new("(sai)", "x", nullptr), "()", -1},
     };
     std::vector<std::string> methods;
@@ -168,6 +174,7 @@ TEST_F(StandIns, InnerServerAnswersEveryMethodAndRecordsEachCall) {
     EXPECT_EQ(calls[0]["signature"], "siss");
     EXPECT_EQ(calls[0]["sender"].asString().front(), ':');
     EXPECT_EQ(JsonLine(calls.back()["args"]), R"(["x",[]])");
+    EXPECT_EQ(ReadWholeFile(saved + "/deep/app.png"), "png");
 }
 
 TEST_F(StandIns, UpLeavesWhatRunsAloneAndRestartsWhatDied) {
