@@ -48,8 +48,13 @@ protected:
     void SetUp() override {
         DbTest::SetUp();
         ASSERT_TRUE(SeedAppDatabase(24));  // enough apps for both preinstalled lists
-        ASSERT_TRUE(InsertConfigRows(
-            DBPath(), {{"RESET_TYPE", "2"}, {"KORBIT_SYNC_STATE", "1"}, {"HOME_TEST_LIST", "x"}}));
+        // The seed leaves the Home test list and the built-in reset's two lists empty, as on a TV never
+        // reset; here they hold something, so that clearing one by mistake shows.
+        ASSERT_TRUE(InsertConfigRows(DBPath(), {{"RESET_TYPE", "2"},
+                                                {"KORBIT_SYNC_STATE", "1"},
+                                                {"HOME_TEST_LIST", "x"},
+                                                {"RESERVED_16", "t,pkg.t"},
+                                                {"RESERVED_17", "done"}}));
         ASSERT_NE(CTAKDBConnection::GetInstance(true), nullptr);
         m_Before = ReadConfigRows(DBPath());
     }
