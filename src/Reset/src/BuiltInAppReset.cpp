@@ -13,6 +13,7 @@
 #include "TAKConfigHandle.h"
 #include "TAKLog.h"
 #include "TAKString.h"
+#include "TAKUtil.h"
 
 namespace {
 
@@ -90,6 +91,7 @@ void CBuiltInAppReset::BuiltInAppReset(void* user, bool service, _CLIENT_INFO_T 
     m_bWaiting = false;
     m_bServiceReset = service;
     m_tClientInfo = std::move(client);
+    m_nDeadlineSec = CTAKUtil::GetCallbackTimeoutSec();
     m_EventSendToMe(EVENT_CHECK_CONDITION, 0);
 }
 
@@ -104,6 +106,7 @@ bool CBuiltInAppReset::t_Destroy() {
         m_ResetDoneApps.clear();
         m_bInstalling = false;
     }
+    m_DisarmDeadline();
     // A watch left behind would post into whichever reset runs next.
     m_StopWaiting();
     // A reset ended early still answers its requester once.
@@ -195,7 +198,7 @@ void CBuiltInAppReset::m_GetBuiltInAppList() {
     m_RemoveHomeTestVersion(apps);
     m_AssembleBuiltInList(apps);
 
-    std::vector<BUILTIN_APP_INFO> resetList;
+    std::deque<BUILTIN_APP_INFO> resetList;
     for (const OPENAPI_BUILTIN_APP_INFO& app : apps) {
         if (!m_CheckResetCondition(app)) {
             continue;
@@ -345,7 +348,7 @@ void CBuiltInAppReset::m_ResetBuiltInApps() {
     if (pfInstall == nullptr) {
         std::lock_guard<std::mutex> lock(InstanceLock());
         if (!m_InstantResetList.empty()) {
-            m_InstantResetList.erase(m_InstantResetList.begin());
+            m_InstantResetList.pop_front();
         }
         m_EventSendToMe(EVENT_RESET_BUILTIN_APPS, 0);
         return;
@@ -397,12 +400,53 @@ bool CBuiltInAppReset::m_SendInstall(TAK_INSTALL_API pfInstall, const BUILTIN_AP
         m_bInstalling = true;
         ++m_nInstallCount;
     }
+    m_ArmDeadline();
     ret = pfInstall(request);
     if (ret != 0) {
         TAK_LOGE("InstallAppAPI for %s returned %d", info.appId.c_str(), ret);
     }
     app_control_destroy(request);
     return true;
+}
+
+void CBuiltInAppReset::m_ArmDeadline() {
+    m_DisarmDeadline();
+    if (m_nDeadlineSec > 0) {
+        m_pDeadline =
+            t_AddTimeout(static_cast<unsigned long long>(m_nDeadlineSec) * 1000, m_OnDeadline, this);
+    }
+}
+
+void CBuiltInAppReset::m_DisarmDeadline() {
+    t_RemoveTimeout(m_pDeadline);
+    m_pDeadline = nullptr;
+}
+
+// On the task thread. Only an install still outstanding is ended; one whose callback came first left
+// m_bInstalling false, and the next install has disarmed this timer before arming its own.
+gboolean CBuiltInAppReset::m_OnDeadline(gpointer self) {
+    CBuiltInAppReset* task = static_cast<CBuiltInAppReset*>(self);
+    task->m_DisarmDeadline();
+    int installCount = 0;
+    std::string appId;
+    {
+        std::lock_guard<std::mutex> lock(InstanceLock());
+        if (!task->m_bInstalling || task->m_InstantResetList.empty()) {
+            return G_SOURCE_REMOVE;
+        }
+        appId = task->m_InstantResetList.front().appInfo.appId;
+        TAK_LOGE("%s: no final install state within %d s, taken as failed", appId.c_str(),
+                 task->m_nDeadlineSec);
+        task->m_InstantResetList.pop_front();
+        task->m_bInstalling = false;
+        installCount = task->m_nInstallCount;
+    }
+    if (task->m_bServiceReset) {
+        CResetDbus::BuiltInProgressMethodCall(task->m_tClientInfo, appId, TAK_EVENT_STATE_BIU_RESET_ONE_DONE,
+                                              installCount);
+    }
+    task->m_EventSendToMe(EVENT_RESET_BUILTIN_APPS, 0);
+    return G_SOURCE_REMOVE;
 }
 
 void CBuiltInAppReset::m_ResetCB(std::string appId, TAK_EVENT_STATE_E state, int /*progress*/, int result,
@@ -472,7 +516,7 @@ bool CBuiltInAppReset::m_EndHeadInstall(const std::string& appId, std::string& d
         ids.push_back(done.first);
     }
     doneIds = TAKString::AssembleListToString(ids, ",");
-    m_InstantResetList.erase(m_InstantResetList.begin());
+    m_InstantResetList.pop_front();
     m_bInstalling = false;
     installCount = m_nInstallCount;
     return true;

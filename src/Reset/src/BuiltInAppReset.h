@@ -8,6 +8,7 @@
 #pragma once
 
 #include <cstdint>
+#include <deque>
 #include <map>
 #include <mutex>
 #include <string>
@@ -75,6 +76,9 @@ private:
     bool m_SendInstall(TAK_INSTALL_API pfInstall, const BUILTIN_APP_INFO& app);
     // Ends the head app's install from a callback: the reset-done ids joined and the install counter.
     bool m_EndHeadInstall(const std::string& appId, std::string& doneIds, int& installCount);
+    void m_ArmDeadline();
+    void m_DisarmDeadline();
+    static gboolean m_OnDeadline(gpointer self);
     void m_Completed();
     // Registers m_VconfCB for "memory/tak/biu_updating_app" if the library can.
     void m_WatchUpdatingApp();
@@ -87,7 +91,8 @@ private:
     static CBuiltInAppReset* m_poInstance;  // guarded by InstanceLock()
 
     // Guarded by InstanceLock(): touched by the task thread and by m_ResetCB.
-    std::vector<BUILTIN_APP_INFO> m_InstantResetList;  // head: the app being reset now
+    // Head: the app being reset now. A deque, as the head goes after every install.
+    std::deque<BUILTIN_APP_INFO> m_InstantResetList;
     std::map<std::string, std::string> m_ResetDoneApps;
     int32_t m_nInstallCount = 0;
     bool m_bInstalling = false;  // the head app's install was sent and has not ended
@@ -102,4 +107,6 @@ private:
     std::string m_strHomeBasePkgId;
     _CLIENT_INFO_T m_tClientInfo;
     CBuiltInAppList::LiveQuery m_tQuery;
+    GSource* m_pDeadline = nullptr;  // task thread only
+    int m_nDeadlineSec = 0;          // read once per reset
 };

@@ -124,6 +124,8 @@ bool CReset::t_Create() {
 }
 
 bool CReset::t_Destroy() {
+    t_RemoveTimeout(m_pDeadline);
+    m_pDeadline = nullptr;
     // An app reset that was stopped before its clean-up still owes its caller an answer.
     if (!m_bResultSent && !m_bCorvaneResetDoing && !m_bServiceReset) {
         CProcessDbus::ProcessResult("tak_app_reset_result", 1, m_pUserData, "");
@@ -305,6 +307,9 @@ void CReset::m_UninstallApps(unsigned long /*param*/) {
         TAK_LOGE("app_control_create failed %d", ret);
         return;
     }
+    // The clock starts with the first request; the timer can only fire once the walk is over, as both
+    // run on this thread.
+    m_ArmDeadline();
     // The same for every app of this walk; reading it once spares one configuration read per app.
     int reason = CTAKUtil::GetTAKUninstallReason(kUninstallReasonReset);
     for (auto it = m_AppsList.begin(); it != m_AppsList.end();) {
@@ -321,6 +326,38 @@ void CReset::m_UninstallApps(unsigned long /*param*/) {
     if (m_AppsList.empty()) {
         m_EventSendToMe(m_EndEvent(), 0);
     }
+}
+
+void CReset::m_ArmDeadline() {
+    t_RemoveTimeout(m_pDeadline);
+    m_pDeadline = nullptr;
+    m_nDeadlineSec = CTAKUtil::GetCallbackTimeoutSec();
+    m_TimedOutApps.clear();
+    if (m_nDeadlineSec > 0) {
+        m_pDeadline =
+            t_AddTimeout(static_cast<unsigned long long>(m_nDeadlineSec) * 1000, m_OnDeadline, this);
+    }
+}
+
+gboolean CReset::m_OnDeadline(gpointer self) {
+    CReset* task = static_cast<CReset*>(self);
+    task->t_RemoveTimeout(task->m_pDeadline);
+    task->m_pDeadline = nullptr;
+    std::lock_guard<std::mutex> lock(CTAKSingleton<CReset>::m_tSingletonLock);
+    if (task->m_AppsList.empty()) {
+        return G_SOURCE_REMOVE;
+    }
+    for (auto it = task->m_AppsList.begin(); it != task->m_AppsList.end();) {
+        TAK_LOGE("%s: no final uninstall state within %d s, taken as failed", it->id.c_str(),
+                 task->m_nDeadlineSec);
+        WriteHistoryLogFile("[Reset][%s][%d][%s] uninstall timed out after %d s", "m_OnDeadline", __LINE__,
+                            it->id.c_str(), task->m_nDeadlineSec);
+        task->m_TimedOutApps.insert(it->id);
+        it = task->m_AppsList.Erase(it);
+    }
+    TAK_LOGI("m_AppsList size %zu", task->m_AppsList.size());
+    task->m_EventSendToMe(task->m_EndEvent(), 0);
+    return G_SOURCE_REMOVE;
 }
 
 bool CReset::m_SkipUninstall(const _APPINFO_T& app) const {
@@ -383,6 +420,12 @@ void CReset::m_UninstallCB(std::string appId, TAK_EVENT_STATE_E state, int /*pro
         return;
     }
     CReset* task = static_cast<CReset*>(pvUserData);
+    auto timedOut = task->m_TimedOutApps.find(appId);
+    if (timedOut != task->m_TimedOutApps.end()) {
+        task->m_TimedOutApps.erase(timedOut);
+        TAK_LOGE("%s answered after its deadline, callback ignored", appId.c_str());
+        return;
+    }
     TAK_LOGI("uninstall callback appid %s ", appId.c_str());
     task->m_AppsList.RemoveFirst(appId);
     TAK_LOGI("m_AppsList size %zu", task->m_AppsList.size());

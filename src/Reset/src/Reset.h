@@ -11,11 +11,17 @@
 //
 // On an Android-apps board the first event of either reset is held back until the service's binder
 // exists (SetCommunicatorBinderCreated).
+//
+// An optional deadline ("db/tak/reset_callback_timeout_sec", read at each uninstall walk): a timer on
+// the task's own loop, armed as the walk starts, takes every app still waiting when it fires off the
+// list as a failed uninstall would be. It runs on the task thread under the singleton lock, so it and a
+// late callback cannot both end the same app.
 #pragma once
 
 #include <atomic>
 #include <map>
 #include <mutex>
+#include <set>
 #include <string>
 
 #include "AppInfo.h"
@@ -73,6 +79,9 @@ private:
     void m_DisableApps();
     void m_ResetAppItems();
     void m_ResetBootState();
+    // Arms the walk's deadline, if one is set; replaces an earlier one.
+    void m_ArmDeadline();
+    static gboolean m_OnDeadline(gpointer self);
 
     CUninstallList m_AppsList;  // guarded by CTAKSingleton<CReset>::m_tSingletonLock
     std::map<std::string, std::string> m_DefaultApps;
@@ -87,4 +96,10 @@ private:
     const bool m_bAOTBoard;
     _CLIENT_INFO_T m_tClientInfo;
     std::mutex m_tBinderLock;
+    // Task thread only.
+    GSource* m_pDeadline = nullptr;
+    int m_nDeadlineSec = 0;
+    // Apps the deadline took off the list in this walk: their late callbacks change nothing. Guarded by
+    // CTAKSingleton<CReset>::m_tSingletonLock.
+    std::multiset<std::string> m_TimedOutApps;
 };

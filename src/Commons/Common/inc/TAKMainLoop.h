@@ -34,6 +34,9 @@ public:
     GSource* AddTimeoutSource(unsigned long long intervalMs, GSourceFunc callback, gpointer data);
     // Drops the reference kept for a source; the source stays attached until its callback returns false.
     void DeleteSource(GSource* source);
+    // Detaches a source the loop still holds and drops it: its callback is not called again. A source
+    // the loop no longer holds (released by Destory()) is left alone, so a late cancel is harmless.
+    void RemoveSource(GSource* source);
     void MainContextInvoke(GSourceFunc callback, gpointer data);
 
 private:

@@ -67,6 +67,13 @@ protected:
         }
         return true;
     }
+    // A one-shot timer on the task's own loop: `callback(data)` runs on the task thread after `ms`
+    // unless removed first; the callback removes its own source and returns G_SOURCE_REMOVE. Removing
+    // a source after the loop has ended (in t_Destroy()) is harmless.
+    GSource* t_AddTimeout(unsigned long long ms, GSourceFunc callback, gpointer data) {
+        return mainLoop.AddTimeoutSource(ms, callback, data);
+    }
+    void t_RemoveTimeout(GSource* source) { mainLoop.RemoveSource(source); }
     virtual bool t_Destroy() {
         if (!IsCreated()) {
             TAK_LOGE("FlagCreate() return false");

@@ -25,6 +25,13 @@ public:
     // "RESET_TYPE" "1" gives 9 and "2" gives 10; any other value, or none, leaves `reason` as it is.
     static int GetTAKUninstallReason(int reason);
 
+    // The deadline for an install or uninstall callback, in seconds, from the setting
+    // "db/tak/reset_callback_timeout_sec"; 0 means none. An absent key or 0 is no deadline, silently; a
+    // key that holds text or another type, a negative number or one above MAX_CALLBACK_TIMEOUT_SEC is no
+    // deadline too, with one log line, since a typo must not end a reset early.
+    static constexpr int MAX_CALLBACK_TIMEOUT_SEC = 86400;
+    static int GetCallbackTimeoutSec();
+
     // Writes the download information of `apps`, in key order, to `path` as a flat XML list, replacing
     // the file. Values go out exactly as stored: nothing is escaped, so a quote in a title makes a file
     // that strict XML readers refuse. False only when the file cannot be opened; write errors are not

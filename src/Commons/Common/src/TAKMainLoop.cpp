@@ -106,6 +106,18 @@ void CTAKMainLoop::DeleteSource(GSource* source) {
     }
 }
 
+void CTAKMainLoop::RemoveSource(GSource* source) {
+    std::lock_guard<std::mutex> guard(mutex);
+    for (auto it = sources.begin(); it != sources.end(); ++it) {
+        if (*it == source) {
+            g_source_destroy(source);
+            g_source_unref(source);
+            sources.erase(it);
+            return;
+        }
+    }
+}
+
 void CTAKMainLoop::MainContextInvoke(GSourceFunc callback, gpointer data) {
     std::lock_guard<std::mutex> guard(mutex);
     if (created) {

@@ -5,6 +5,7 @@
 
 #include "AppDBInfo.h"
 #include "AppDLDInfo.h"
+#include "ICVConf.h"
 #include "TAKLog.h"
 #include "TAKString.h"
 
@@ -120,6 +121,24 @@ bool CTAKUtil::GetPreinstallApps(int type, std::map<std::string, std::string>& a
     }
     TAK_LOGD("%s: %zu preinstalled apps", key, apps.size());
     return true;
+}
+
+int CTAKUtil::GetCallbackTimeoutSec() {
+    const char* key = "db/tak/reset_callback_timeout_sec";
+    int seconds = 0;
+    if (!ICVConf::Get(key, seconds)) {
+        // Absent is the normal case; a key that holds text deserves a word of its own.
+        std::string text;
+        if (ICVConf::Get(key, text)) {
+            TAK_LOGE("%s holds text [%s], not a number of seconds: no deadline", key, text.c_str());
+        }
+        return 0;
+    }
+    if (seconds < 0 || seconds > MAX_CALLBACK_TIMEOUT_SEC) {
+        TAK_LOGE("%s = %d is outside 0..%d: no deadline", key, seconds, MAX_CALLBACK_TIMEOUT_SEC);
+        return 0;
+    }
+    return seconds;
 }
 
 int CTAKUtil::GetTAKUninstallReason(int reason) {

@@ -1,0 +1,214 @@
+// The opt-in deadline for install and uninstall callbacks: every reset kind with an app whose library
+// never answers, or answers only after the deadline, still reaches its end with one result; the value of
+// the setting is read defensively.
+#include <vconf.h>
+
+#include <algorithm>
+#include <chrono>
+#include <functional>
+#include <string>
+
+#include "../reset/ResetFixture.h"
+#include "TAKUtil.h"
+#include "TestLog.h"
+
+using namespace reset_test;
+using namespace std::chrono_literals;
+
+namespace {
+
+const char kDeadlineKey[] = "db/tak/reset_callback_timeout_sec";
+
+enum class Kind { Apps, Service, Corvane, BuiltInApp, BuiltInService };
+
+struct DeadlineCase {
+    const char* name;
+    Kind kind;
+    bool late;  // the library answers, but only after the deadline; else it never does
+};
+
+bool IsBuiltIn(Kind kind) {
+    return kind == Kind::BuiltInApp || kind == Kind::BuiltInService;
+}
+
+const char* ResultName(Kind kind) {
+    switch (kind) {
+        case Kind::Apps:
+            return "tak_app_reset_result";
+        case Kind::Service:
+            return "tak_service_reset_result";
+        case Kind::Corvane:
+            return "corvane_reset_result";
+        case Kind::BuiltInApp:
+            return "biu_app_reset_result";
+        case Kind::BuiltInService:
+            return "biu_service_reset_result";
+    }
+    return "";
+}
+
+const char* ResetValue(Kind kind) {
+    switch (kind) {
+        case Kind::Apps:
+            return "reset=tak_app_reset";
+        case Kind::Service:
+            return "reset=tak_service_reset";
+        case Kind::Corvane:
+            return "reset=corvane_reset";
+        case Kind::BuiltInApp:
+            return "reset=biu_app_reset";
+        case Kind::BuiltInService:
+            return "reset=biu_service_reset";
+    }
+    return "";
+}
+
+Json::Value BuiltInEntry(const std::string& appId) {
+    Json::Value entry(Json::objectValue);
+    entry["appId"] = appId;
+    entry["pkgId"] = "pkg." + appId;
+    return entry;
+}
+
+}  // namespace
+
+class ADeadline : public ResetFixture, public ::testing::WithParamInterface<DeadlineCase> {
+protected:
+    // "mute" is the app the library is slow or silent for; "fine" answers at once.
+    void Prepare(Kind kind, bool late) {
+        Json::Value behaviour(Json::objectValue);
+        const char* section = IsBuiltIn(kind) ? "install" : "uninstall";
+        Json::Value& mute = IsBuiltIn(kind) ? behaviour["builtin"]["install"]["apps"]["mute"]
+                                            : behaviour["uninstall"]["apps"]["mute"];
+        if (late) {
+            mute["delay_ms"] = 2500;
+        } else {
+            mute["silent"] = true;
+        }
+        (IsBuiltIn(kind) ? behaviour["builtin"]["install"] : behaviour[section])["delay_ms"] = 10;
+        if (IsBuiltIn(kind)) {
+            for (const char* id : {"mute", "fine"}) {
+                orvix::test::RunResult added =
+                    Host({"pkg", "add", std::string("pkg.") + id, "--builtin", "--app", id, "--main", id,
+                          "--meta", "http://orvix.com/tv/metadata/prefer_instant_reset=true"});
+                ASSERT_EQ(added.status, 0) << added.err;
+                behaviour["builtin"]["list"].append(BuiltInEntry(id));
+            }
+        } else {
+            AddApps({{"mute"}, {"fine"}});
+        }
+        if (kind == Kind::Corvane) {
+            SetSystemFlag("android_on_orvix.support", true);
+        }
+        SetLibTakBehaviour(behaviour);
+        SetSetting("int", kDeadlineKey, "1");
+    }
+
+    Lines Requests(Kind kind) const {
+        Lines ids;
+        for (const auto& call :
+             CallsOf("libtak_common", IsBuiltIn(kind) ? "InstallAppAPI" : "UninstallAppAPI")) {
+            ids.push_back(IsBuiltIn(kind) ? call["args"][0][0][1].asString()
+                                          : call["args"][0]["appkey"].asString());
+        }
+        return ids;
+    }
+
+    void StartClient() const { ASSERT_EQ(Host({"client", "tv"}).status, 0); }
+
+    std::string History() const {
+        return orvix::test::ReadWholeFile(orvix::host::PathVariable(2) +
+                                          "/vardell/log/tak_reset_history.log");
+    }
+};
+
+TEST_P(ADeadline, EndsTheAppThatNeverAnswersAsFailedAndTheResetStillEnds) {
+    const DeadlineCase& test = GetParam();
+    Prepare(test.kind, test.late);
+    if (HasFatalFailure()) {
+        return;
+    }
+    StartClient();
+    Start({ResetValue(test.kind), "userdata=12", "obj=tv", "method=m"});
+    ASSERT_TRUE(WaitForResult(ResultName(test.kind)));
+    if (test.late) {
+        // The late answer comes, and changes nothing.
+        ASSERT_TRUE(WaitForCall("libtak_common",
+                                IsBuiltIn(test.kind) ? "InstallAppAPI:callback" : "UninstallAppAPI:callback",
+                                20s, 2));
+        if (IsBuiltIn(test.kind)) {
+            ASSERT_TRUE(WaitForLog("mute is not in upgrade list"));
+        }
+    }
+    EndProcess();
+
+    const std::string what = IsBuiltIn(test.kind) ? "install" : "uninstall";
+    EXPECT_EQ(CountInLog("mute: no final " + what + " state within 1 s, taken as failed"), 1u);
+    EXPECT_EQ(CountInLog("fine: no final"), 0u);
+    EXPECT_EQ(Results(ResultName(test.kind)).size(), 1u);
+    Lines requests = Requests(test.kind);
+    std::sort(requests.begin(), requests.end());
+    EXPECT_EQ(requests, (Lines{"fine", "mute"}));
+    if (!IsBuiltIn(test.kind)) {
+        EXPECT_EQ(Count(History(), "[Reset][m_OnDeadline]"), 1u) << History();
+        EXPECT_EQ(Count(History(), "[mute] uninstall timed out after 1 s"), 1u) << History();
+    }
+    if (test.kind == Kind::BuiltInService) {
+        EXPECT_EQ(ArgsOf("managerclient.tv", "tak_builtin_app_service_reset_result"),
+                  (Lines{"[-1,500,2,0]", "[-1,501,1,0]", "[-1,501,2,0]", "[-1,502,0,0]"}));
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(Kinds, ADeadline,
+                         ::testing::Values(DeadlineCase{"AppsSilent", Kind::Apps, false},
+                                           DeadlineCase{"AppsLate", Kind::Apps, true},
+                                           DeadlineCase{"ServiceSilent", Kind::Service, false},
+                                           DeadlineCase{"CorvaneOnAndroidBoardSilent", Kind::Corvane, false},
+                                           DeadlineCase{"CorvaneOnAndroidBoardLate", Kind::Corvane, true},
+                                           DeadlineCase{"BuiltInAppSilent", Kind::BuiltInApp, false},
+                                           DeadlineCase{"BuiltInAppLate", Kind::BuiltInApp, true},
+                                           DeadlineCase{"BuiltInServiceSilent", Kind::BuiltInService, false}),
+                         [](const auto& info) { return std::string(info.param.name); });
+
+// "end" before the deadline: the stopped reset answers once and its timer never fires.
+TEST_F(ADeadline, EndBeforeItExpiresAnswersOnceWithoutATimeOut) {
+    Prepare(Kind::BuiltInApp, false);
+    SetSetting("int", kDeadlineKey, "30");
+    Start({"reset=biu_app_reset", "userdata=5"});
+    ASSERT_TRUE(WaitForCall("libtak_common", "InstallAppAPI"));
+    EndProcess();
+    EXPECT_EQ(Results("biu_app_reset_result"), One("biu_app_reset_result", "5"));
+    EXPECT_EQ(CountInLog("taken as failed"), 0u);
+}
+
+// The setting is read with suspicion: anything but a sane number of seconds means no deadline.
+TEST(TheDeadlineSetting, IsANumberOfSecondsOrNoDeadlineWithAReason) {
+    char pattern[] = "/tmp/deadline-XXXXXX";
+    ASSERT_NE(mkdtemp(pattern), nullptr);
+    orvix::host::SetRoot(pattern);
+    struct Case {
+        const char* name;
+        std::function<void()> set;
+        int seconds;
+        const char* line;
+    };
+    const Case cases[] = {
+        {"absent", [] {}, 0, ""},
+        {"zero", [] { vconf_set_int(kDeadlineKey, 0); }, 0, ""},
+        {"five", [] { vconf_set_int(kDeadlineKey, 5); }, 5, ""},
+        {"a day", [] { vconf_set_int(kDeadlineKey, 86400); }, 86400, ""},
+        {"text", [] { vconf_set_str(kDeadlineKey, "ten"); }, 0, "holds text [ten], not a number of seconds"},
+        {"negative", [] { vconf_set_int(kDeadlineKey, -5); }, 0, "= -5 is outside 0..86400: no deadline"},
+        {"huge", [] { vconf_set_int(kDeadlineKey, 2000000000); }, 0, "= 2000000000 is outside 0..86400"},
+    };
+    for (const Case& test : cases) {
+        SCOPED_TRACE(test.name);
+        test.set();
+        orvix::test::LogMark mark;
+        EXPECT_EQ(CTAKUtil::GetCallbackTimeoutSec(), test.seconds);
+        if (*test.line != '\0') {
+            EXPECT_TRUE(mark.Contains(test.line)) << mark.Text();
+        }
+    }
+    orvix::test::RunProgram({"/bin/rm", "-rf", pattern});
+}
