@@ -27,6 +27,13 @@ bool IsValidKey(const char* key) {
     return key != nullptr && key[0] != '\0';
 }
 
+// A fault for tests of the callers: with ORVIX_APP_CONTROL_REFUSE set, adding an extra whose value equals
+// it fails as an invalid parameter, the way a platform refuses what it cannot store. Read once.
+bool IsRefusedForTests(const char* value) {
+    static const char* refused = getenv("ORVIX_APP_CONTROL_REFUSE");
+    return refused != nullptr && refused[0] != '\0' && strcmp(value, refused) == 0;
+}
+
 }  // namespace
 
 extern "C" int app_control_create(app_control_h* app_control) {
@@ -46,7 +53,7 @@ extern "C" int app_control_destroy(app_control_h app_control) {
 }
 
 extern "C" int app_control_add_extra_data(app_control_h app_control, const char* key, const char* value) {
-    if (app_control == nullptr || !IsValidKey(key) || value == nullptr) {
+    if (app_control == nullptr || !IsValidKey(key) || value == nullptr || IsRefusedForTests(value)) {
         return APP_CONTROL_ERROR_INVALID_PARAMETER;
     }
     if (auto* existing = app_control->Find(key)) {

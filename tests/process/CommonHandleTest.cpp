@@ -38,14 +38,14 @@ TEST_F(ACommonLibraryLoader, FindsWhatTheLibraryOffersAndLogsWhatItLacks) {
     std::filesystem::copy_file(PROCESS_PARTIAL_LIBRARY, Library(),
                                std::filesystem::copy_options::overwrite_existing);
     CTAKCommonHandle::OpenLibrary();
-    auto connector =
-        reinterpret_cast<TAK_VOID_API>(CTAKCommonHandle::GetSymbolAddress(TAK_API_CREATE_CONNECTOR));
-    ASSERT_NE(connector, nullptr);
-    connector();
-    auto count =
-        reinterpret_cast<int (*)(const char*)>(CTAKCommonHandle::GetSymbolAddress("ProcessTestCallCount"));
+    auto count = CTAKCommonHandle::Find<int (*)(const char*)>("ProcessTestCallCount");
     ASSERT_NE(count, nullptr);
-    EXPECT_EQ(count("CreateConnector"), 1);
+    EXPECT_TRUE(CTAKCommonHandle::CallVoid(TAK_API_CREATE_CONNECTOR));
+    EXPECT_TRUE(CTAKCommonHandle::CallIfPresent<TAK_VOID_API>(TAK_API_CREATE_CONNECTOR));
+    EXPECT_EQ(count("CreateConnector"), 2);
+    // Absent: nothing is called, and the caller learns it.
+    EXPECT_FALSE(CTAKCommonHandle::CallVoid(TAK_API_START_BOOST_APPFW));
+    EXPECT_EQ(CTAKCommonHandle::Find<TAK_VOID_API>(TAK_API_START_BOOST_APPFW), nullptr);
 
     LogMark mark;
     EXPECT_EQ(CTAKCommonHandle::GetSymbolAddress(TAK_API_START_BOOST_APPFW), nullptr);

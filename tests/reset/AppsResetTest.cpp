@@ -240,3 +240,17 @@ TEST_F(AnAppsReset, StoppedWhileUninstallsAreOutstandingSendsTheFallbackResultOn
     EXPECT_LT(LogPosition("CReset task exit!"), late) << "no callback arrived after the task had exited";
     EXPECT_GE(CountInLog("receiver is not created"), 1u);
 }
+
+// An app whose request cannot be made ends at once, as a failed uninstall would: nothing is left to wait
+// for a callback that cannot come.
+TEST_F(AnAppsReset, TakesAnAppWhoseRequestCannotBeMadeOffTheList) {
+    AddApps({{"stuck"}, {"plain"}});
+    orvix::test::RunResult launched =
+        Host({"launch", "--", "reset=tak_app_reset", "userdata=3"}, {{"ORVIX_APP_CONTROL_REFUSE", "stuck"}});
+    ASSERT_EQ(launched.status, 0) << launched.err;
+    ASSERT_TRUE(WaitForResult("tak_app_reset_result"));
+    EndProcess();
+    EXPECT_EQ(Requested(), Lines{"plain"});
+    EXPECT_EQ(CountInLog("uninstall request for stuck could not be made, taken as failed"), 1u);
+    EXPECT_EQ(Results("tak_app_reset_result"), One("tak_app_reset_result", "3"));
+}

@@ -43,11 +43,6 @@ std::string AddressText(const void* address) {
     return std::to_string(reinterpret_cast<intptr_t>(address));
 }
 
-template <typename Fn>
-Fn LookUp(const char* name) {
-    return reinterpret_cast<Fn>(CTAKCommonHandle::GetSymbolAddress(name));
-}
-
 // The install mode sent with the statistics record: only an installed app has one.
 std::string InstallMode(const std::string& resetMode) {
     if (resetMode == "anytime") {
@@ -185,7 +180,7 @@ void CBuiltInAppReset::m_CheckCondition() {
 }
 
 void CBuiltInAppReset::m_GetBuiltInAppList() {
-    auto pfGetList = LookUp<TAK_GET_BUILTIN_APP_LIST_API>(TAK_API_GET_BUILTIN_APP_LIST);
+    auto pfGetList = CTAKCommonHandle::Find<TAK_GET_BUILTIN_APP_LIST_API>(TAK_API_GET_BUILTIN_APP_LIST);
     if (pfGetList == nullptr) {
         return;
     }
@@ -263,7 +258,7 @@ void CBuiltInAppReset::m_GetDLDInfo() {
     if (requests.empty()) {
         return;
     }
-    auto pfGetDLDInfo = LookUp<TAK_GET_APPS_DLD_INFO_API>(TAK_API_GET_APPS_DLD_INFO);
+    auto pfGetDLDInfo = CTAKCommonHandle::Find<TAK_GET_APPS_DLD_INFO_API>(TAK_API_GET_APPS_DLD_INFO);
     if (pfGetDLDInfo == nullptr) {
         return;
     }
@@ -281,7 +276,8 @@ void CBuiltInAppReset::m_GetDLDInfo() {
 }
 
 void CBuiltInAppReset::m_WatchUpdatingApp() {
-    auto pfRegister = LookUp<TAK_REGISTER_VCONF_CHANGE_CB_API>(TAK_API_REGISTER_VCONF_CHANGE_CB);
+    auto pfRegister =
+        CTAKCommonHandle::Find<TAK_REGISTER_VCONF_CHANGE_CB_API>(TAK_API_REGISTER_VCONF_CHANGE_CB);
     if (pfRegister == nullptr) {
         return;
     }
@@ -295,7 +291,8 @@ void CBuiltInAppReset::m_StopWaiting() {
         return;
     }
     m_bWatching = false;
-    auto pfUnregister = LookUp<TAK_UNREGISTER_VCONF_CHANGE_CB_API>(TAK_API_UNREGISTER_VCONF_CHANGE_CB);
+    auto pfUnregister =
+        CTAKCommonHandle::Find<TAK_UNREGISTER_VCONF_CHANGE_CB_API>(TAK_API_UNREGISTER_VCONF_CHANGE_CB);
     if (pfUnregister != nullptr) {
         pfUnregister(kBiuUpdatingAppKey);
     }
@@ -344,7 +341,7 @@ void CBuiltInAppReset::m_ResetBuiltInApps() {
         }
         head = m_InstantResetList.front();
     }
-    auto pfInstall = LookUp<TAK_INSTALL_API>(TAK_API_INSTALL_APP);
+    auto pfInstall = CTAKCommonHandle::Find<TAK_INSTALL_API>(TAK_API_INSTALL_APP);
     if (pfInstall == nullptr) {
         std::lock_guard<std::mutex> lock(InstanceLock());
         if (!m_InstantResetList.empty()) {

@@ -5,6 +5,21 @@
 // updates until the wait is over; 103 installs the head app of the list, and its install callback posts
 // 103 again for the next one; 104 reports the result. A task ended before 104 still reports once, from
 // t_Destroy.
+//
+// Threads and the one lock: the task thread runs the events; the install callback (m_ResetCB) and the
+// settings-watch callback (m_VconfCB) come from threads of the common library. InstanceLock() guards
+// m_poInstance and, of the live instance, the instant reset list, the reset-done set, the install
+// counter and the install-outstanding flag. It is never held across a call into the library or a bus
+// call; callbacks post events while holding it (the order is in TAKLockOrder.h).
+//
+// Only the callback of the install that is outstanding for the head app ends that app; any other
+// callback (late, repeated, for another app, from a reset that was stopped) is logged and ignored, and
+// an event 103 that arrives while an install is outstanding starts nothing, so no app is installed
+// twice at once.
+//
+// An optional deadline ("db/tak/reset_callback_timeout_sec"): a timer on the task's own loop, armed
+// with each install, takes the head app off the list as a failed install when it fires first; taking
+// the app off happens under InstanceLock(), so the timer and a late callback cannot both end it.
 #pragma once
 
 #include <cstdint>

@@ -102,11 +102,6 @@ void RemoveBackupFile() {
     }
 }
 
-template <typename Fn>
-Fn LookUp(const char* name) {
-    return reinterpret_cast<Fn>(CTAKCommonHandle::GetSymbolAddress(name));
-}
-
 }  // namespace
 
 CReset::CReset() : CTAKTaskBase("CReset"), m_bAOTBoard(ICSystemInfo::GetAOTBoard()) {
@@ -287,16 +282,13 @@ void CReset::m_UninstallApps(unsigned long /*param*/) {
     std::lock_guard<std::mutex> lock(CTAKSingleton<CReset>::m_tSingletonLock);
     if (m_bAOTBoard) {
         TAK_LOGI("clear userdata for dangbei");
-        if (auto pfClear = LookUp<TAK_CLEAR_ANDROID_DATA_API>(TAK_API_CLEAR_ANDROID_DATA)) {
-            pfClear(kDangbeiPackage);
-        }
-        if (auto pfPreload = LookUp<TAK_SET_PRELOAD_STATUS_API>(TAK_API_SET_PRELOAD_STATUS)) {
-            pfPreload(1);
-        }
+        CTAKCommonHandle::CallIfPresent<TAK_CLEAR_ANDROID_DATA_API>(TAK_API_CLEAR_ANDROID_DATA,
+                                                                    kDangbeiPackage);
+        CTAKCommonHandle::CallIfPresent<TAK_SET_PRELOAD_STATUS_API>(TAK_API_SET_PRELOAD_STATUS, 1);
     }
     TAK_LOGD("m_AppsList size = %zu, Reason = %s", m_AppsList.size(), m_tClientInfo.reset_reason.c_str());
 
-    auto pfUninstall = LookUp<TAK_INSTALL_API>(TAK_API_UNINSTALL_APP);
+    auto pfUninstall = CTAKCommonHandle::Find<TAK_INSTALL_API>(TAK_API_UNINSTALL_APP);
     if (pfUninstall == nullptr) {
         TAK_LOGE("pfUninstallAppAPI is NULL.");
         return;
@@ -317,7 +309,13 @@ void CReset::m_UninstallApps(unsigned long /*param*/) {
             it = m_AppsList.Erase(it);
             continue;
         }
-        m_SendUninstall(pfUninstall, request, *it, reason);
+        // A request that cannot be made will never be answered: the app ends here, as a failed
+        // uninstall would, or the reset would wait for it forever.
+        if (!m_SendUninstall(pfUninstall, request, *it, reason)) {
+            TAK_LOGE("uninstall request for %s could not be made, taken as failed", it->id.c_str());
+            it = m_AppsList.Erase(it);
+            continue;
+        }
         ++it;
     }
     app_control_destroy(request);
@@ -540,8 +538,7 @@ void CReset::m_DisableApps() {
     m_RemoveContentFiles();
     RemoveBackupFile();
 
-    if (auto pfDelete = LookUp<TAK_VOID_API>(TAK_API_DELETE_ALL_INSTALL_NOTIFICATIONS)) {
-        pfDelete();
+    if (CTAKCommonHandle::CallVoid(TAK_API_DELETE_ALL_INSTALL_NOTIFICATIONS)) {
         TAK_LOGI("delete all install noti end");
     }
     CProcessDbus::ProcessResult("corvane_reset_result", 1, nullptr, "");

@@ -15,7 +15,8 @@
 // An optional deadline ("db/tak/reset_callback_timeout_sec", read at each uninstall walk): a timer on
 // the task's own loop, armed as the walk starts, takes every app still waiting when it fires off the
 // list as a failed uninstall would be. It runs on the task thread under the singleton lock, so it and a
-// late callback cannot both end the same app.
+// late callback cannot both end the same app. The singleton lock's place in the lock order, and what holding
+// it across "UninstallAppAPI" assumes of the library, are in TAKLockOrder.h.
 #pragma once
 
 #include <atomic>

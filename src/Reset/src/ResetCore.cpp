@@ -20,13 +20,6 @@ namespace {
 // The kernel's trace hook on the TV; elsewhere the option is unknown and the call fails harmlessly.
 const int kPrctlTraceMarker = 666;
 
-void CallVoidApi(const char* name) {
-    auto api = reinterpret_cast<TAK_VOID_API>(CTAKCommonHandle::GetSymbolAddress(name));
-    if (api != nullptr) {
-        api();
-    }
-}
-
 void* Cookie(long userdata) {
     return reinterpret_cast<void*>(static_cast<intptr_t>(userdata));
 }
@@ -40,13 +33,13 @@ CResetCore::~CResetCore() = default;
 void CResetCore::OnCreate() {
     TAK_LOGI("+++++++++++++Start Reset process.+++++++++++++");
     HistoryLogFileName("tak_reset_history");
-    CallVoidApi(TAK_API_QX_CURL_SSL_LOCK);
+    CTAKCommonHandle::CallVoid(TAK_API_QX_CURL_SSL_LOCK);
     m_TraceMarker("[BEGIN]CResetCore:OnCreate:Reset process start");
     m_SetAppInfoHandle();
     CTAKDBConnection* connection = CTAKDBConnection::GetInstance(false);
     TAK_LOGI("TAK Database pointer %ld", static_cast<long>(reinterpret_cast<intptr_t>(connection)));
-    CallVoidApi(TAK_API_CREATE_CONNECTOR);
-    CallVoidApi(TAK_API_CREATE_INSTALLER);
+    CTAKCommonHandle::CallVoid(TAK_API_CREATE_CONNECTOR);
+    CTAKCommonHandle::CallVoid(TAK_API_CREATE_INSTALLER);
 }
 
 void CResetCore::m_TraceMarker(const char* marker) {
@@ -152,8 +145,8 @@ void CResetCore::m_HandleResetEnd() {
     m_SetExiting();
     m_StopTask(m_Reset, "m_Reset");
     m_StopTask(m_BuiltInAppReset, "m_BuiltInAppReset");
-    CallVoidApi(TAK_API_DESTROY_INSTALLER);
-    CallVoidApi(TAK_API_DESTROY_CONNECTOR);
-    CallVoidApi(TAK_API_QX_CURL_SSL_UNLOCK);
+    CTAKCommonHandle::CallVoid(TAK_API_DESTROY_INSTALLER);
+    CTAKCommonHandle::CallVoid(TAK_API_DESTROY_CONNECTOR);
+    CTAKCommonHandle::CallVoid(TAK_API_QX_CURL_SSL_UNLOCK);
     service_app_exit();
 }

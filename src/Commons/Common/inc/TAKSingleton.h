@@ -4,7 +4,8 @@
 // ask at the same time); it lives until the process ends.
 //
 // m_tSingletonLock is a class-wide lock for T's own use (T decides what it guards). GetInstance() does
-// not take it, so a holder of that lock may still ask for the instance.
+// not take it, so a holder of that lock may still ask for the instance. Its place in the lock order, and
+// what CReset assumes of the library when it holds it, are in TAKLockOrder.h.
 #pragma once
 
 #include <mutex>

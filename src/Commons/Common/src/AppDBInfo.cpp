@@ -75,7 +75,7 @@ bool FieldFromJson(const Json::Value& value, const _APPINFO_FIELD_T& field, _APP
 }  // namespace
 
 bool CAppDBInfo::m_CallInnerServer(const char* method, GVariant* parameters) {
-    GVariant* reply = nullptr;
+    g_autoptr(GVariant) reply = nullptr;
     if (!CProcessDbus::MethodCall(TAK_INNER_SERVER_NAME, TAK_INNER_SERVER_PATH, TAK_INNER_SERVER_INTERFACE,
                                   method, parameters, &reply)) {
         return false;
@@ -83,14 +83,10 @@ bool CAppDBInfo::m_CallInnerServer(const char* method, GVariant* parameters) {
     if (reply == nullptr || !g_variant_is_of_type(reply, G_VARIANT_TYPE("(i)"))) {
         TAK_LOGE("%s: unexpected reply %s", method,
                  reply != nullptr ? g_variant_get_type_string(reply) : "(none)");
-        if (reply != nullptr) {
-            g_variant_unref(reply);
-        }
         return false;
     }
     int result = 0;
     g_variant_get(reply, "(i)", &result);
-    g_variant_unref(reply);
     TAK_LOGD("MethodCall success, result %d (0-fail, 1-success)", result);
     return result == 1;
 }

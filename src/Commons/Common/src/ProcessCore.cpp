@@ -30,14 +30,6 @@ const char kUpdateMarker[] = "/run/tak_update_app";
 const int kAotSvcReady = 2;
 const int kWatchdogServiceType = 48;
 
-// Calls an entry point of the common library that takes no arguments, if the library offers it.
-void CallVoidApi(const char* name) {
-    auto api = reinterpret_cast<TAK_VOID_API>(CTAKCommonHandle::GetSymbolAddress(name));
-    if (api != nullptr) {
-        api();
-    }
-}
-
 // Cookies are addresses written as signed decimals; the unsigned conversion of the common string
 // utilities refuses a sign, so a negative value is converted without it and negated back.
 long ToSignedLong(const std::string& text) {
@@ -121,11 +113,8 @@ void CProcessCore::m_HandleMonitorRequest(app_control_h appControl, const std::s
     m_GetControlData(appControl, "appkey", appKey);
     m_GetControlData(appControl, "caller_pid", callerPid);
     if (event == "cancel_monitor_install") {
-        auto cancel = reinterpret_cast<TAK_CANCEL_MONITOR_INSTALL_API>(
-            CTAKCommonHandle::GetSymbolAddress(TAK_API_CANCEL_MONITOR_INSTALL));
-        if (cancel != nullptr) {
-            cancel(appKey.c_str(), callerPid);
-        }
+        CTAKCommonHandle::CallIfPresent<TAK_CANCEL_MONITOR_INSTALL_API>(TAK_API_CANCEL_MONITOR_INSTALL,
+                                                                        appKey.c_str(), callerPid);
         return;
     }
     _CLIENT_INFO_T client;
@@ -134,8 +123,7 @@ void CProcessCore::m_HandleMonitorRequest(app_control_h appControl, const std::s
     m_GetControlData(appControl, "obj", client.obj);
     m_GetControlData(appControl, "thread_id", client.thread_id);
     m_GetControlData(appControl, "event_index", client.event_index);
-    auto monitor = reinterpret_cast<TAK_MONITOR_INSTALL_API>(
-        CTAKCommonHandle::GetSymbolAddress(TAK_API_MONITOR_INSTALL));
+    auto monitor = CTAKCommonHandle::Find<TAK_MONITOR_INSTALL_API>(TAK_API_MONITOR_INSTALL);
     if (monitor == nullptr) {
         return;
     }
@@ -144,7 +132,7 @@ void CProcessCore::m_HandleMonitorRequest(app_control_h appControl, const std::s
 }
 
 void CProcessCore::m_HandleRecoveryRequest() {
-    CallVoidApi(TAK_API_NOTIFY_RECOVERY_ACTION);
+    CTAKCommonHandle::CallVoid(TAK_API_NOTIFY_RECOVERY_ACTION);
 }
 
 void CProcessCore::m_Init() {
@@ -236,18 +224,15 @@ void CProcessCore::m_SdNotify(void* data) {
 void CProcessCore::m_CreateBinders() {
     bool dangbei = ICSystemInfo::IsDangbeiStoreSupported();
     if (dangbei) {
-        auto create = reinterpret_cast<TAK_CREATE_COMMUNICATOR_BINDER_API>(
-            CTAKCommonHandle::GetSymbolAddress(TAK_API_CREATE_COMMUNICATOR_BINDER));
+        auto create =
+            CTAKCommonHandle::Find<TAK_CREATE_COMMUNICATOR_BINDER_API>(TAK_API_CREATE_COMMUNICATOR_BINDER);
         if (create != nullptr && create(m_BinderServiceRegistered, this) != 0) {
             CommunicatorBinderCreated();
         }
     }
-    auto createAppFW =
-        reinterpret_cast<TAK_VOID_API>(CTAKCommonHandle::GetSymbolAddress(TAK_API_CREATE_APPFW_BINDER));
-    if (createAppFW == nullptr) {
+    if (!CTAKCommonHandle::CallVoid(TAK_API_CREATE_APPFW_BINDER)) {
         return;
     }
-    createAppFW();
     // Without the store nothing waits for the communicator binder: the app-framework binder is enough.
     if (!dangbei) {
         CommunicatorBinderCreated();
@@ -255,8 +240,8 @@ void CProcessCore::m_CreateBinders() {
 }
 
 void CProcessCore::m_DestroyBinders() {
-    CallVoidApi(TAK_API_DESTROY_COMMUNICATOR_BINDER);
-    CallVoidApi(TAK_API_DESTROY_APPFW_BINDER);
+    CTAKCommonHandle::CallVoid(TAK_API_DESTROY_COMMUNICATOR_BINDER);
+    CTAKCommonHandle::CallVoid(TAK_API_DESTROY_APPFW_BINDER);
 }
 
 void CProcessCore::m_BinderServiceRegistered(void* data) {
@@ -288,8 +273,8 @@ void CProcessCore::m_AOTSVCVconfCB(keynode_t* /*node*/, void* data) {
 }
 
 bool CProcessCore::m_CallBoostPair(const char* first, const char* second) {
-    auto firstApi = reinterpret_cast<TAK_VOID_API>(CTAKCommonHandle::GetSymbolAddress(first));
-    auto secondApi = reinterpret_cast<TAK_VOID_API>(CTAKCommonHandle::GetSymbolAddress(second));
+    auto firstApi = CTAKCommonHandle::Find<TAK_VOID_API>(first);
+    auto secondApi = CTAKCommonHandle::Find<TAK_VOID_API>(second);
     if (firstApi == nullptr || secondApi == nullptr) {
         return false;
     }
@@ -300,14 +285,12 @@ bool CProcessCore::m_CallBoostPair(const char* first, const char* second) {
 
 void CProcessCore::m_CheckBoostFlag() {
     const char* marker = platform_path_fixed(kUpdateMarker);
-    GFile* file = g_file_new_for_path(marker);
-    GError* error = nullptr;
+    g_autoptr(GFile) file = g_file_new_for_path(marker);
+    g_autoptr(GError) error = nullptr;
     // Without WATCH_MOVES a file renamed into place or away is still reported as created or deleted.
     m_gFileMonitorHandle = g_file_monitor_file(file, G_FILE_MONITOR_NONE, nullptr, &error);
-    g_object_unref(file);
     if (m_gFileMonitorHandle == nullptr) {
         TAK_LOGE("monitor %s failed: %s", marker, error != nullptr ? error->message : "");
-        g_clear_error(&error);
     } else {
         m_MonitorHandlerId =
             g_signal_connect(m_gFileMonitorHandle, "changed", G_CALLBACK(m_FileChangeCB), this);
@@ -320,7 +303,7 @@ void CProcessCore::m_CheckBoostFlag() {
 
 void CProcessCore::m_FileChangeCB(GFileMonitor* /*monitor*/, GFile* file, GFile* /*otherFile*/,
                                   GFileMonitorEvent event, gpointer /*data*/) {
-    gchar* path = file != nullptr ? g_file_get_path(file) : nullptr;
+    g_autofree gchar* path = file != nullptr ? g_file_get_path(file) : nullptr;
     if (path == nullptr) {
         TAK_LOGE("file name is NULL");
         return;
@@ -339,7 +322,6 @@ void CProcessCore::m_FileChangeCB(GFileMonitor* /*monitor*/, GFile* file, GFile*
             }
         }
     }
-    g_free(path);
 }
 
 void CProcessCore::m_StopFileMonitor() {

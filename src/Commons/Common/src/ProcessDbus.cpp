@@ -19,23 +19,18 @@ bool CProcessDbus::m_GetConnection() {
         return true;
     }
     TAK_LOGD("getting gdus connection...");
-    GError* error = nullptr;
+    g_autoptr(GError) error = nullptr;
     // GIO honours DBUS_SYSTEM_BUS_ADDRESS, which is how a private bus stands in for the system bus.
-    GDBusConnection* connection = g_bus_get_sync(G_BUS_TYPE_SYSTEM, nullptr, &error);
+    g_autoptr(GDBusConnection) connection = g_bus_get_sync(G_BUS_TYPE_SYSTEM, nullptr, &error);
     if (error != nullptr) {
-        gchar* name = g_dbus_error_encode_gerror(error);
+        g_autofree gchar* name = g_dbus_error_encode_gerror(error);
         TAK_LOGE("get sync system bus error %s, detail[message:%s, code:%d] ", name, error->message,
                  error->code);
-        g_free(name);
-        g_error_free(error);
-        if (connection != nullptr) {
-            g_object_unref(connection);
-        }
         return false;
     }
     // A bus that goes away must fail the next report, not end the process.
     g_dbus_connection_set_exit_on_close(connection, FALSE);
-    s_pConnection = connection;
+    s_pConnection = static_cast<GDBusConnection*>(g_steal_pointer(&connection));
     TAK_LOGD("got gdus connection");
     return true;
 }
@@ -59,40 +54,28 @@ bool CProcessDbus::MethodCall(const char* busName, const char* objectPath, const
                               const char* methodName, GVariant* parameters, GVariant** reply) {
     TAK_LOGD("MethodCall : ObjPath:[%s], MethodName:[%s]", objectPath != nullptr ? objectPath : "",
              methodName != nullptr ? methodName : "");
-    if (parameters != nullptr) {
-        g_variant_ref_sink(parameters);
-    }
+    // Owned from here on, so that every return below consumes a floating tuple as promised.
+    g_autoptr(GVariant) owned = parameters != nullptr ? g_variant_ref_sink(parameters) : nullptr;
     if (reply != nullptr) {
         *reply = nullptr;
     }
     if (!m_GetConnection()) {
         TAK_LOGE("Connection is NULL.");
-        if (parameters != nullptr) {
-            g_variant_unref(parameters);
-        }
         return false;
     }
-    GError* error = nullptr;
-    GVariant* result = nullptr;
+    g_autoptr(GError) error = nullptr;
+    g_autoptr(GVariant) result = nullptr;
     if (m_CheckNames(busName, objectPath, interfaceName, methodName, &error)) {
-        result =
-            g_dbus_connection_call_sync(s_pConnection, busName, objectPath, interfaceName, methodName,
-                                        parameters, nullptr, G_DBUS_CALL_FLAGS_NONE, -1, nullptr, &error);
-    }
-    if (parameters != nullptr) {
-        g_variant_unref(parameters);
+        result = g_dbus_connection_call_sync(s_pConnection, busName, objectPath, interfaceName, methodName,
+                                             owned, nullptr, G_DBUS_CALL_FLAGS_NONE, -1, nullptr, &error);
     }
     if (error != nullptr) {
-        gchar* name = g_dbus_error_encode_gerror(error);
+        g_autofree gchar* name = g_dbus_error_encode_gerror(error);
         TAK_LOGE("method call false.%s, detail[message:%s, code:%d] ", name, error->message, error->code);
-        g_free(name);
-        g_error_free(error);
         return false;
     }
     if (reply != nullptr) {
-        *reply = result;
-    } else if (result != nullptr) {
-        g_variant_unref(result);
+        *reply = static_cast<GVariant*>(g_steal_pointer(&result));
     }
     TAK_LOGD("method call success");
     return true;
@@ -217,8 +200,6 @@ std::string CProcessDbus::ValidUtf8(const std::string& text) {
     if (g_utf8_validate(begin, -1, nullptr)) {
         return text.c_str();
     }
-    gchar* valid = g_utf8_make_valid(begin, -1);
-    std::string out(valid);
-    g_free(valid);
-    return out;
+    g_autofree gchar* valid = g_utf8_make_valid(begin, -1);
+    return std::string(valid);
 }
