@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "BuiltInAppList.h"
+#include "BuiltInResetRules.h"
 #include "TestLog.h"
 
 namespace {
@@ -321,4 +322,116 @@ TEST(ABuiltInResetCondition, SkipsWhatCannotBeResetAndWaitsForBackgroundUpdates)
                         std::string("robot:robot.orvix ") + CBuiltInAppList::INSTANT_RESET_KEY),
               query.metadataAsked.end());
     EXPECT_STREQ(CBuiltInAppList::INSTANT_RESET_KEY, "http://orvix.com/tv/metadata/prefer_instant_reset");
+}
+
+// Writes each decision it hears as one line.
+struct RecordingObserver : CBuiltInAppList::Observer {
+    std::vector<std::string> events;
+
+    void OnHomePackage(CBuiltInAppList::HomePackageKind kind, const std::string& pkgId) override {
+        const char* names[] = {"base", "installed test", "candidate"};
+        events.push_back(std::string("home ") + names[kind] + " " + pkgId);
+    }
+    void OnRemoved(const OPENAPI_BUILTIN_APP_INFO& app, const std::string& pkgid,
+                   const OPENAPI_REQUIRE_INFO* require, bool versionKnown,
+                   const std::string& installedVersion) override {
+        std::string why = require == nullptr ? "own package" : "requires " + require->version;
+        events.push_back("removed " + app.appId + " by " + pkgid + ": " + why + ", installed " +
+                         (versionKnown ? installedVersion : "unknown"));
+    }
+    void OnMoved(const OPENAPI_BUILTIN_APP_INFO& required, const OPENAPI_BUILTIN_APP_INFO& app) override {
+        events.push_back("moved " + required.appId + " before " + app.appId);
+    }
+    void OnSkipped(const OPENAPI_BUILTIN_APP_INFO& app, CBuiltInAppList::SkipReason reason,
+                   const std::string* metadata) override {
+        const char* names[] = {"not installed", "no instant reset", "not removable"};
+        events.push_back("skipped " + app.appId + ": " + names[reason] +
+                         (metadata != nullptr ? " \"" + *metadata + "\"" : ""));
+    }
+    void OnAccepted(const OPENAPI_BUILTIN_APP_INFO& app, bool updating) override {
+        events.push_back("accepted " + app.appId + (updating ? " (updating)" : ""));
+    }
+};
+
+TEST(ABuiltInListObserver, HearsEveryDecisionInTheOrderMadeWithoutChangingAny) {
+    ScriptedQuery query;
+    for (const char* pkg : {"pkg.alpha", "pkg.beta", "pkg.upper", "pkg.nometa", "pkg.fixed", "pkg.busy"}) {
+        query.versions[pkg] = "1.0";
+    }
+    query.versions["pkg.home"] = "4.9";
+    query.versions["pkg.test"] = "unreadable";
+    query.instantReset = {{"pkg.alpha", "true"},
+                          {"pkg.beta", "true"},
+                          {"pkg.upper", "TRUE"},
+                          {"pkg.fixed", "true"},
+                          {"pkg.busy", "true"}};
+    query.notRemovable = {"pkg.fixed"};
+    query.updating = {"pkg.busy"};
+    query.homeTests = {TestApp("pkg.test")};
+    query.candidates = {TestApp("pkg.cand")};
+    const BUILTIN_APP_LIST input = {App("beta", {"alpha"}),
+                                    App("home", {}, "pkg.home"),
+                                    Requiring("needs", "pkg.home", "5.0"),
+                                    Requiring("fits", "pkg.home", "4.0"),
+                                    Requiring("tested", "pkg.test", "1.0"),
+                                    App("cand", {}, "pkg.cand"),
+                                    App("upper"),
+                                    App("nometa"),
+                                    App("fixed"),
+                                    App("missing"),
+                                    App("busy"),
+                                    App("alpha")};
+
+    RecordingObserver observer;
+    std::vector<std::string> waiting;
+    LogMark mark;
+    BUILTIN_APP_LIST heard =
+        CBuiltInResetRules::InstantResetList(input, "pkg.home", query, waiting, &observer);
+    std::string log = mark.Text();
+    std::vector<std::string> waitingUnheard;
+    BUILTIN_APP_LIST unheard = CBuiltInResetRules::InstantResetList(input, "pkg.home", query, waitingUnheard);
+
+    EXPECT_EQ(Ids(heard), (std::vector<std::string>{"alpha", "beta", "busy"}));
+    EXPECT_EQ(Ids(unheard), Ids(heard));
+    EXPECT_EQ(waiting, std::vector<std::string>{"pkg.busy"});
+    EXPECT_EQ(waitingUnheard, waiting);
+    EXPECT_EQ(observer.events, (std::vector<std::string>{
+                                   "home base pkg.home",
+                                   "removed home by pkg.home: own package, installed 4.9",
+                                   "removed needs by pkg.home: requires 5.0, installed 4.9",
+                                   "home installed test pkg.test",
+                                   "removed tested by pkg.test: requires 1.0, installed unknown",
+                                   "home candidate pkg.cand",
+                                   "removed cand by pkg.cand: own package, installed unknown",
+                                   "moved alpha before beta",
+                                   "accepted alpha",
+                                   "accepted beta",
+                                   "skipped fits: not installed",
+                                   "skipped upper: no instant reset \"TRUE\"",
+                                   "skipped nometa: no instant reset",
+                                   "skipped fixed: not removable",
+                                   "skipped missing: not installed",
+                                   "accepted busy (updating)",
+                               }));
+    // The reset's own lines stay as they were, and each app taken is logged as added.
+    size_t at = 0;
+    for (const char* line :
+         {"Home base pkg pkg.home", "add require app alpha before app beta",
+          "add alpha to instant reset list", "add beta to instant reset list",
+          "upper[pkg.upper] not support instant reset, skip it", "add busy to instant reset list"}) {
+        at = log.find(line, at);
+        ASSERT_NE(at, std::string::npos) << line;
+    }
+    EXPECT_EQ(log.find("add upper to instant reset list"), std::string::npos);
+}
+
+TEST(ABuiltInResetCondition, PassesOnlyWithTheUpgraderAllowedAndNoResetInProcess) {
+    EXPECT_TRUE(CBuiltInResetRules::ConditionPasses(true, 0));
+    EXPECT_FALSE(CBuiltInResetRules::ConditionPasses(false, 0));
+    EXPECT_FALSE(CBuiltInResetRules::ConditionPasses(true, 1));
+    EXPECT_FALSE(CBuiltInResetRules::ConditionPasses(true, -2));
+    EXPECT_EQ(CBuiltInResetRules::ResetInProcessValue(true), 1);
+    EXPECT_EQ(CBuiltInResetRules::ResetInProcessValue(false), 2);
+    EXPECT_STREQ(CBuiltInResetRules::ResultName(true), "biu_service_reset_result");
+    EXPECT_STREQ(CBuiltInResetRules::ResultName(false), "biu_app_reset_result");
 }

@@ -70,6 +70,9 @@ std::string CBuiltInAppList::CandidateFilePath() {
 
 void CBuiltInAppList::RemoveHomeBasePkg(const std::string& homeBasePkgId, BUILTIN_APP_LIST& list) {
     TAK_LOGI("Home base pkg %s", homeBasePkgId.c_str());
+    if (m_pObserver != nullptr) {
+        m_pObserver->OnHomePackage(HOME_BASE_PACKAGE, homeBasePkgId);
+    }
     RemoveFromBuiltInList(homeBasePkgId, list);
 }
 
@@ -78,12 +81,18 @@ void CBuiltInAppList::RemoveHomeTestVersion(BUILTIN_APP_LIST& list) {
     m_rQuery.HomeTestList(installed);
     for (const HOME_TEST_APP& test : installed) {
         TAK_LOGI("check Home installed test pkg %s", test.pkgId.c_str());
+        if (m_pObserver != nullptr) {
+            m_pObserver->OnHomePackage(HOME_INSTALLED_TEST, test.pkgId);
+        }
         RemoveFromBuiltInList(test.pkgId, list);
     }
     std::vector<HOME_TEST_APP> candidates;
     m_rQuery.CandidateList(CandidateFilePath(), candidates);
     for (const HOME_TEST_APP& candidate : candidates) {
         TAK_LOGI("check Home test candidate pkg %s", candidate.pkgId.c_str());
+        if (m_pObserver != nullptr) {
+            m_pObserver->OnHomePackage(HOME_TEST_CANDIDATE, candidate.pkgId);
+        }
         RemoveFromBuiltInList(candidate.pkgId, list);
     }
 }
@@ -94,6 +103,9 @@ void CBuiltInAppList::RemoveFromBuiltInList(const std::string& pkgid, BUILTIN_AP
     for (auto it = list.begin(); it != list.end();) {
         if (it->pkgId == pkgid) {
             TAK_LOGN("remove Home base/test pkg %s from general biu list", pkgid.c_str());
+            if (m_pObserver != nullptr) {
+                m_pObserver->OnRemoved(*it, pkgid, nullptr, versionKnown, installedVersion);
+            }
             it = list.erase(it);
             continue;
         }
@@ -105,11 +117,14 @@ void CBuiltInAppList::RemoveFromBuiltInList(const std::string& pkgid, BUILTIN_AP
         }
         TAK_LOGN("remove %s because it requires higher Home base/test pkg version than installed version",
                  it->appId.c_str());
+        if (m_pObserver != nullptr) {
+            m_pObserver->OnRemoved(*it, pkgid, require, versionKnown, installedVersion);
+        }
         it = list.erase(it);
     }
 }
 
-void CBuiltInAppList::AssembleBuiltInList(BUILTIN_APP_LIST& list) {
+void CBuiltInAppList::AssembleBuiltInList(BUILTIN_APP_LIST& list, Observer* observer) {
     BUILTIN_APP_LIST work;
     work.swap(list);
     list.reserve(work.size());
@@ -132,6 +147,9 @@ void CBuiltInAppList::AssembleBuiltInList(BUILTIN_APP_LIST& list) {
                 }
                 TAK_LOGI("add require app %s before app %s", work[candidate].appId.c_str(),
                          work[current].appId.c_str());
+                if (observer != nullptr) {
+                    observer->OnMoved(work[candidate], work[current]);
+                }
                 taken[candidate] = true;
                 list.push_back(std::move(work[candidate]));
                 break;
@@ -148,19 +166,34 @@ bool CBuiltInAppList::CheckResetCondition(const OPENAPI_BUILTIN_APP_INFO& app,
     const char* pkgId = app.pkgId.c_str();
     if (!m_rQuery.IsInstalled(app.pkgId, robot)) {
         TAK_LOGN("%s[%s] not installed, skip it", appId, pkgId);
+        m_Skipped(app, SKIP_NOT_INSTALLED, nullptr);
         return false;
     }
     std::string value;
-    if (!m_rQuery.MetadataValue(app, robot, INSTANT_RESET_KEY, value) || value != INSTANT_RESET_VALUE) {
+    bool found = m_rQuery.MetadataValue(app, robot, INSTANT_RESET_KEY, value);
+    if (!found || value != INSTANT_RESET_VALUE) {
         TAK_LOGN("%s[%s] not support instant reset, skip it", appId, pkgId);
+        m_Skipped(app, SKIP_NO_INSTANT_RESET, found ? &value : nullptr);
         return false;
     }
     if (!m_rQuery.IsRemovable(app.pkgId, robot)) {
         TAK_LOGN("%s[%s] not removable, skip it", appId, pkgId);
+        m_Skipped(app, SKIP_NOT_REMOVABLE, nullptr);
         return false;
     }
-    if (m_rQuery.IsUpdating(app.appId, app.pkgId)) {
+    bool updating = m_rQuery.IsUpdating(app.appId, app.pkgId);
+    if (updating) {
         waitingList.push_back(app.pkgId);
     }
+    if (m_pObserver != nullptr) {
+        m_pObserver->OnAccepted(app, updating);
+    }
     return true;
+}
+
+void CBuiltInAppList::m_Skipped(const OPENAPI_BUILTIN_APP_INFO& app, SkipReason reason,
+                                const std::string* metadata) {
+    if (m_pObserver != nullptr) {
+        m_pObserver->OnSkipped(app, reason, metadata);
+    }
 }
