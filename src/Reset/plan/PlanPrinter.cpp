@@ -240,10 +240,18 @@ void TextProgress(std::string& out, const RESET_PLAN_T& plan) {
         Add(out, "\nProgress: none (the request names no method)\n");
         return;
     }
-    Add(out,
-        "\nProgress to managerclient.%s, method \"%s\": 500 with the count, 501 after each install, 502 at "
-        "the end\n",
-        client.obj.c_str(), client.method.c_str());
+    std::string states;
+    if (!plan.conditionPasses) {
+        states = "500 with 0, then 502";
+    } else if (!plan.listed) {
+        states = "502 only when its task is ended";
+    } else {
+        size_t count = std::count_if(plan.order.begin(), plan.order.end(),
+                                     [](const PLAN_BUILTIN_APP_T& app) { return app.install; });
+        states = "500 with " + std::to_string(count) + ", 501 after each install, 502 at the end";
+    }
+    Add(out, "\nProgress to managerclient.%s, method \"%s\": %s\n", client.obj.c_str(), client.method.c_str(),
+        states.c_str());
 }
 
 Json::Value Nullable(bool known, const Json::Value& value) {

@@ -165,7 +165,7 @@ bool CResetPlan::m_LibraryLoaded() {
     return true;
 }
 
-bool CResetPlan::m_ReadApps(std::list<_APPINFO_T>& apps) {
+bool CResetPlan::m_ProbeDatabase() {
     const std::string path = CTAKDBConnection::GetDBPath();
     if (CTAKDBConnection::GetInstance(false) == nullptr) {
         m_tPlan.problems.push_back(g_file_test(path.c_str(), G_FILE_TEST_EXISTS)
@@ -179,7 +179,6 @@ bool CResetPlan::m_ReadApps(std::list<_APPINFO_T>& apps) {
         return false;
     }
     ++m_nSourcesRead;
-    apps = CAppDBInfo::GetAllAppList();
     return true;
 }
 
@@ -188,7 +187,9 @@ void CResetPlan::m_PlanAppsReset() {
     int factoryReset = 0;
     ICVConf::Get(kFactoryResetKey, factoryReset);
     std::list<_APPINFO_T> apps;
-    m_ReadApps(apps);
+    if (m_ProbeDatabase()) {
+        apps = CAppDBInfo::GetAllAppList();
+    }
 
     const bool canUninstall = LookUp<TAK_INSTALL_API>(TAK_API_UNINSTALL_APP) != nullptr;
     m_tPlan.uninstallsApps = CAppsResetRules::UninstallsApps(kind, m_tPlan.aotBoard);
@@ -295,6 +296,8 @@ void CResetPlan::m_AddSetting(const RESET_SETTING_T& write) {
 void CResetPlan::m_PlanBuiltInReset() {
     const bool service = m_tPlan.request.IsService();
     m_tPlan.resultName = CBuiltInResetRules::ResultName(service);
+    // The Home test list comes from the database.
+    m_ProbeDatabase();
     CBuiltInResetRules::ReadCondition(m_tPlan.serverUpgrade, m_tPlan.resetInProcess);
     m_tPlan.conditionPasses =
         CBuiltInResetRules::ConditionPasses(m_tPlan.serverUpgrade, m_tPlan.resetInProcess);

@@ -15,6 +15,7 @@
 // when nothing at all could be read.
 #pragma once
 
+#include <list>
 #include <string>
 #include <vector>
 
@@ -141,7 +142,8 @@ public:
 private:
     void m_PlanAppsReset();
     void m_PlanBuiltInReset();
-    bool m_ReadApps(std::list<_APPINFO_T>& apps);
+    // Whether the app database answers; names it as a problem when not.
+    bool m_ProbeDatabase();
     void m_PlanApps(RESET_KIND_E kind, std::list<_APPINFO_T>&& apps, int factoryReset);
     void m_PlanCleanUp(RESET_KIND_E kind);
     void m_PlanAppsSettings(RESET_KIND_E kind, int factoryReset);
