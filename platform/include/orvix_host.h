@@ -30,6 +30,10 @@ bool MakeDirs(const std::string& path);
 // contents or the new ones, never a part. On failure, `error` (when given) says why.
 bool WriteFileAtomically(const std::string& path, const std::string& text, std::string* error = nullptr);
 
+// True for a key of the host settings store: "db/" or "memory/", then components of letters, digits,
+// '_', '-' and '.' (none starting with a dot). The vconf calls refuse any other key with a log line.
+bool IsSettingsKey(const char* key);
+
 // The shortest text that reads back as the same double (how the settings store writes doubles).
 std::string ShortestDoubleText(double value);
 

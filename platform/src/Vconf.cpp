@@ -668,6 +668,14 @@ int GetNumber(const char* key, int type, int* value) {
 
 }  // namespace
 
+namespace orvix::host {
+
+bool IsSettingsKey(const char* key) {
+    return ValidKey(key);
+}
+
+}  // namespace orvix::host
+
 extern "C" {
 
 const char* vconf_keynode_get_name(keynode_t* node) {

@@ -4,8 +4,10 @@
 #include <signal.h>
 
 #include <fstream>
+#include <regex>
 
 #include "HostFixture.h"
+#include "PtyProgram.h"
 #include "platform_path.h"
 #include "system_info.h"
 
@@ -92,6 +94,123 @@ TEST_F(OrvixHost, PathCallsAndLogPrintWhatTheyAreAskedFor) {
     EXPECT_EQ(Host({"log"}).out, "a line\n");
     ExpectRefused({{"path", "5"}, {"path", "x"}, {"path", ""}, {"path", "24x"}});
     ExpectRefused({{"log", "../etc/sysinfo"}, {"calls", "extra"}});
+}
+
+TEST_F(OrvixHost, RefusesWhatCannotSucceedWithOneLineAndStartsOrWritesNothing) {
+    struct Case {
+        std::vector<std::string> command;
+        int status;
+        const char* says;
+    };
+    const Case cases[] = {
+        {{"launch", "reset=tak_app_reset"}, 2, "orvix-host up"},  // no bus yet
+        {{"launch"}, 2, "KEY=VALUE"},
+        {{"launch", "--"}, 2, "KEY=VALUE"},
+        {{"launch", "reset=end"}, 1, "nothing to end"},
+        {{"log", "nosuch"}, 2, "no log of 'nosuch'"},
+        {{"log", "--level", "X"}, 2, "unknown level"},
+        {{"settings", "set", "db/bad key", "1"}, 2, "malformed KEY"},
+        {{"settings", "set", "-t", "int", "nodb/x", "1"}, 2, "malformed KEY"},
+        {{"settings", "set", "db/tak/.hidden", "1"}, 2, "malformed KEY"},
+        {{"settings", "get", "memory/../x"}, 2, "malformed KEY"},
+        {{"help", "nosuch"}, 2, "unknown subcommand"},
+    };
+    for (const auto& c : cases) {
+        RunResult result = Host(c.command);
+        std::string name = JsonLine(Json::Value(c.command.back()));
+        EXPECT_EQ(result.status, c.status) << name;
+        EXPECT_EQ(std::count(result.err.begin(), result.err.end(), '\n'), 1) << name << ": " << result.err;
+        EXPECT_NE(result.err.find(c.says), std::string::npos) << name << ": " << result.err;
+        EXPECT_EQ(result.out, "") << name;
+    }
+    EXPECT_FALSE(AppRunning());
+    EXPECT_EQ(access(LogPath(AppName()).c_str(), F_OK), -1) << "a refused launch started " << AppName();
+    EXPECT_EQ(access((Root() + "/var/lib/vconf/db/bad key").c_str(), F_OK), -1);
+
+    char empty[] = "/tmp/orvix-uninitialised-XXXXXX";
+    ASSERT_NE(mkdtemp(empty), nullptr);
+    for (const char* command : {"calls", "log"}) {
+        RunResult result = orvix::test::RunProgram({OrvixHostPath(), command}, {{"ORVIX_HOST_ROOT", empty}});
+        EXPECT_EQ(result.status, 2) << command;
+        EXPECT_NE(result.err.find("orvix-host init"), std::string::npos) << command << ": " << result.err;
+    }
+    rmdir(empty);
+}
+
+TEST_F(OrvixHost, HelpListsEverySubcommandAndItsOptionsAndNamesTheRoot) {
+    RunResult help = Host({"help"});
+    ASSERT_EQ(help.status, 0) << help.err;
+    EXPECT_EQ(Host({"-h"}).out, help.out);
+    EXPECT_EQ(Host({"--help"}).out, help.out);
+    EXPECT_NE(help.out.find("ORVIX_HOST_ROOT (now " + Root() + ")"), std::string::npos) << help.out;
+    struct Subcommand {
+        const char* name;
+        std::vector<const char*> options;
+    };
+    const Subcommand subcommands[] = {
+        {"init", {"--apps=N", "--builtin=M"}},
+        {"up", {}},
+        {"down", {}},
+        {"launch", {"--extra-file=KEY=PATH"}},
+        {"client", {"--foreground"}},
+        {"calls", {"--follow"}},
+        {"log", {"--follow", "--level=E|W|I|D"}},
+        {"settings", {"--type=TYPE"}},
+        {"config", {}},
+        {"sysinfo", {}},
+        {"pkg", {"--version=V", "--meta=KEY=VALUE"}},
+        {"path", {}},
+        {"libtak", {}},
+    };
+    for (const auto& subcommand : subcommands) {
+        std::string name = subcommand.name;
+        // One line of the list: the name, then what it does.
+        EXPECT_TRUE(std::regex_search(help.out, std::regex("\n  " + name + " +[a-z].*\n"))) << name;
+        RunResult own = Host({"help", name});
+        EXPECT_EQ(own.status, 0) << name;
+        EXPECT_EQ(own.out.rfind("Usage:\n  orvix-host " + name + " ", 0), 0) << own.out;
+        EXPECT_NE(own.out.find("ORVIX_HOST_ROOT"), std::string::npos) << own.out;
+        EXPECT_EQ(Host({name, "--help"}).out, own.out) << name;
+        for (const char* option : subcommand.options) {
+            EXPECT_TRUE(
+                std::regex_search(own.out, std::regex(std::string("\n  (-., )?") + option + " +[a-z]")))
+                << name << " " << option << ":\n"
+                << own.out;
+        }
+    }
+}
+
+TEST_F(OrvixHost, LogKeepsLinesOfTheLevelAndAboveAndItsColoursOnlyOnATerminal) {
+    const std::string kDebug = "11-23 20:29:14.715 D/TAK(  1:  1): \x1b[34mdebug\x1b[0m\n";
+    const std::string kInfo = "11-23 20:29:14.716 I/TAK(  1:  1): \x1b[33minfo\x1b[0m\n";
+    const std::string kWarning = "11-23 20:29:14.717 W/ORVIX(  1:  1): warning\n";
+    const std::string kError = "11-23 20:29:14.718 E/TAK(  1:  1): \x1b[31merror\x1b[0m\n";
+    const std::string kGlib = "(tak-reset:1): GLib-GIO-WARNING **: 20:29:14.719: not a platform line\n";
+    const std::string kLast = "11-23 20:29:14.720 E/TAK(  1:  1): \x1b[31mcut short\x1b[0m";
+    std::ofstream(LogPath("tak-reset")) << kDebug << kInfo << kWarning << kError << kGlib << kLast;
+    auto plain = [](std::string text) { return std::regex_replace(text, std::regex("\x1b\\[[0-9;]*m"), ""); };
+    struct Case {
+        std::vector<std::string> options;
+        std::string shown;
+    };
+    const Case cases[] = {
+        {{}, kDebug + kInfo + kWarning + kError + kGlib + kLast},
+        {{"--level", "D"}, kDebug + kInfo + kWarning + kError + kGlib + kLast},
+        {{"--level", "I"}, kInfo + kWarning + kError + kGlib + kLast},
+        {{"--level=W"}, kWarning + kError + kGlib + kLast},
+        {{"-l", "e"}, kError + kGlib + kLast},
+    };
+    for (const auto& c : cases) {
+        std::vector<std::string> command = {"log"};
+        command.insert(command.end(), c.options.begin(), c.options.end());
+        RunResult result = Host(command);
+        EXPECT_EQ(result.status, 0) << result.err;
+        EXPECT_EQ(result.out, plain(c.shown)) << (c.options.empty() ? "no level" : c.options.back());
+    }
+    orvix::test::PtyProgram terminal({OrvixHostPath(), "log", "--level", "E"}, {{"ORVIX_HOST_ROOT", Root()}});
+    EXPECT_EQ(terminal.Wait(), 0);
+    EXPECT_NE(terminal.Output().find("\x1b[31merror\x1b[0m"), std::string::npos) << terminal.Output();
+    EXPECT_EQ(terminal.Output().find("debug"), std::string::npos) << terminal.Output();
 }
 
 TEST_F(OrvixHost, FlagsFollowSysinfoSetWhichRefusesBadValuesAndAnythingButABooleanReadsFalse) {

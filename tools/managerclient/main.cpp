@@ -1,6 +1,7 @@
 // orvix-managerclient OBJ: owns "org.orvix.tv.vardell.managerclient." + OBJ on the bus of
-// $DBUS_SYSTEM_BUS_ADDRESS and records every call to its object until SIGTERM or SIGINT. On a terminal
-// it draws the progress it is told about on standard error.
+// $DBUS_SYSTEM_BUS_ADDRESS and records every call to its object until SIGTERM or SIGINT. It shows the
+// progress it is told about on standard error: as bars on a terminal, else as one line per step (the
+// log of a background client).
 #include <unistd.h>
 
 #include <cstdio>
@@ -13,7 +14,7 @@ int main(int argc, char** argv) {
         fprintf(stderr, "usage: %s OBJ (OBJ: letters, digits and '_', not starting with a digit)\n", argv[0]);
         return 2;
     }
-    CManagerClient client(argv[1], isatty(STDERR_FILENO) ? stderr : nullptr);
+    CManagerClient client(argv[1], stderr, isatty(STDERR_FILENO) != 0);
     CBusStandIn standIn(client.Who(), client.BusName(), client.ObjectPath(), client.InterfaceName(),
                         [&client](const std::string& method, GVariant* parameters, const std::string&) {
                             return client.Handle(method, parameters);

@@ -61,15 +61,6 @@ std::string BusConfig() {
            "</busconfig>\n";
 }
 
-std::string PidFileOf(const std::string& name) {
-    return PidDirectory() + "/" + name + ".pid";
-}
-
-bool IsRecordedRunning(const std::string& name) {
-    ProcessId id;
-    return ReadPidFile(PidFileOf(name), id) && IsRunning(id);
-}
-
 // Reads the line dbus-daemon prints once it listens.
 bool ReadLine(int fd, int timeoutMs, std::string& line) {
     gint64 deadline = g_get_monotonic_time() + static_cast<gint64>(timeoutMs) * 1000;
@@ -163,14 +154,36 @@ void StopStandIns() {
     StopProcesses(standIns, ignored);
 }
 
-bool IsUp() {
-    return IsRecordedRunning("dbus-daemon") && access(BusSocketPath().c_str(), F_OK) == 0;
+// Stops the background client `name`, so that a foreground one can own its bus name. Calls made in the
+// moment between the two find no client, as they would while any client restarts.
+bool TakeOver(const std::string& name, const ProcessId& running, const std::string& busName,
+              std::string& error) {
+    KitProcess process;
+    process.name = name;
+    process.pidFile = PidFileOf(name);
+    process.id = running;
+    if (!StopProcesses({process}, error) ||
+        !WaitForBusNameReleased(BusAddress(), busName, kStartTimeoutMs, error)) {
+        return false;
+    }
+    unlink(process.pidFile.c_str());
+    printf("%s ran in the background (pid %d): stopped; this terminal shows its progress from now on\n",
+           name.c_str(), static_cast<int>(running.pid));
+    fflush(stdout);
+    return true;
 }
 
 }  // namespace
 
 int RunUp(int argc, char** argv) {
     const char kCommand[] = "up";
+    if (AsksForHelp(argc, argv)) {
+        return ShowHelp(
+            kCommand, nullptr,
+            "Starts a private dbus-daemon (socket <root>/run/dbus/system_bus_socket) and the stand-in\n"
+            "inner server unless they run, and writes the export line to <root>/run/env as well.\n"
+            "Running it again is harmless and restarts what died.");
+    }
     if (argc > 1) {
         return UsageError(kCommand, std::string("unexpected argument '") + argv[1] + "'");
     }
@@ -179,7 +192,7 @@ int RunUp(int argc, char** argv) {
     }
     std::string error;
     MakeDirs(PidDirectory());
-    if (!IsUp()) {
+    if (!IsBusUp()) {
         StopStandIns();
         if (!StartBus(error)) {
             return Failure(kCommand, error);
@@ -201,6 +214,12 @@ int RunUp(int argc, char** argv) {
 
 int RunDown(int argc, char** argv) {
     const char kCommand[] = "down";
+    if (AsksForHelp(argc, argv)) {
+        return ShowHelp(
+            kCommand, nullptr,
+            "Stops tak-reset, the manager clients, the inner server and the bus of the root with\n"
+            "their process groups, and removes their pid files, sockets and <root>/run/env.");
+    }
     if (argc > 1) {
         return UsageError(kCommand, std::string("unexpected argument '") + argv[1] + "'");
     }
@@ -228,11 +247,13 @@ int RunClient(int argc, char** argv) {
     const char kCommand[] = "client";
     gboolean foreground = FALSE;
     const GOptionEntry entries[] = {
-        {"foreground", 0, 0, G_OPTION_ARG_NONE, &foreground, "run in place of orvix-host", nullptr},
+        {"foreground", 0, 0, G_OPTION_ARG_NONE, &foreground,
+         "run here and draw progress on this terminal (takes over a background client OBJ)", nullptr},
         {nullptr, 0, 0, G_OPTION_ARG_NONE, nullptr, nullptr, nullptr},
     };
-    if (!ParseOptions(kCommand, entries, argc, argv)) {
-        return kUsageError;
+    int status = 0;
+    if (!ParseOptions(kCommand, entries, argc, argv, status)) {
+        return status;
     }
     if (argc != 2) {
         return UsageError(kCommand, "expected one object name: client OBJ [--foreground]");
@@ -249,7 +270,7 @@ int RunClient(int argc, char** argv) {
     if (!RequireInitialisedRoot(kCommand)) {
         return kUsageError;
     }
-    if (!IsUp()) {
+    if (!IsBusUp()) {
         return UsageError(kCommand, "the bus of " + Root() + " is not up (run orvix-host up first)");
     }
     std::string error;
@@ -258,9 +279,18 @@ int RunClient(int argc, char** argv) {
         return Failure(kCommand, error);
     }
     std::string name = "managerclient." + obj;
-    if (IsRecordedRunning(name)) {
-        printf("%s already runs\n", name.c_str());
-        return 0;
+    ProcessId running;
+    if (IsRecordedRunning(name, &running)) {
+        if (!foreground) {
+            printf(
+                "%s already runs (pid %d; its progress: orvix-host log %s); "
+                "orvix-host client %s --foreground takes it over on this terminal\n",
+                name.c_str(), static_cast<int>(running.pid), name.c_str(), obj.c_str());
+            return 0;
+        }
+        if (!TakeOver(name, running, "org.orvix.tv.vardell.managerclient." + obj, error)) {
+            return Failure(kCommand, error);
+        }
     }
     if (foreground) {
         // The pid stays the same across exec, so down finds the client under this record.

@@ -1,14 +1,18 @@
 // The subcommands of orvix-host. Each one is a row of the table in main.cpp; its run function gets the
 // arguments from the subcommand's own name on (argv[0] is "settings" for "orvix-host settings get K").
 // A subcommand reports bad input with one line on standard error and a non-zero status, and then has
-// changed nothing.
+// changed nothing. Every subcommand answers -h and --help with its help (KitCommand.h: ShowHelp).
 #pragma once
 
 struct Command {
     const char* name;
     int (*run)(int argc, char** argv);
-    const char* usage;  // one line, without the leading "orvix-host "
+    const char* parameters;  // what follows "orvix-host NAME [OPTION…]" in its usage line
+    const char* summary;     // one line: what it does
 };
+
+// The row of a subcommand, or nullptr.
+const Command* FindCommand(const char* name);
 
 // Exit status of bad input (unknown subcommand, missing argument, bad value).
 const int kUsageError = 2;

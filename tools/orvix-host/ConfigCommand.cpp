@@ -153,6 +153,13 @@ int Set(int argc, char** argv) {
 }  // namespace
 
 int RunConfig(int argc, char** argv) {
+    if (AsksForHelp(argc, argv)) {
+        return ShowHelp(
+            kCommand, nullptr,
+            "get KEY prints a value of TAKConfigTable (read from the database file; exit status 1 "
+            "for a key\nwithout a row); set KEY VALUE changes it through the inner server (needs "
+            "up).\nKEY: letters, digits and '_', e.g. HOME_TEST_LIST, RESERVED_16.");
+    }
     if (argc < 2) {
         return UsageError(kCommand, kUsage);
     }

@@ -9,6 +9,7 @@
 #include <unistd.h>
 
 #include <cstring>
+#include <functional>
 
 #include "orvix_host.h"
 #include "orvix_launch.h"
@@ -135,6 +136,25 @@ std::string LogFile(const std::string& name) {
     return UnderRoot("var/log/" + name + ".log");
 }
 
+std::string PidFileOf(const std::string& name) {
+    return PidDirectory() + "/" + name + ".pid";
+}
+
+bool IsRecordedRunning(const std::string& name, ProcessId* id) {
+    ProcessId found;
+    if (!ReadPidFile(PidFileOf(name), found) || !IsRunning(found)) {
+        return false;
+    }
+    if (id != nullptr) {
+        *id = found;
+    }
+    return true;
+}
+
+bool IsBusUp() {
+    return IsRecordedRunning("dbus-daemon") && access(BusSocketPath().c_str(), F_OK) == 0;
+}
+
 pid_t SpawnDetached(const SpawnOptions& options, std::string& error) {
     std::vector<std::string> argv = options.argv;
     std::vector<std::string> environment = ChildEnvironment(options);
@@ -232,9 +252,10 @@ bool StopProcesses(const std::vector<KitProcess>& processes, std::string& error)
     return true;
 }
 
-bool WaitForBusName(const std::string& address, const std::string& name, const ProcessId& owner,
-                    int timeoutMs, std::string& error) {
-    GError* gerror = nullptr;
+namespace {
+
+GDBusConnection* ConnectTo(const std::string& address, std::string& error) {
+    g_autoptr(GError) gerror = nullptr;
     GDBusConnection* connection = g_dbus_connection_new_for_address_sync(
         address.c_str(),
         static_cast<GDBusConnectionFlags>(G_DBUS_CONNECTION_FLAGS_AUTHENTICATION_CLIENT |
@@ -242,32 +263,59 @@ bool WaitForBusName(const std::string& address, const std::string& name, const P
         nullptr, nullptr, &gerror);
     if (connection == nullptr) {
         error = std::string("cannot connect to the bus: ") + gerror->message;
-        g_error_free(gerror);
+    }
+    return connection;
+}
+
+bool NameHasOwner(GDBusConnection* connection, const std::string& name) {
+    g_autoptr(GVariant) reply = g_dbus_connection_call_sync(
+        connection, "org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus", "NameHasOwner",
+        g_variant_new("(s)", name.c_str()), G_VARIANT_TYPE("(b)"), G_DBUS_CALL_FLAGS_NONE, 5000, nullptr,
+        nullptr);
+    gboolean has = FALSE;
+    if (reply != nullptr) {
+        g_variant_get(reply, "(b)", &has);
+    }
+    return has;
+}
+
+// Polls the owner of `name` until it is `wanted`, `keepWaiting` says stop, or the time-out passes.
+bool WaitForOwnership(const std::string& address, const std::string& name, bool wanted,
+                      const std::function<bool()>& keepWaiting, int timeoutMs, std::string& error) {
+    g_autoptr(GDBusConnection) connection = ConnectTo(address, error);
+    if (connection == nullptr) {
         return false;
     }
     gint64 deadline = g_get_monotonic_time() + static_cast<gint64>(timeoutMs) * 1000;
-    bool owned = false;
-    while (!owned && IsRunning(owner) && g_get_monotonic_time() < deadline) {
-        GVariant* reply = g_dbus_connection_call_sync(
-            connection, "org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus",
-            "NameHasOwner", g_variant_new("(s)", name.c_str()), G_VARIANT_TYPE("(b)"), G_DBUS_CALL_FLAGS_NONE,
-            5000, nullptr, nullptr);
-        if (reply != nullptr) {
-            gboolean has = FALSE;
-            g_variant_get(reply, "(b)", &has);
-            g_variant_unref(reply);
-            owned = has;
-        }
-        if (!owned) {
-            g_usleep(10 * 1000);
-        }
+    bool reached = NameHasOwner(connection, name) == wanted;
+    while (!reached && keepWaiting() && g_get_monotonic_time() < deadline) {
+        g_usleep(10 * 1000);
+        reached = NameHasOwner(connection, name) == wanted;
     }
     g_dbus_connection_close_sync(connection, nullptr, nullptr);
-    g_object_unref(connection);
-    if (!owned) {
+    return reached;
+}
+
+}  // namespace
+
+bool WaitForBusName(const std::string& address, const std::string& name, const ProcessId& owner,
+                    int timeoutMs, std::string& error) {
+    bool owned = WaitForOwnership(
+        address, name, true, [&owner] { return IsRunning(owner); }, timeoutMs, error);
+    if (!owned && error.empty()) {
         error = name + " did not appear on the bus (see the program's log under var/log)";
     }
     return owned;
+}
+
+bool WaitForBusNameReleased(const std::string& address, const std::string& name, int timeoutMs,
+                            std::string& error) {
+    bool released = WaitForOwnership(
+        address, name, false, [] { return true; }, timeoutMs, error);
+    if (!released && error.empty()) {
+        error = name + " is still owned on the bus";
+    }
+    return released;
 }
 
 }  // namespace orvix::host

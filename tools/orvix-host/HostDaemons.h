@@ -27,6 +27,12 @@ std::string BusSocketPath();
 // The address of the root's private bus (whether it runs or not).
 std::string BusAddress();
 std::string LogFile(const std::string& name);
+// <root>/run/pids/NAME.pid
+std::string PidFileOf(const std::string& name);
+// True when the process recorded as NAME runs; its identity goes to `id` when given.
+bool IsRecordedRunning(const std::string& name, ProcessId* id = nullptr);
+// True when the root's private bus runs and listens.
+bool IsBusUp();
 
 struct SpawnOptions {
     std::vector<std::string> argv;
@@ -60,5 +66,8 @@ bool StopProcesses(const std::vector<KitProcess>& processes, std::string& error)
 // (the process expected to take it) is gone.
 bool WaitForBusName(const std::string& address, const std::string& name, const ProcessId& owner,
                     int timeoutMs, std::string& error);
+// Waits until `name` has no owner on the bus at `address`; false after `timeoutMs`.
+bool WaitForBusNameReleased(const std::string& address, const std::string& name, int timeoutMs,
+                            std::string& error);
 
 }  // namespace orvix::host

@@ -304,8 +304,9 @@ bool CheckRootCanBeWiped(std::string& error) {
 int RunInit(int argc, char** argv) {
     g_apps = 0;
     g_builtIn = 0;
-    if (!ParseOptions(kCommand, kEntries, argc, argv)) {
-        return kUsageError;
+    int status = 0;
+    if (!ParseOptions(kCommand, kEntries, argc, argv, status)) {
+        return status;
     }
     if (argc > 1) {
         return UsageError(kCommand, std::string("unexpected argument '") + argv[1] + "'");

@@ -2,6 +2,7 @@
 #include "KitCommand.h"
 
 #include <cstdio>
+#include <cstring>
 
 #include "Commands.h"
 #include "HostDaemons.h"
@@ -19,25 +20,63 @@ int Failure(const char* command, const std::string& message) {
     return 1;
 }
 
-bool ParseOptions(const char* command, const GOptionEntry* entries, int& argc, char**& argv) {
-    GOptionContext* context = g_option_context_new(nullptr);
+bool AsksForHelp(int argc, char** argv) {
+    for (int i = 1; i < argc && strcmp(argv[i], "--") != 0; ++i) {
+        if (strcmp(argv[i], "-h") == 0 || strcmp(argv[i], "--help") == 0) {
+            return true;
+        }
+    }
+    return false;
+}
+
+std::string EnvironmentHelp() {
+    return "The root: ORVIX_HOST_ROOT (now " + Root() +
+           "); when unset, ${XDG_DATA_HOME:-$HOME/.local/share}/orvix-host.\n"
+           "The kit's programs: beside orvix-host, else in its build tree, unless ORVIX_TAK_RESET,\n"
+           "ORVIX_INNERSERVER, ORVIX_MANAGERCLIENT, ORVIX_LIBTAK_COMMON or ORVIX_TAKUTILITY name them.\n";
+}
+
+int ShowHelp(const char* command, const GOptionEntry* entries, const char* details) {
+    const Command* row = FindCommand(command);
+    std::string name = std::string("orvix-host ") + command;
+    g_set_prgname(name.c_str());
+    g_autoptr(GOptionContext) context = g_option_context_new(row != nullptr ? row->parameters : nullptr);
+    if (row != nullptr) {
+        g_option_context_set_summary(context, row->summary);
+    }
+    if (entries != nullptr) {
+        g_option_context_add_main_entries(context, entries, nullptr);
+    }
+    std::string description = details != nullptr ? std::string(details) + "\n\n" : "";
+    description += EnvironmentHelp();
+    g_option_context_set_description(context, description.c_str());
+    g_autofree gchar* help = g_option_context_get_help(context, TRUE, nullptr);
+    fputs(help, stdout);
+    return 0;
+}
+
+bool ParseOptions(const char* command, const GOptionEntry* entries, int& argc, char**& argv, int& status) {
+    if (AsksForHelp(argc, argv)) {
+        status = ShowHelp(command, entries);
+        return false;
+    }
+    g_autoptr(GOptionContext) context = g_option_context_new(nullptr);
     g_option_context_set_help_enabled(context, FALSE);
     g_option_context_add_main_entries(context, entries, nullptr);
-    GError* error = nullptr;
-    bool ok = g_option_context_parse(context, &argc, &argv, &error);
-    if (!ok) {
-        UsageError(command, error->message);
-        g_error_free(error);
+    g_autoptr(GError) error = nullptr;
+    if (!g_option_context_parse(context, &argc, &argv, &error)) {
+        status = UsageError(command, error->message);
+        return false;
     }
-    g_option_context_free(context);
     // GOption leaves a "--" that ended the options in place.
-    if (ok && argc > 1 && g_strcmp0(argv[1], "--") == 0) {
+    if (argc > 1 && g_strcmp0(argv[1], "--") == 0) {
         for (int i = 1; i < argc; ++i) {
             argv[i] = argv[i + 1];
         }
         --argc;
     }
-    return ok;
+    status = 0;
+    return true;
 }
 
 bool RequireInitialisedRoot(const char* command) {

@@ -1,4 +1,5 @@
-// What the kit's subcommands of orvix-host share: option parsing, the one-line errors, the root check.
+// What the kit's subcommands of orvix-host share: option parsing, help, the one-line errors, the root
+// check.
 #pragma once
 
 #include <glib.h>
@@ -12,9 +13,22 @@ int UsageError(const char* command, const std::string& message);
 // The same for a failure that is not the caller's input; returns 1.
 int Failure(const char* command, const std::string& message);
 
-// Parses `entries` out of argc/argv (argv[0] is the subcommand). On bad options prints one line and
-// returns false. A "--" ends the options.
-bool ParseOptions(const char* command, const GOptionEntry* entries, int& argc, char**& argv);
+// Parses `entries` out of argc/argv (argv[0] is the subcommand). False when the caller should stop
+// and exit with `status`: 0 after -h or --help printed the help, kUsageError after one line about bad
+// options. A "--" ends the options.
+bool ParseOptions(const char* command, const GOptionEntry* entries, int& argc, char**& argv, int& status);
+
+// True when -h or --help comes before any "--".
+bool AsksForHelp(int argc, char** argv);
+
+// Prints the help of a subcommand on standard output: its usage line, what it does, one line per
+// option of `entries` (may be nullptr; only names and descriptions are read), `details` when given, and
+// where the root comes from. Returns 0.
+int ShowHelp(const char* command, const GOptionEntry* entries, const char* details = nullptr);
+
+// The environment the kit reads: ORVIX_HOST_ROOT (with its value now) and the variables naming its
+// programs.
+std::string EnvironmentHelp();
 
 // One line and false unless ORVIX_HOST_ROOT (or the default) is a root made by `orvix-host init`.
 bool RequireInitialisedRoot(const char* command);

@@ -4,10 +4,14 @@
 // launch starts one in the background (own session, standard output and error appended to
 // <root>/var/log/APP.log, which is also its platform log; DBUS_SYSTEM_BUS_ADDRESS of the root's private
 // bus), with the request on its command line, or on an fd when it is too large for a command line. In
-// both cases launch exits 0 once the request is queued by the instance. --extra-file adds an extra whose
-// value is the content of a file (for values a command line cannot carry); those extras come after the
-// KEY=VALUE ones. A malformed argument (no '=', or an empty key) or an uninitialised root: one line on
-// standard error, exit 2, nothing started.
+// both cases launch prints one line (queued to the running instance, or started, with the pid and the
+// log) and exits 0 once the request is queued by the instance. --extra-file adds an extra whose value is
+// the content of a file (for values a command line cannot carry); those extras come after the KEY=VALUE
+// ones.
+//
+// Refused, with one line on standard error and nothing started: no extras at all, a malformed argument
+// (no '=', or an empty key), an uninitialised root, or a new instance while the root's bus is not up
+// (exit status 2, bad input); reset=end while no instance runs (exit status 1: there is nothing to end).
 #include <fcntl.h>
 #include <poll.h>
 #include <sys/mman.h>
@@ -142,21 +146,66 @@ bool ReadExtraFiles(gchar** extraFiles, LaunchExtras& extras, std::string& error
     return true;
 }
 
+bool EndsTheInstance(const LaunchExtras& extras) {
+    for (const auto& [key, value] : extras) {
+        if (key == "reset" && value == "end") {
+            return true;
+        }
+    }
+    return false;
+}
+
+// The pid of the instance that runs now, or 0.
+pid_t RunningInstance(const std::string& app) {
+    ProcessId id;
+    return ReadPidFile(LaunchPidPath(app), id) && IsRunning(id) ? id.pid : 0;
+}
+
+// `pid`: the instance seen before the delivery, since one that was asked to end may be gone already.
+int Queued(const std::string& app, pid_t pid) {
+    printf("queued to the running %s (pid %d); its log: %s\n", app.c_str(), static_cast<int>(pid),
+           LogFile(app).c_str());
+    return 0;
+}
+
+int Started(const std::string& app) {
+    printf("started %s (pid %d) with the request; its log: %s\n", app.c_str(),
+           static_cast<int>(RunningInstance(app)), LogFile(app).c_str());
+    return 0;
+}
+
+// A request that would start an instance which cannot work, or only to end it, starts nothing.
+int RefuseToStart(const std::string& app, const LaunchExtras& extras) {
+    if (EndsTheInstance(extras)) {
+        return Failure(kCommand, "no " + app + " runs for " + Root() + ", so reset=end has nothing to end; " +
+                                     "nothing started");
+    }
+    if (!IsBusUp()) {
+        return UsageError(
+            kCommand, "the bus of " + Root() + " is not up (run orvix-host up first); " + "nothing started");
+    }
+    return 0;
+}
+
 int Deliver(const std::string& program, const LaunchExtras& extras) {
     std::string app = program.substr(program.rfind('/') + 1);
     MakeDirs(PidDirectory());
     gint64 deadline = g_get_monotonic_time() + kDeliveryDeadlineUs;
     std::string error;
     while (g_get_monotonic_time() < deadline) {
+        pid_t running = RunningInstance(app);
         LaunchDelivery delivery = DeliverLaunchRequest(app, extras, kIoTimeoutMs, &error);
         if (delivery == LaunchDelivery::Delivered) {
-            return 0;
+            return Queued(app, running != 0 ? running : RunningInstance(app));
         }
         if (delivery == LaunchDelivery::NoInstance) {
+            if (int refused = RefuseToStart(app, extras)) {
+                return refused;
+            }
             error.clear();
             Start started = StartInstance(program, app, extras, error);
             if (started == Start::Ready) {
-                return 0;
+                return Started(app);
             }
             if (started == Start::Failed) {
                 return Failure(kCommand, error);
@@ -172,14 +221,18 @@ int Deliver(const std::string& program, const LaunchExtras& extras) {
 int RunLaunch(int argc, char** argv) {
     gchar** extraFiles = nullptr;
     const GOptionEntry entries[] = {
-        {"extra-file", 'f', 0, G_OPTION_ARG_FILENAME_ARRAY, &extraFiles, "an extra read from a file",
-         "KEY=PATH"},
+        {"extra-file", 'f', 0, G_OPTION_ARG_FILENAME_ARRAY, &extraFiles,
+         "an extra whose value is the content of PATH (any size and bytes); repeatable", "KEY=PATH"},
         {nullptr, 0, 0, G_OPTION_ARG_NONE, nullptr, nullptr, nullptr},
     };
-    if (!ParseOptions(kCommand, entries, argc, argv)) {
-        return kUsageError;
+    int status = 0;
+    if (!ParseOptions(kCommand, entries, argc, argv, status)) {
+        return status;
     }
     LaunchExtras extras;
+    if (argc < 2 && extraFiles == nullptr) {
+        return UsageError(kCommand, "expected at least one KEY=VALUE (reset=tak_app_reset, say)");
+    }
     for (int i = 1; i < argc; ++i) {
         std::string key;
         std::string value;

@@ -12,6 +12,14 @@
 
 int RunLibtak(int argc, char** argv) {
     const char kCommand[] = "libtak";
+    if (orvix::host::AsksForHelp(argc, argv)) {
+        return orvix::host::ShowHelp(
+            kCommand, nullptr,
+            "Puts <root>/usr/lib64/libtak_common.so in place as \"library\" (present, "
+            "missing, broken)\nand \"absent\" (entry points hidden) of "
+            "<root>/etc/libtak_common.json say. A running tak-reset\nkeeps the "
+            "library it loaded.");
+    }
     if (argc != 2 || strcmp(argv[1], "apply") != 0) {
         return orvix::host::UsageError(kCommand, "expected: libtak apply");
     }

@@ -8,6 +8,13 @@
 #include "orvix_host.h"
 
 int RunPath(int argc, char** argv) {
+    if (orvix::host::AsksForHelp(argc, argv)) {
+        return orvix::host::ShowHelp(
+            "path", nullptr,
+            "Variables: 0 homes, 2 system data, 6 apps' shared data, 7 binary search "
+            "path,\n24 the owner's home, 27 data root for applications, 66 to 74 "
+            "the owner's content directories.");
+    }
     if (argc != 2) {
         return orvix::host::UsageError("path", "expected one path variable number");
     }

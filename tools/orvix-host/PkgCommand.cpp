@@ -10,6 +10,7 @@
 #include <cstdio>
 #include <cstring>
 #include <string>
+#include <vector>
 
 #include "Commands.h"
 #include "KitCommand.h"
@@ -83,21 +84,35 @@ bool BuildPackage(const std::string& pkgId, const AddOptions& options, PackageRe
     return true;
 }
 
-int Add(int argc, char** argv) {
-    AddOptions options;
-    const GOptionEntry entries[] = {
-        {"version", 0, 0, G_OPTION_ARG_STRING, &options.version, "package version", "V"},
-        {"removable", 0, 0, G_OPTION_ARG_STRING, &options.removable, "removable flag", "true|false"},
-        {"builtin", 0, 0, G_OPTION_ARG_NONE, &options.builtIn, "a built-in app", nullptr},
-        {"type", 0, 0, G_OPTION_ARG_STRING, &options.type, "package type", "T"},
-        {"app", 0, 0, G_OPTION_ARG_STRING_ARRAY, &options.apps, "an app of the package", "APPID"},
-        {"main", 0, 0, G_OPTION_ARG_STRING, &options.main, "the main app", "APPID"},
-        {"meta", 0, 0, G_OPTION_ARG_STRING_ARRAY, &options.metadata, "metadata of the main app", "KEY=VALUE"},
-        {"category", 0, 0, G_OPTION_ARG_STRING_ARRAY, &options.categories, "category of the main app", "C"},
+// The options of add, bound to `options`.
+std::vector<GOptionEntry> AddEntries(AddOptions& options) {
+    return {
+        {"version", 0, 0, G_OPTION_ARG_STRING, &options.version, "add: package version (1.0.0)", "V"},
+        {"removable", 0, 0, G_OPTION_ARG_STRING, &options.removable, "add: removable flag (true)",
+         "true|false"},
+        {"builtin", 0, 0, G_OPTION_ARG_NONE, &options.builtIn, "add: a built-in package", nullptr},
+        {"type", 0, 0, G_OPTION_ARG_STRING, &options.type, "add: package type (tpk)", "T"},
+        {"app", 0, 0, G_OPTION_ARG_STRING_ARRAY, &options.apps, "add: an app of the package (PKGID)",
+         "APPID"},
+        {"main", 0, 0, G_OPTION_ARG_STRING, &options.main, "add: the main app (the first app)", "APPID"},
+        {"meta", 0, 0, G_OPTION_ARG_STRING_ARRAY, &options.metadata,
+         "add: metadata of the main app, in order", "KEY=VALUE"},
+        {"category", 0, 0, G_OPTION_ARG_STRING_ARRAY, &options.categories, "add: a category of the main app",
+         "C"},
         {nullptr, 0, 0, G_OPTION_ARG_NONE, nullptr, nullptr, nullptr},
     };
-    if (!ParseOptions(kCommand, entries, argc, argv)) {
-        return kUsageError;
+}
+
+const char kDetails[] =
+    "add PKGID adds the package, or replaces the one with that id; remove PKGID removes it (exit status 1\n"
+    "when there is none); list prints one JSON object a line.";
+
+int Add(int argc, char** argv) {
+    AddOptions options;
+    std::vector<GOptionEntry> entries = AddEntries(options);
+    int status = 0;
+    if (!ParseOptions(kCommand, entries.data(), argc, argv, status)) {
+        return status;
     }
     if (argc != 2 || argv[1][0] == '\0') {
         return UsageError(kCommand, "expected: pkg add PKGID [options]");
@@ -164,6 +179,10 @@ int List() {
 }  // namespace
 
 int RunPkg(int argc, char** argv) {
+    if (AsksForHelp(argc, argv)) {
+        AddOptions options;
+        return ShowHelp(kCommand, AddEntries(options).data(), kDetails);
+    }
     if (argc >= 2 && strcmp(argv[1], "add") == 0) {
         return Add(argc - 1, argv + 1);
     }

@@ -19,6 +19,7 @@
 #include <string>
 
 #include "Commands.h"
+#include "KitCommand.h"
 #include "orvix_host.h"
 
 namespace {
@@ -111,9 +112,22 @@ int TypeOfOption(const char* name) {
     return VCONF_TYPE_NONE;
 }
 
+// Bad input unless `key` is a key of the store; checked here so that the store's own log line about a
+// bad key never reaches the terminal.
+int CheckKey(const char* key) {
+    if (orvix::host::IsSettingsKey(key)) {
+        return 0;
+    }
+    return UsageError(std::string("malformed KEY '") + key +
+                      "' (db/ or memory/, then components of letters, digits, '_', '-' and '.')");
+}
+
 int Get(int argc, char** argv) {
     if (argc != 1) {
         return UsageError(argc == 0 ? "missing KEY" : "too many arguments");
+    }
+    if (int bad = CheckKey(argv[0])) {
+        return bad;
     }
     std::string valueText;
     if (StoredType(argv[0], valueText) == VCONF_TYPE_NONE) {
@@ -161,19 +175,27 @@ int Store(const char* key, int type, const char* valueText) {
 
 int Set(int argc, char** argv) {
     int type = VCONF_TYPE_NONE;
-    if (argc >= 1 && strcmp(argv[0], "-t") == 0) {
+    const char* typeName = nullptr;
+    if (argc >= 1 && g_str_has_prefix(argv[0], "--type=")) {
+        typeName = argv[0] + strlen("--type=");
+        argc -= 1;
+        argv += 1;
+    } else if (argc >= 1 && (strcmp(argv[0], "-t") == 0 || strcmp(argv[0], "--type") == 0)) {
         if (argc < 2) {
             return UsageError("-t needs a type: int, bool, string or double");
         }
-        type = TypeOfOption(argv[1]);
-        if (type == VCONF_TYPE_NONE) {
-            return UsageError(std::string("unknown type: ") + argv[1]);
-        }
+        typeName = argv[1];
         argc -= 2;
         argv += 2;
     }
+    if (typeName != nullptr && (type = TypeOfOption(typeName)) == VCONF_TYPE_NONE) {
+        return UsageError(std::string("unknown type: ") + typeName);
+    }
     if (argc != 2) {
         return UsageError(argc < 2 ? "missing KEY or VALUE" : "too many arguments");
+    }
+    if (int bad = CheckKey(argv[0])) {
+        return bad;
     }
     if (type == VCONF_TYPE_NONE) {
         std::string ignored;
@@ -185,6 +207,21 @@ int Set(int argc, char** argv) {
 }  // namespace
 
 int RunSettings(int argc, char** argv) {
+    if (orvix::host::AsksForHelp(argc, argv)) {
+        // -t is parsed by hand: a VALUE such as "-5" must not be taken for an option.
+        const GOptionEntry kHelpEntries[] = {
+            {"type", 't', 0, G_OPTION_ARG_STRING, nullptr,
+             "set: the value's type, int, bool, string or double (default: the key's own, a new key string)",
+             "TYPE"},
+            {nullptr, 0, 0, G_OPTION_ARG_NONE, nullptr, nullptr, nullptr},
+        };
+        return orvix::host::ShowHelp(
+            "settings", kHelpEntries,
+            "get KEY prints the value (a bool as true or false; exit status 1 when "
+            "missing).\nset [-t TYPE] KEY VALUE writes it; bools are true, false, 1 or "
+            "0.\nKEY: db/... (kept) or memory/... (until reboot), e.g. "
+            "db/tak/factory_reset.");
+    }
     if (argc < 2) {
         return UsageError(kUsage);
     }

@@ -86,6 +86,13 @@ int ListFlags() {
 }  // namespace
 
 int RunSysinfo(int argc, char** argv) {
+    if (AsksForHelp(argc, argv)) {
+        return ShowHelp(
+            kCommand, nullptr,
+            "set FLAG true|false writes a flag of <root>/etc/sysinfo.ini, get FLAG prints one, list "
+            "prints all.\nFlags the reset process asks: android_on_orvix.support, "
+            "robot_product.support,\ndangbei_store.support; a missing flag reads false.");
+    }
     if (argc == 4 && strcmp(argv[1], "set") == 0) {
         return SetFlag(argv[2], argv[3]);
     }
