@@ -6,7 +6,8 @@
 // newlines and '=' included, no size limit below the channel's ceiling). On the socket a client writes
 // one frame: the 4 bytes "OLR1", a 32-bit little-endian payload size, and the payload, a serialised
 // GVariant of type "a(ayay)". The instance answers one byte: 'Q' once the request is queued, 'R' when it
-// refuses it because it is shutting down.
+// refuses it because it is shutting down. The channel carries a NUL byte like any other, but the app
+// receives its values as C strings: the framework drops a request holding one, with a log line.
 #pragma once
 
 #include <string>
@@ -39,6 +40,12 @@ bool DecodeLaunchPayload(const std::string& payload, LaunchExtras& extras);
 
 // Header + payload, ready to be written to the socket or to a request fd.
 std::string EncodeLaunchFrame(const LaunchExtras& extras);
+// The payload size an 8-byte frame header announces; false when the header is not "OLR1" or the size is
+// above kLaunchMaxPayload.
+constexpr size_t kLaunchFrameHeaderSize = 8;
+bool DecodeLaunchFrameHeader(const char (&header)[kLaunchFrameHeaderSize], size_t& payloadSize);
+// One whole frame as bytes: a valid header followed by exactly the payload it announces.
+bool DecodeLaunchFrame(const std::string& frame, LaunchExtras& extras);
 // Reads one frame from a blocking fd; false on a short read, a bad header or a bad payload.
 bool ReadLaunchFrame(int fd, LaunchExtras& extras);
 

@@ -16,7 +16,6 @@ namespace orvix::host {
 namespace {
 
 constexpr char kFrameMagic[4] = {'O', 'L', 'R', '1'};
-constexpr size_t kFrameHeaderSize = 8;
 
 GVariant* ByteString(const std::string& text) {
     return g_variant_new_fixed_array(G_VARIANT_TYPE_BYTE, text.data(), text.size(), 1);
@@ -167,15 +166,31 @@ std::string EncodeLaunchFrame(const LaunchExtras& extras) {
     return frame;
 }
 
-bool ReadLaunchFrame(int fd, LaunchExtras& extras) {
-    char header[kFrameHeaderSize];
-    if (!ReadExactly(fd, header, sizeof(header)) || memcmp(header, kFrameMagic, sizeof(kFrameMagic)) != 0) {
+bool DecodeLaunchFrameHeader(const char (&header)[kLaunchFrameHeaderSize], size_t& payloadSize) {
+    if (memcmp(header, kFrameMagic, sizeof(kFrameMagic)) != 0) {
         return false;
     }
     guint32 size = 0;
     memcpy(&size, header + sizeof(kFrameMagic), sizeof(size));
-    size = GUINT32_FROM_LE(size);
-    if (size > kLaunchMaxPayload) {
+    payloadSize = GUINT32_FROM_LE(size);
+    return payloadSize <= kLaunchMaxPayload;
+}
+
+bool DecodeLaunchFrame(const std::string& frame, LaunchExtras& extras) {
+    char header[kLaunchFrameHeaderSize];
+    size_t size = 0;
+    if (frame.size() < sizeof(header)) {
+        return false;
+    }
+    memcpy(header, frame.data(), sizeof(header));
+    return DecodeLaunchFrameHeader(header, size) && frame.size() - sizeof(header) == size &&
+           DecodeLaunchPayload(frame.substr(sizeof(header)), extras);
+}
+
+bool ReadLaunchFrame(int fd, LaunchExtras& extras) {
+    char header[kLaunchFrameHeaderSize];
+    size_t size = 0;
+    if (!ReadExactly(fd, header, sizeof(header)) || !DecodeLaunchFrameHeader(header, size)) {
         return false;
     }
     std::string payload(size, '\0');

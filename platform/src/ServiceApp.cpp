@@ -41,7 +41,7 @@ constexpr int kForwardIoTimeoutMs = 10000;
 struct Connection {
     int fd = -1;
     guint source = 0;
-    char header[8] = {};
+    char header[orvix::host::kLaunchFrameHeaderSize] = {};
     size_t headerRead = 0;
     std::string payload;
     size_t payloadRead = 0;
@@ -166,6 +166,19 @@ Role BecomeInstanceOrForward(const LaunchExtras& first) {
 
 void ScheduleDispatch();
 
+// Launch values reach the app as C strings, so a NUL byte would silently cut a value short and could turn
+// it into another request ("reset=x\0..." read as "reset=x"). Such a request is refused as a whole.
+bool CarriesNulByte(const LaunchExtras& extras) {
+    for (const auto& [key, value] : extras) {
+        if (key.find('\0') != std::string::npos || value.find('\0') != std::string::npos) {
+            dlog_print(DLOG_ERROR, kTag, "refusing a launch request: extra [%s] holds a NUL byte",
+                       key.c_str());
+            return true;
+        }
+    }
+    return false;
+}
+
 gboolean DispatchOne(gpointer) {
     g_session.dispatchSource = 0;
     // A callback that iterates the main context itself must not see the next request before it returns.
@@ -174,6 +187,10 @@ gboolean DispatchOne(gpointer) {
     }
     LaunchExtras extras = std::move(g_session.pending.front());
     g_session.pending.pop_front();
+    if (CarriesNulByte(extras)) {
+        ScheduleDispatch();
+        return G_SOURCE_REMOVE;
+    }
     app_control_h request = nullptr;
     app_control_create(&request);
     for (const auto& [key, value] : extras) {
@@ -230,10 +247,8 @@ bool ReadAvailable(int fd, char* buffer, size_t size, size_t& done) {
 
 // False when the header is not one of ours; sizes the payload buffer otherwise.
 bool AcceptHeader(Connection* c) {
-    guint32 size = 0;
-    memcpy(&size, c->header + 4, sizeof(size));
-    size = GUINT32_FROM_LE(size);
-    if (memcmp(c->header, "OLR1", 4) != 0 || size > orvix::host::kLaunchMaxPayload) {
+    size_t size = 0;
+    if (!orvix::host::DecodeLaunchFrameHeader(c->header, size)) {
         return false;
     }
     c->payload.resize(size);
