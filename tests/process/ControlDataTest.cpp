@@ -1,6 +1,8 @@
 // Typed reads of launch-request values.
 #include <gtest/gtest.h>
 
+#include <limits>
+
 #include "ProcessCore.h"
 #include "ProcessTest.h"
 #include "TestLog.h"
@@ -34,6 +36,8 @@ TEST(AControlDataRead, ConvertsTextFlagsIntegersAndCookiesAndLeavesTheDefaultOfA
     // A cookie keeps its sign and its full width.
     EXPECT_EQ(Read("-12345", 1L), -12345L);
     EXPECT_EQ(Read("9223372036854775807", 1L), 9223372036854775807L);
+    // The lowest cookie has no positive counterpart to negate (found by fuzzing).
+    EXPECT_EQ(Read("-9223372036854775808", 1L), std::numeric_limits<long>::min());
     EXPECT_EQ(Read("x1", 1L), 0L);
     EXPECT_TRUE(mark.Contains("has key[key] value[-12345]"));
 

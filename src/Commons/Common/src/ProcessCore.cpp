@@ -31,11 +31,12 @@ const int kAotSvcReady = 2;
 const int kWatchdogServiceType = 48;
 
 // Cookies are addresses written as signed decimals; the unsigned conversion of the common string
-// utilities refuses a sign, so a negative value is converted without it and negated back.
+// utilities refuses a sign, so a negative value is converted without it and negated back. The negation
+// is done on the unsigned value: the lowest cookie, -9223372036854775808, has no positive counterpart.
 long ToSignedLong(const std::string& text) {
     size_t start = text.find_first_not_of(" \t");
     if (start != std::string::npos && text[start] == '-') {
-        return -static_cast<long>(TAKString::UlInteger(text.substr(start + 1)));
+        return static_cast<long>(0UL - TAKString::UlInteger(text.substr(start + 1)));
     }
     return static_cast<long>(TAKString::UlInteger(text));
 }
