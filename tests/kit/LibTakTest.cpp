@@ -109,6 +109,24 @@ TEST_F(SubstituteLibrary, HidesTheKitAndRecordsCallsButAMissingOrBrokenOneCannot
     EXPECT_EQ(Apply(R"({"library": "sometimes"})"), 1);
 }
 
+// The JSON reader throws on a text nested beyond its depth limit; that must not end the caller (found by
+// fuzzing the behaviour file).
+TEST_F(SubstituteLibrary, ABehaviourFileNestedTooDeeplyCountsAsNoneAndTheNextGoodOneApplies) {
+    OpenWith("{}");
+    auto create = [this] {
+        return Symbol<TAK_CREATE_COMMUNICATOR_BINDER_API>(TAK_API_CREATE_COMMUNICATOR_BINDER)(OnBinder,
+                                                                                              nullptr);
+    };
+    std::string deep = R"({"results": {"CreateCommunicatorBinderAPI": )" + std::string(5000, '[') +
+                       std::string(5000, ']') + "}}";
+    std::ofstream(Root() + "/etc/libtak_common.json", std::ios::trunc) << deep;
+    EXPECT_EQ(create(), 0);
+    std::ofstream(Root() + "/etc/libtak_common.json", std::ios::trunc)
+        << R"({"results": {"CreateCommunicatorBinderAPI": 1}, "binder": {"never": true}})";
+    EXPECT_EQ(create(), 1);
+    EXPECT_EQ(CallsOf("libtak_common", "CreateCommunicatorBinderAPI").size(), 2u);
+}
+
 TEST_F(SubstituteLibrary, TheBinderComesFromALibraryThreadAfterTheDelayOrNotAtAll) {
     auto create = [this] {
         return Symbol<TAK_CREATE_COMMUNICATOR_BINDER_API>(TAK_API_CREATE_COMMUNICATOR_BINDER)(OnBinder,

@@ -38,8 +38,15 @@ Json::Value Parse(const std::string& text) {
     std::unique_ptr<Json::CharReader> reader(builder.newCharReader());
     Json::Value behaviour;
     std::string errors;
-    if (!reader->parse(text.data(), text.data() + text.size(), &behaviour, &errors) ||
-        !behaviour.isObject()) {
+    // The reader throws instead of failing on a text nested deeper than its limit; an exception must not
+    // leave the library through an entry point, so such a file counts as no file.
+    try {
+        if (!reader->parse(text.data(), text.data() + text.size(), &behaviour, &errors) ||
+            !behaviour.isObject()) {
+            return Json::Value();
+        }
+    } catch (const Json::Exception& error) {
+        dlog_print(DLOG_ERROR, "libtak_common", "etc/libtak_common.json is not usable: %s", error.what());
         return Json::Value();
     }
     return behaviour;
