@@ -7,7 +7,8 @@ set -euo pipefail
 here=$(cd "$(dirname "$0")" && pwd)
 build=${1:-build-fuzz}
 seconds=${FUZZ_SECONDS:-30}
-targets=(home_test_list candidate_list updating_app test_list package_records)
+targets=(home_test_list candidate_list updating_app test_list package_records launch_frame launch_request
+  tak_string preinstall_apps vconf_file libtak_behaviour)
 
 mkdir -p "$build/fuzz/artifacts"
 for target in "${targets[@]}"; do

@@ -20,6 +20,10 @@ public:
     // cleared first; empty entries are skipped; an entry without ":" maps to an empty value. False
     // for another type or when the key cannot be read.
     static bool GetPreinstallApps(int type, std::map<std::string, std::string>& apps);
+    // The parse of one such list text, as GetPreinstallApps does it; `type` 0 splits entries at their
+    // first ":", any other type keeps whole entries as keys with empty values.
+    static void ParsePreinstallApps(int type, const std::string& list,
+                                    std::map<std::string, std::string>& apps);
 
     // The uninstall reason code sent with a reset's uninstall requests: the configuration value
     // "RESET_TYPE" "1" gives 9 and "2" gives 10; any other value, or none, leaves `reason` as it is.

@@ -111,6 +111,14 @@ bool CTAKUtil::GetPreinstallApps(int type, std::map<std::string, std::string>& a
         TAK_LOGE("can not read %s", key);
         return false;
     }
+    ParsePreinstallApps(type, list, apps);
+    TAK_LOGD("%s: %zu preinstalled apps", key, apps.size());
+    return true;
+}
+
+void CTAKUtil::ParsePreinstallApps(int type, const std::string& list,
+                                   std::map<std::string, std::string>& apps) {
+    apps.clear();
     for (const auto& entry : TAKString::SplitStringToList(list, ",", true)) {
         size_t colon = (type == 0) ? entry.find(':') : std::string::npos;
         if (colon == std::string::npos) {
@@ -119,8 +127,6 @@ bool CTAKUtil::GetPreinstallApps(int type, std::map<std::string, std::string>& a
             apps[entry.substr(0, colon)] = entry.substr(colon + 1);
         }
     }
-    TAK_LOGD("%s: %zu preinstalled apps", key, apps.size());
-    return true;
 }
 
 int CTAKUtil::GetCallbackTimeoutSec() {
