@@ -31,36 +31,36 @@ bool IsBuiltIn(Kind kind) {
     return kind == Kind::BuiltInApp || kind == Kind::BuiltInService;
 }
 
-const char* ResultName(Kind kind) {
-    switch (kind) {
-        case Kind::Apps:
-            return "tak_app_reset_result";
-        case Kind::Service:
-            return "tak_service_reset_result";
-        case Kind::Corvane:
-            return "corvane_reset_result";
-        case Kind::BuiltInApp:
-            return "biu_app_reset_result";
-        case Kind::BuiltInService:
-            return "biu_service_reset_result";
+// The launch value of each kind and the result it reports.
+struct KindNames {
+    Kind kind;
+    const char* reset;
+    const char* result;
+};
+
+const KindNames kKindNames[] = {
+    {Kind::Apps, "reset=tak_app_reset", "tak_app_reset_result"},
+    {Kind::Service, "reset=tak_service_reset", "tak_service_reset_result"},
+    {Kind::Corvane, "reset=corvane_reset", "corvane_reset_result"},
+    {Kind::BuiltInApp, "reset=biu_app_reset", "biu_app_reset_result"},
+    {Kind::BuiltInService, "reset=biu_service_reset", "biu_service_reset_result"},
+};
+
+const KindNames& NamesOf(Kind kind) {
+    for (const KindNames& names : kKindNames) {
+        if (names.kind == kind) {
+            return names;
+        }
     }
-    return "";
+    return kKindNames[0];
+}
+
+const char* ResultName(Kind kind) {
+    return NamesOf(kind).result;
 }
 
 const char* ResetValue(Kind kind) {
-    switch (kind) {
-        case Kind::Apps:
-            return "reset=tak_app_reset";
-        case Kind::Service:
-            return "reset=tak_service_reset";
-        case Kind::Corvane:
-            return "reset=corvane_reset";
-        case Kind::BuiltInApp:
-            return "reset=biu_app_reset";
-        case Kind::BuiltInService:
-            return "reset=biu_service_reset";
-    }
-    return "";
+    return NamesOf(kind).reset;
 }
 
 Json::Value BuiltInEntry(const std::string& appId) {

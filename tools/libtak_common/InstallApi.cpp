@@ -33,27 +33,6 @@ const char kEntryPoint[] = TAK_API_INSTALL_APP;
 
 using Extras = std::vector<std::pair<std::string, std::string>>;
 
-Extras ReadExtras(app_control_h request) {
-    std::vector<std::string> keys;
-    app_control_foreach_extra_data(
-        request,
-        [](app_control_h, const char* key, void* user) {
-            static_cast<std::vector<std::string>*>(user)->push_back(key);
-            return true;
-        },
-        &keys);
-    Extras extras;
-    for (const auto& key : keys) {
-        char* value = nullptr;
-        if (app_control_get_extra_data(request, key.c_str(), &value) == APP_CONTROL_ERROR_NONE &&
-            value != nullptr) {
-            extras.emplace_back(key, value);
-        }
-        free(value);
-    }
-    return extras;
-}
-
 const std::string* Find(const Extras& extras, const char* key) {
     auto found =
         std::find_if(extras.begin(), extras.end(), [key](const auto& extra) { return extra.first == key; });
@@ -184,7 +163,7 @@ std::vector<Delivery> Plan(const std::string& appId, const libtak::InstallAnswer
 
 LIBTAK_EXPORT int InstallAppAPI(app_control_h request) {
     std::shared_ptr<const libtak::BuiltInBehaviour> behaviour = libtak::CurrentBuiltInBehaviour();
-    Extras extras = request != nullptr ? ReadExtras(request) : Extras();
+    Extras extras = request != nullptr ? libtak::ReadExtras(request) : Extras();
     auto* dld = reinterpret_cast<const OPENAPI_APP_DLD_INFO*>(Address(extras, "app_dld_info"));
     auto* kpi = reinterpret_cast<const BIU_INSTALL_KPI_INFO*>(Address(extras, "biu_kpi_info"));
     Json::Value args(Json::arrayValue);

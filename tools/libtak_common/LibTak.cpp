@@ -1,6 +1,8 @@
 // Recording and behaviour of the substitute common library.
 #include "LibTak.h"
 
+#include <cstdlib>
+
 #include <dlog.h>
 #include <errno.h>  // program_invocation_short_name
 #include <glib.h>
@@ -127,6 +129,27 @@ std::mutex& PackageRecordsLock() {
 
 void RecordCallback(const char* entryPoint, const Json::Value& args) {
     orvix::host::RecordCall("libtak_common", std::string(entryPoint) + ":callback", args, Sender());
+}
+
+std::vector<std::pair<std::string, std::string>> ReadExtras(app_control_h request) {
+    std::vector<std::string> keys;
+    app_control_foreach_extra_data(
+        request,
+        [](app_control_h, const char* key, void* user) {
+            static_cast<std::vector<std::string>*>(user)->push_back(key);
+            return true;
+        },
+        &keys);
+    std::vector<std::pair<std::string, std::string>> extras;
+    for (const auto& key : keys) {
+        char* value = nullptr;
+        if (app_control_get_extra_data(request, key.c_str(), &value) == APP_CONTROL_ERROR_NONE &&
+            value != nullptr) {
+            extras.emplace_back(key, value);
+        }
+        free(value);
+    }
+    return extras;
 }
 
 }  // namespace libtak

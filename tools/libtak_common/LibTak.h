@@ -14,15 +14,22 @@
 //               "field5", "field6", "field7", "field10" and "field11" (BuiltInJson.h)
 #pragma once
 
+#include <app_control.h>
 #include <json/json.h>
 
 #include <memory>
 #include <mutex>
 #include <string>
+#include <utility>
+#include <vector>
 
 #define LIBTAK_EXPORT extern "C" __attribute__((visibility("default")))
 
 namespace libtak {
+
+// The extra data of a request, as [key, value] pairs in the order they were added (keys whose value
+// cannot be read are left out). Read during the call: the request lives only until the call returns.
+std::vector<std::pair<std::string, std::string>> ReadExtras(app_control_h request);
 
 // The whole behaviour file (null when missing or not JSON).
 Json::Value Behaviour();

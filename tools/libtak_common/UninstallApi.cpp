@@ -306,21 +306,9 @@ void Enqueue(std::vector<Delivery> deliveries, int threads) {
 }
 
 std::map<std::string, std::string> Extras(app_control_h request) {
-    std::vector<std::string> keys;
-    app_control_foreach_extra_data(
-        request,
-        [](app_control_h, const char* key, void* user) {
-            static_cast<std::vector<std::string>*>(user)->push_back(key);
-            return true;
-        },
-        &keys);
     std::map<std::string, std::string> extras;
-    for (const auto& key : keys) {
-        char* value = nullptr;
-        if (app_control_get_extra_data(request, key.c_str(), &value) == APP_CONTROL_ERROR_NONE && value) {
-            extras[key] = value;
-        }
-        free(value);
+    for (auto& extra : libtak::ReadExtras(request)) {
+        extras[extra.first] = std::move(extra.second);
     }
     return extras;
 }
