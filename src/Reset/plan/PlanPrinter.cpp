@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cstdarg>
+#include <cstdio>
 #include <memory>
 
 namespace {
@@ -116,10 +117,16 @@ void TextApps(std::string& out, const RESET_PLAN_T& plan) {
         return;
     }
     Add(out, "  %5s  %-9s  %-17s  %s\n", "#", "action", "rule", "app id");
+    // One row per app of maybe ten thousand: formatted into a buffer on the stack, the id appended as is.
+    out.reserve(out.size() + plan.apps.size() * 64);
+    char row[64];
     size_t position = 0;
     for (const PLAN_APP_T& app : plan.apps) {
-        Add(out, "  %5zu  %-9s  %-17s  %s\n", ++position, app.uninstall ? "uninstall" : "keep",
-            CPlanPrinter::AppRule(plan, app).c_str(), app.appId.c_str());
+        int length = snprintf(row, sizeof(row), "  %5zu  %-9s  %-17s  ", ++position,
+                              app.uninstall ? "uninstall" : "keep", CPlanPrinter::AppRule(plan, app).c_str());
+        out.append(row, std::min(static_cast<size_t>(std::max(length, 0)), sizeof(row) - 1));
+        out += app.appId;
+        out += '\n';
     }
 }
 

@@ -88,7 +88,8 @@ void Measure(PLAN_CLEANUP_T& entry) {
     entry.bytes = g_Totals.bytes;
 }
 
-// Both tables the reset reads, in one statement; false with the database's own words when it cannot.
+// Both tables the reset reads, in one statement that touches only their first pages (counting rows would
+// walk the whole app table); false with the database's own words when it cannot.
 bool ProbeTables(std::string& error) {
     CTAKDBConnection* connection = CTAKDBConnection::GetInstance(false);
     sqlite3* db = connection != nullptr ? connection->GetConnection() : nullptr;
@@ -99,7 +100,7 @@ bool ProbeTables(std::string& error) {
     std::lock_guard<std::mutex> lock(CTAKDBTable::Mutex);
     sqlite3_stmt* stmt = nullptr;
     int ret = sqlite3_prepare_v2(
-        db, "select (select count(*) from widgetinfo), (select count(*) from TAKConfigTable)", -1, &stmt,
+        db, "select (select 1 from widgetinfo limit 1), (select 1 from TAKConfigTable limit 1)", -1, &stmt,
         nullptr);
     if (ret == SQLITE_OK) {
         ret = sqlite3_step(stmt);
