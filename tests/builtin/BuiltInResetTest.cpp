@@ -207,6 +207,11 @@ struct RefusalCase {
     const char* resetAfter;  // nothing is written back: the marker belongs to whoever set it
 };
 
+// Failure messages name the case instead of dumping its bytes.
+void PrintTo(const RefusalCase& c, std::ostream* out) {
+    *out << c.name;
+}
+
 class ABuiltInResetThatMayNotRun : public ABuiltInReset, public ::testing::WithParamInterface<RefusalCase> {};
 
 TEST_P(ABuiltInResetThatMayNotRun, IsRefusedWithItsNoticeAndStillAnswers) {
@@ -239,6 +244,11 @@ struct CallbackCase {
     const char* testListAfter;
     const char* ignoredLine;  // a callback the reset must log and ignore, or ""
 };
+
+// Failure messages name the case instead of dumping its bytes.
+void PrintTo(const CallbackCase& c, std::ostream* out) {
+    *out << c.name;
+}
 
 class ABuiltInResetCallback : public ABuiltInReset, public ::testing::WithParamInterface<CallbackCase> {};
 

@@ -27,6 +27,11 @@ struct DeadlineCase {
     bool late;  // the library answers, but only after the deadline; else it never does
 };
 
+// Failure messages name the case instead of dumping its bytes.
+void PrintTo(const DeadlineCase& c, std::ostream* out) {
+    *out << c.name;
+}
+
 bool IsBuiltIn(Kind kind) {
     return kind == Kind::BuiltInApp || kind == Kind::BuiltInService;
 }

@@ -219,7 +219,8 @@ TEST_P(TheUpdateMarker, RaisesAndLowersTheBoostInPairsOnlyWhenBothEntryPointsExi
     EXPECT_EQ(Boosts(), pairs ? twice : Lines{});
 }
 
-INSTANTIATE_TEST_SUITE_P(WithAndWithoutPartners, TheUpdateMarker, ::testing::Bool());
+INSTANTIATE_TEST_SUITE_P(WithAndWithoutPartners, TheUpdateMarker, ::testing::Bool(),
+                         [](const auto& info) { return info.param ? "BothOfEachPair" : "AppFWPairMissing"; });
 
 TEST_F(ResetProcess, CreatesTheBindersOnceWhenTheAndroidServiceBecomesReady) {
     SetSystemFlag("android_on_orvix.support", true);

@@ -29,6 +29,11 @@ struct CallbackCase {
     size_t results;
 };
 
+// Failure messages name the case instead of dumping its bytes.
+void PrintTo(const CallbackCase& c, std::ostream* out) {
+    *out << c.key;
+}
+
 }  // namespace
 
 class AnAppsReset : public ResetFixture {};

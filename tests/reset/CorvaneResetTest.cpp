@@ -75,7 +75,8 @@ TEST_P(ACorvaneResetOnEitherBoard, ResetsTheHomeScreenAndWipesEverything) {
     EXPECT_LT(at("reset_for_corvane_reset"), at("remove_app"));
 }
 
-INSTANTIATE_TEST_SUITE_P(WithOrWithoutAndroidApps, ACorvaneResetOnEitherBoard, ::testing::Bool());
+INSTANTIATE_TEST_SUITE_P(WithOrWithoutAndroidApps, ACorvaneResetOnEitherBoard, ::testing::Bool(),
+                         [](const auto& info) { return info.param ? "AndroidAppsBoard" : "PlainBoard"; });
 
 // A missing notifications entry point does not stop the first; a second is refused.
 TEST_F(ACorvaneReset, WithoutTheNotificationsEntryPointStillReportsAndASecondOneIsRefused) {
@@ -135,7 +136,10 @@ TEST_P(TheGeneralAppsOnAnAndroidBoard, AreKeptOnlyRightAfterAFactoryReset) {
     EXPECT_EQ(Setting("db/tak/factory_reset"), "0");
 }
 
-INSTANTIATE_TEST_SUITE_P(FactoryResetFlag, TheGeneralAppsOnAnAndroidBoard, ::testing::Values("1", "2"));
+INSTANTIATE_TEST_SUITE_P(FactoryResetFlag, TheGeneralAppsOnAnAndroidBoard, ::testing::Values("1", "2"),
+                         [](const auto& info) {
+                             return std::string(info.param) == "1" ? "RightAfterAFactoryReset" : "Later";
+                         });
 
 // The Corvane reset has nothing to uninstall and goes straight to its clean-up; the apps reset after it
 // ends with that clean-up too.

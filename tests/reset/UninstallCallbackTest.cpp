@@ -1,6 +1,7 @@
 // The uninstall callback is called by the common library on its own threads, possibly long after the
 // reset that asked has gone. These tests run it in-process, without a bus; under ASan and TSan a callback
-// that touched a gone task, or raced with one being made or destroyed, fails here.
+// that touched a gone task, or raced with one being made or destroyed, fails here. Each call leaves one
+// log line that says which way it went, which the tests count.
 #include <atomic>
 #include <memory>
 #include <thread>
@@ -8,6 +9,17 @@
 
 #include "HostFixture.h"
 #include "Reset.h"
+#include "ResetFixture.h"
+#include "TestLog.h"
+
+namespace {
+
+using orvix::test::LogMark;
+using reset_test::Count;
+
+const char kNoTask[] = "NULL == pvUserData";
+const char kGone[] = "is gone, callback of ";
+const char kTaken[] = "uninstall callback appid ";
 
 // A private root without a bus: a task reads the board's kind when it is made.
 class TheUninstallCallback : public orvix::test::HostFixture {
@@ -15,25 +27,57 @@ protected:
     bool StartsBus() const override { return false; }
 };
 
-TEST_F(TheUninstallCallback, NeverTouchesAMissingOrGoneTask) {
-    CReset::m_UninstallCB("app", TAK_EVENT_STATE_UNINSTALL_SUCCESS, 100, 0, "", nullptr);
-    auto task = std::make_unique<CReset>();
-    void* address = task.get();
-    task.reset();
-    // The library still holds the address it was given; the memory behind it is free now.
-    CReset::m_UninstallCB("app", TAK_EVENT_STATE_UNINSTALL_SUCCESS, 100, 0, "", address);
-    CReset::m_UninstallCB("app", TAK_EVENT_STATE_UNINSTALL_FAIL, 0, -1, "", address);
+TEST_F(TheUninstallCallback, NeverTouchesAMissingOrGoneTaskAndEndsAnEmptyListOfALiveOne) {
+    auto live = std::make_unique<CReset>();
+    void* gone = std::make_unique<CReset>().get();  // the library still holds an address that is free now
+    const TAK_EVENT_STATE_E kProgress = static_cast<TAK_EVENT_STATE_E>(121);
+    struct Case {
+        const char* name;
+        TAK_EVENT_STATE_E state;
+        void* task;
+        std::vector<std::string> lines;  // each logged once, in this order
+    };
+    const Case cases[] = {
+        {"no task", TAK_EVENT_STATE_UNINSTALL_SUCCESS, nullptr, {kNoTask}},
+        {"gone task, success", TAK_EVENT_STATE_UNINSTALL_SUCCESS, gone, {std::string(kGone) + "app dropped"}},
+        {"gone task, failure", TAK_EVENT_STATE_UNINSTALL_FAIL, gone, {std::string(kGone) + "app dropped"}},
+        {"gone task, not an end state", kProgress, gone, {}},
+        {"live task, not an end state", kProgress, live.get(), {}},
+        // The app is not on the task's list; the list is empty, so the reset ends, which a task whose
+        // thread was never started refuses.
+        {"live task, empty list",
+         TAK_EVENT_STATE_UNINSTALL_FAIL,
+         live.get(),
+         {std::string(kTaken) + "app", "m_AppsList size 0", "receiver is not created", "removed appid app"}},
+    };
+    for (const auto& c : cases) {
+        LogMark mark;
+        CReset::m_UninstallCB("app", c.state, 100, 0, "", c.task);
+        std::string logged = mark.Text();
+        size_t at = 0;
+        for (const auto& line : c.lines) {
+            EXPECT_EQ(Count(logged, line), 1u) << c.name << ": " << line << "\n" << logged;
+            at = logged.find(line, at);
+            EXPECT_NE(at, std::string::npos) << c.name << ": out of order: " << line << "\n" << logged;
+        }
+        EXPECT_EQ(std::count(logged.begin(), logged.end(), '\n'), static_cast<long>(c.lines.size()))
+            << c.name << "\n"
+            << logged;
+    }
 }
 
-TEST_F(TheUninstallCallback, SurvivesManyThreadsWhileTasksComeAndGo) {
+TEST_F(TheUninstallCallback, AnswersEveryCallOnceWhileTasksComeAndGoOnOtherThreads) {
+    LogMark mark;
     std::atomic<bool> stop{false};
     std::atomic<void*> current{nullptr};
+    std::atomic<long> calls{0};
     std::vector<std::thread> callers;
     for (int i = 0; i < 4; ++i) {
         callers.emplace_back([&, i] {
             while (!stop) {
                 CReset::m_UninstallCB("app" + std::to_string(i), TAK_EVENT_STATE_UNINSTALL_SUCCESS, 100, 0,
                                       "", current.load());
+                ++calls;
             }
         });
     }
@@ -47,4 +91,13 @@ TEST_F(TheUninstallCallback, SurvivesManyThreadsWhileTasksComeAndGo) {
     for (auto& caller : callers) {
         caller.join();
     }
+    std::string logged = mark.Text();
+    // Each call found no task, a gone one, or a live one whose list it left empty.
+    size_t taken = Count(logged, kTaken);
+    EXPECT_EQ(Count(logged, kNoTask) + Count(logged, kGone) + taken, static_cast<size_t>(calls.load()));
+    EXPECT_EQ(Count(logged, "m_AppsList size 0"), taken);
+    EXPECT_EQ(Count(logged, "m_AppsList size "), taken);
+    EXPECT_EQ(Count(logged, "removed appid "), taken);
 }
+
+}  // namespace

@@ -6,7 +6,7 @@
 // TAK_BINARY_DIR/src/tak-reset unless ORVIX_TAK_RESET names another program (orvix-host honours it too).
 // TearDown prints the tak-reset log, the stand-ins' logs and the recorded calls when the test failed,
 // runs `orvix-host down`, checks that no process of the root is left, and removes the root (kept when
-// ORVIX_KEEP_ROOT is set).
+// ORVIX_KEEP_ROOT is set). A GLib critical in the log of any process of the root fails the test.
 //
 // Waiting is always bounded: WaitUntil polls a condition until it holds or the time-out passes.
 // Test programs that use the fixture depend on the `orvix_kit` build target (tests/CMakeLists.txt adds
@@ -143,6 +143,7 @@ protected:
         if (m_root.empty()) {
             return;
         }
+        ExpectNoCriticalsLogged();
         if (HasFailure()) {
             PrintDiagnostics();
         }
@@ -161,6 +162,24 @@ protected:
     }
 
     const std::string& Root() const { return m_root; }
+
+    // Fails the test for every GLib critical that a process of the root (tak-reset, a stand-in, a client)
+    // wrote to its log under <root>/var/log: GLib only prints a critical and goes on, so without this a
+    // broken call would pass unseen. TearDown calls it.
+    void ExpectNoCriticalsLogged() const {
+        std::string logs = m_root + "/var/log";
+        g_autoptr(GDir) dir = g_dir_open(logs.c_str(), 0, nullptr);
+        while (const gchar* name = dir != nullptr ? g_dir_read_name(dir) : nullptr) {
+            if (!g_str_has_suffix(name, ".log")) {
+                continue;
+            }
+            std::istringstream text(ReadWholeFile(logs + "/" + name));
+            for (std::string line; std::getline(text, line);) {
+                EXPECT_EQ(line.find("CRITICAL **"), std::string::npos)
+                    << name << " holds a GLib critical: " << line;
+            }
+        }
+    }
 
     // What a derived fixture prints besides the logs when a test failed.
     virtual void PrintMoreDiagnostics() const {}

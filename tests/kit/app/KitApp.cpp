@@ -4,6 +4,7 @@
 //   "iterate_ms"=N iterates the main context inside the callback that long (requests that arrive
 //                  meanwhile are queued, but none may start before this callback returns)
 //   "exit"="1"     asks the framework to exit (before iterating, so that iterate_ms then winds it down)
+//   "critical"="1" logs a GLib critical, as a broken GLib call would
 #include <glib.h>
 
 #include <cstdlib>
@@ -59,6 +60,9 @@ void OnControl(app_control_h request, void*) {
     event["extras"] = Json::Value(Json::objectValue);
     app_control_foreach_extra_data(request, Collect, &event["extras"]);
     Record("control", event);
+    if (Extra(request, "critical") == "1") {
+        g_critical("kit-app was asked for a critical");
+    }
     if (Extra(request, "exit") == "1") {
         service_app_exit();
     }
