@@ -9,6 +9,7 @@
 #include <cerrno>
 #include <climits>
 #include <cstdlib>
+#include <string_view>
 
 namespace {
 
@@ -27,7 +28,8 @@ bool CanonicalSpelling(const std::string& path) {
         if (end == std::string::npos) {
             end = path.size();
         }
-        std::string component = path.substr(begin, end - begin);
+        // A view, not a copy: this runs for every component of every history line's path.
+        std::string_view component(path.data() + begin, end - begin);
         if (component.empty() || component == "." || component == "..") {
             return false;
         }

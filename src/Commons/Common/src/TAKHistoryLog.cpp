@@ -23,12 +23,30 @@ const long long kRotateAboveBytes = 262144;
 const int kBackups = 3;
 const size_t kLineBufferSize = 2048;
 
-std::mutex g_LogLock;  // guards g_HistoryName, the rotation and every write
+// Everything below is guarded by g_LogLock: the name, the rotation, every write, and the two things a
+// line needs that change rarely, so that a line does not pay for building them again: the file's path
+// (rebuilt when the name or the data directory changes) and the time prefix (formatted once a second).
+std::mutex g_LogLock;
 std::string g_HistoryName;
+std::string g_HistoryPath;
+std::string g_PathDataDir;
+bool g_bPathBuilt = false;
+time_t g_StampSecond = -1;
+char g_Stamp[64];
+size_t g_StampLength = 0;
 
-std::string HistoryPath() {
+// Caller holds g_LogLock.
+const std::string& HistoryPathLocked() {
     const char* dataDir = platform_path_get(PLATFORM_PATH_SYSTEM_DATA);
-    return std::string(dataDir != nullptr ? dataDir : "") + "/vardell/" + "log/" + g_HistoryName + ".log";
+    if (dataDir == nullptr) {
+        dataDir = "";
+    }
+    if (!g_bPathBuilt || g_PathDataDir != dataDir) {
+        g_PathDataDir = dataDir;
+        g_HistoryPath = g_PathDataDir + "/vardell/" + "log/" + g_HistoryName + ".log";
+        g_bPathBuilt = true;
+    }
+    return g_HistoryPath;
 }
 
 void RenameLogged(const std::string& from, const std::string& to) {
@@ -55,22 +73,31 @@ void RotateLocked(const std::string& path) {
     RenameLogged(path, path + ".1");
 }
 
-// "YYYY-MM-DDTHH:MM:SS:>" + message, cut to fit the buffer. The prefix is printed first and the caller's
-// format straight after it, so the caller's format itself is never cut (which could split a conversion).
-size_t FormatLine(char (&line)[kLineBufferSize], const char* format, va_list args) {
+// "YYYY-MM-DDTHH:MM:SS:>" (UTC) of this second. Caller holds g_LogLock.
+size_t StampLocked(char* line) {
     time_t now = time(nullptr);
-    struct tm utc {};
-    gmtime_r(&now, &utc);
-    int prefix = snprintf(line, sizeof(line), "%d-%.2d-%.2dT%.2d:%.2d:%.2d:>", utc.tm_year + 1900,
-                          utc.tm_mon + 1, utc.tm_mday, utc.tm_hour, utc.tm_min, utc.tm_sec);
-    if (prefix < 0 || static_cast<size_t>(prefix) >= sizeof(line)) {
-        return 0;
+    if (now != g_StampSecond) {
+        struct tm utc {};
+        gmtime_r(&now, &utc);
+        int length = snprintf(g_Stamp, sizeof(g_Stamp), "%d-%.2d-%.2dT%.2d:%.2d:%.2d:>", utc.tm_year + 1900,
+                              utc.tm_mon + 1, utc.tm_mday, utc.tm_hour, utc.tm_min, utc.tm_sec);
+        g_StampLength = length > 0 ? std::min(static_cast<size_t>(length), sizeof(g_Stamp) - 1) : 0;
+        g_StampSecond = now;
     }
-    int message = vsnprintf(line + prefix, sizeof(line) - prefix, format, args);
-    if (message < 0) {
-        return static_cast<size_t>(prefix);
-    }
-    return std::min(static_cast<size_t>(prefix) + static_cast<size_t>(message), sizeof(line) - 1);
+    memcpy(line, g_Stamp, g_StampLength);
+    return g_StampLength;
+}
+
+// The time prefix + message, cut at kLineBufferSize - 1 characters, then a newline (the buffer holds one
+// more byte for it). The prefix is copied first and the caller's format printed straight after it, so the
+// caller's format itself is never cut (which could split a conversion). Caller holds g_LogLock.
+size_t FormatLineLocked(char (&line)[kLineBufferSize + 1], const char* format, va_list args) {
+    size_t prefix = StampLocked(line);
+    int message = vsnprintf(line + prefix, kLineBufferSize - prefix, format, args);
+    size_t length = prefix + (message > 0 ? static_cast<size_t>(message) : 0);
+    length = std::min(length, kLineBufferSize - 1);
+    line[length] = '\n';
+    return length + 1;
 }
 
 // Opens the current file for appending, through the real-path check; -1 (logged) when that fails.
@@ -90,12 +117,9 @@ bool NeedsRotation(int fd) {
     return lseek(fd, 0, SEEK_END) > kRotateAboveBytes;
 }
 
-void AppendLine(int fd, const std::string& path, const char* line, size_t length) {
-    // One write per line: line and newline land together even beside writers in other processes.
-    char record[kLineBufferSize + 1];
-    memcpy(record, line, length);
-    record[length] = '\n';
-    if (write(fd, record, length + 1) != static_cast<ssize_t>(length + 1)) {
+// One write per line: line and newline land together even beside writers in other processes.
+void AppendLine(int fd, const std::string& path, const char* record, size_t size) {
+    if (write(fd, record, size) != static_cast<ssize_t>(size)) {
         TAK_LOGE("Failed to write %s: %s", path.c_str(), strerror(errno));
     }
 }
@@ -109,6 +133,7 @@ void HistoryLogFileName(const char* name) {
     }
     std::lock_guard<std::mutex> lock(g_LogLock);
     g_HistoryName = name;
+    g_bPathBuilt = false;
 }
 
 // The real-path check and the open are one step (no window in which the path could become a link),
@@ -116,14 +141,14 @@ void HistoryLogFileName(const char* name) {
 // is ever rotated. The file is opened and closed for every line; no handle is kept.
 void WriteHistoryLogFile(const char* format, ...) {
     std::lock_guard<std::mutex> lock(g_LogLock);
-    std::string path = HistoryPath();
+    const std::string& path = HistoryPathLocked();
     if (format == nullptr) {
         return;
     }
-    char line[kLineBufferSize];
+    char line[kLineBufferSize + 1];
     va_list args;
     va_start(args, format);
-    size_t length = FormatLine(line, format, args);
+    size_t size = FormatLineLocked(line, format, args);
     va_end(args);
     int fd = OpenCurrent(path);
     if (fd < 0) {
@@ -137,11 +162,11 @@ void WriteHistoryLogFile(const char* format, ...) {
             return;
         }
     }
-    AppendLine(fd, path, line, length);
+    AppendLine(fd, path, line, size);
     close(fd);
 }
 
 void RotateHistoryLogFile() {
     std::lock_guard<std::mutex> lock(g_LogLock);
-    RotateLocked(HistoryPath());
+    RotateLocked(HistoryPathLocked());
 }
