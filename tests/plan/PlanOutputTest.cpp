@@ -20,6 +20,11 @@ struct OutputCase {
     const char* expected;
 };
 
+// Test lists name a case by its name, not by its bytes.
+void PrintTo(const OutputCase& test, std::ostream* out) {
+    *out << test.name;
+}
+
 }  // namespace
 
 // Eight seeded apps: every keep rule but the fixed ids of a service reset shows among them.
