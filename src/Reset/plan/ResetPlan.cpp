@@ -27,11 +27,6 @@ namespace {
 
 const char kFactoryResetKey[] = "db/tak/factory_reset";
 
-template <typename Fn>
-Fn LookUp(const char* name) {
-    return reinterpret_cast<Fn>(CTAKCommonHandle::GetSymbolAddress(name));
-}
-
 std::string LibraryPath() {
     return std::string(platform_path_fixed("/usr/lib64")) + "/libtak_common.so";
 }
@@ -192,7 +187,7 @@ void CResetPlan::m_PlanAppsReset() {
         apps = CAppDBInfo::GetAllAppList();
     }
 
-    const bool canUninstall = LookUp<TAK_INSTALL_API>(TAK_API_UNINSTALL_APP) != nullptr;
+    const bool canUninstall = CTAKCommonHandle::Find<TAK_INSTALL_API>(TAK_API_UNINSTALL_APP) != nullptr;
     m_tPlan.uninstallsApps = CAppsResetRules::UninstallsApps(kind, m_tPlan.aotBoard);
     m_tPlan.walkRuns = m_tPlan.uninstallsApps && canUninstall;
     m_tPlan.cleanUpRuns = !m_tPlan.uninstallsApps || canUninstall;
@@ -248,7 +243,8 @@ void CResetPlan::m_PlanCleanUp(RESET_KIND_E kind) {
         PLAN_CLEANUP_T entry;
         entry.step = std::move(step);
         if (entry.step.action == RESET_CLEANUP_DELETE_NOTIFICATIONS) {
-            entry.runs = LookUp<TAK_VOID_API>(TAK_API_DELETE_ALL_INSTALL_NOTIFICATIONS) != nullptr;
+            entry.runs =
+                CTAKCommonHandle::Find<TAK_VOID_API>(TAK_API_DELETE_ALL_INSTALL_NOTIFICATIONS) != nullptr;
         }
         Measure(entry);
         anyPath = anyPath || entry.exists;
@@ -315,7 +311,7 @@ void CResetPlan::m_PlanBuiltInReset() {
 }
 
 void CResetPlan::m_PlanBuiltInList() {
-    auto pfGetList = LookUp<TAK_GET_BUILTIN_APP_LIST_API>(TAK_API_GET_BUILTIN_APP_LIST);
+    auto pfGetList = CTAKCommonHandle::Find<TAK_GET_BUILTIN_APP_LIST_API>(TAK_API_GET_BUILTIN_APP_LIST);
     if (pfGetList == nullptr) {
         m_tPlan.notes.push_back(
             "the common library has no GetBuiltInAppListAPI: the reset stops after its "
@@ -348,7 +344,7 @@ void CResetPlan::m_PlanBuiltInList() {
     CBuiltInResetRules::InstantResetList(std::move(apps), m_tPlan.homeBasePkgId, query, m_tPlan.waitingList,
                                          this);
 
-    m_tPlan.installs = LookUp<TAK_INSTALL_API>(TAK_API_INSTALL_APP) != nullptr;
+    m_tPlan.installs = CTAKCommonHandle::Find<TAK_INSTALL_API>(TAK_API_INSTALL_APP) != nullptr;
     if (!m_tPlan.installs) {
         m_tPlan.notes.push_back(
             "the common library has no InstallAppAPI: every app is passed over, none is "
