@@ -7,7 +7,11 @@ export ASAN_OPTIONS ?= detect_leaks=1:abort_on_error=1:strict_string_checks=1
 export UBSAN_OPTIONS ?= print_stacktrace=1:halt_on_error=1
 export TSAN_OPTIONS ?= halt_on_error=1 second_deadlock_stack=1 suppressions=$(CURDIR)/tests/support/tsan.supp
 
-.PHONY: deps build test test-asan test-tsan fuzz bench demo format clean
+.PHONY: deps build test test-asan test-tsan fuzz bench demo install package format clean
+
+# Where `make install` puts the kit: PREFIX/bin, PREFIX/lib/tak-reset, PREFIX/share/doc/tak-reset.
+PREFIX ?= /usr/local
+DEMO_BUILD_LOG := build/demo-build.log
 
 deps:
 	@bash scripts/install-deps
@@ -38,8 +42,22 @@ fuzz: deps
 bench: build
 	@bash scripts/run-bench build
 
-demo: build
+# The demo prints only itself: installing what is missing and building go to a log file, which is shown
+# only when they fail.
+demo:
+	@mkdir -p build
+	@echo "== building quietly (output in $(DEMO_BUILD_LOG))"
+	@if ! $(MAKE) --no-print-directory build >$(DEMO_BUILD_LOG) 2>&1; then \
+	  cat $(DEMO_BUILD_LOG); echo "make demo: the build failed; its output is above and in $(DEMO_BUILD_LOG)" >&2; exit 1; \
+	fi
 	@bash scripts/demo build
+
+install: build
+	@cmake --install build --prefix "$(PREFIX)"
+
+# A Debian package of the kit (build/tak-reset_VERSION_ARCH.deb), installed under /usr.
+package: build
+	@cd build && cpack -G DEB
 
 format:
 	@git ls-files '*.cpp' '*.h' | xargs clang-format -i

@@ -13,6 +13,7 @@
 
 #include <cstdio>
 #include <cstring>
+#include <set>
 #include <string>
 
 #include "Commands.h"
@@ -239,7 +240,12 @@ int RunDown(int argc, char** argv) {
     RemoveStalePidFiles();
     unlink(EnvFile().c_str());
     unlink(BusSocketPath().c_str());
-    printf("stopped %zu process(es) of %s\n", processes.size(), Root().c_str());
+    // A service app is recorded twice (by launch and by its own lock file).
+    std::set<pid_t> stoppedPids;
+    for (const auto& process : processes) {
+        stoppedPids.insert(process.id.pid);
+    }
+    printf("stopped %zu process(es) of %s\n", stoppedPids.size(), Root().c_str());
     return 0;
 }
 

@@ -10,24 +10,36 @@ namespace orvix::host {
 
 namespace {
 
+#ifndef ORVIX_KIT_LIBDIR_FROM_BINDIR
+#define ORVIX_KIT_LIBDIR_FROM_BINDIR "../lib/tak-reset"
+#endif
+
 struct KitFileEntry {
     KitFile file;
     const char* environment;
     const char* name;
+    const char* installedPath;  // relative to orvix-host's directory when not beside it; nullptr: none
     const char* buildTreePath;  // relative to <build>/tools/orvix-host
 };
 
 const KitFileEntry kKitFiles[] = {
-    {KitFile::TakReset, "ORVIX_TAK_RESET", "tak-reset", "../../src/tak-reset"},
-    {KitFile::InnerServer, "ORVIX_INNERSERVER", "orvix-innerserver", "../innerserver/orvix-innerserver"},
-    {KitFile::ManagerClient, "ORVIX_MANAGERCLIENT", "orvix-managerclient",
+    {KitFile::TakReset, "ORVIX_TAK_RESET", "tak-reset", nullptr, "../../src/tak-reset"},
+    {KitFile::InnerServer, "ORVIX_INNERSERVER", "orvix-innerserver", nullptr,
+     "../innerserver/orvix-innerserver"},
+    {KitFile::ManagerClient, "ORVIX_MANAGERCLIENT", "orvix-managerclient", nullptr,
      "../managerclient/orvix-managerclient"},
-    {KitFile::LibTakCommon, "ORVIX_LIBTAK_COMMON", "libtak_common.so", "../libtak_common/libtak_common.so"},
-    {KitFile::TakUtility, "ORVIX_TAKUTILITY", "takutility", "../takutility/takutility"},
+    {KitFile::LibTakCommon, "ORVIX_LIBTAK_COMMON", "libtak_common.so",
+     ORVIX_KIT_LIBDIR_FROM_BINDIR "/libtak_common.so", "../libtak_common/libtak_common.so"},
+    {KitFile::TakUtility, "ORVIX_TAKUTILITY", "takutility", nullptr, "../takutility/takutility"},
 };
 
 bool IsFile(const std::string& path) {
     return !path.empty() && access(path.c_str(), R_OK) == 0;
+}
+
+std::string Resolved(const std::string& path) {
+    char resolved[PATH_MAX];
+    return realpath(path.c_str(), resolved) != nullptr ? resolved : path;
 }
 
 }  // namespace
@@ -58,10 +70,14 @@ std::string FindKitFile(KitFile file, std::string& error) {
         if (IsFile(beside)) {
             return beside;
         }
+        std::string installed =
+            entry.installedPath != nullptr ? OwnDirectory() + "/" + entry.installedPath : "";
+        if (IsFile(installed)) {
+            return Resolved(installed);
+        }
         std::string built = OwnDirectory() + "/" + entry.buildTreePath;
         if (IsFile(built)) {
-            char resolved[PATH_MAX];
-            return realpath(built.c_str(), resolved) != nullptr ? resolved : built;
+            return Resolved(built);
         }
         error = std::string("cannot find ") + entry.name + " (set " + entry.environment + " or build it)";
         return "";

@@ -3,7 +3,9 @@
 // For each one, the first that exists wins:
 //   1. its environment variable (ORVIX_TAK_RESET, ORVIX_INNERSERVER, ORVIX_MANAGERCLIENT,
 //      ORVIX_LIBTAK_COMMON, ORVIX_TAKUTILITY), which names the file itself;
-//   2. the file beside orvix-host's own executable (an installed kit keeps them in one directory);
+//   2. the file beside orvix-host's own executable (an installed kit keeps its programs in one
+//      directory); for the substitute library, its installed place relative to that directory
+//      (<prefix>/bin/../lib/tak-reset/libtak_common.so by default, as the build's install rules put it);
 //   3. its place in the build tree, relative to orvix-host's own executable (<build>/tools/orvix-host):
 //      <build>/src/tak-reset, <build>/tools/innerserver/orvix-innerserver,
 //      <build>/tools/managerclient/orvix-managerclient, <build>/tools/libtak_common/libtak_common.so,
