@@ -121,12 +121,25 @@ bool CReset::t_Create() {
 bool CReset::t_Destroy() {
     t_RemoveTimeout(m_pDeadline);
     m_pDeadline = nullptr;
+    m_AbandonUnanswered();
     // An app reset that was stopped before its clean-up still owes its caller an answer.
     if (!m_bResultSent && !m_bCorvaneResetDoing && !m_bServiceReset) {
         CProcessDbus::ProcessResult("tak_app_reset_result", 1, m_pUserData, "");
     }
     m_bResultSent = false;
     return true;
+}
+
+void CReset::m_AbandonUnanswered() {
+    std::lock_guard<std::mutex> lock(CTAKSingleton<CReset>::m_tSingletonLock);
+    if (m_bRequestsOut) {
+        for (const _APPINFO_T& app : m_AppsList) {
+            m_AbandonedApps.insert(app.id);
+        }
+    }
+    m_AbandonedApps.insert(m_TimedOutApps.begin(), m_TimedOutApps.end());
+    m_TimedOutApps.clear();
+    m_bRequestsOut = false;
 }
 
 bool CReset::t_OnEvent(PTEvent* ptEvent) {
@@ -319,6 +332,7 @@ void CReset::m_UninstallApps(unsigned long /*param*/) {
         ++it;
     }
     app_control_destroy(request);
+    m_bRequestsOut = true;
 
     TAK_LOGI("m_AppsList size %zu", m_AppsList.size());
     if (m_AppsList.empty()) {
@@ -418,6 +432,12 @@ void CReset::m_UninstallCB(std::string appId, TAK_EVENT_STATE_E state, int /*pro
         return;
     }
     CReset* task = static_cast<CReset*>(pvUserData);
+    auto abandoned = task->m_AbandonedApps.find(appId);
+    if (abandoned != task->m_AbandonedApps.end()) {
+        task->m_AbandonedApps.erase(abandoned);
+        TAK_LOGE("%s answered a request of a stopped reset, callback ignored", appId.c_str());
+        return;
+    }
     auto timedOut = task->m_TimedOutApps.find(appId);
     if (timedOut != task->m_TimedOutApps.end()) {
         task->m_TimedOutApps.erase(timedOut);

@@ -82,6 +82,9 @@ private:
     void m_ResetBootState();
     // Arms the walk's deadline, if one is set; replaces an earlier one.
     void m_ArmDeadline();
+    // At the end of a run: its requests still unanswered (and those the deadline gave up on) are
+    // remembered, so that their answers change nothing in the next run.
+    void m_AbandonUnanswered();
     static gboolean m_OnDeadline(gpointer self);
 
     CUninstallList m_AppsList;  // guarded by CTAKSingleton<CReset>::m_tSingletonLock
@@ -103,4 +106,10 @@ private:
     // Apps the deadline took off the list in this walk: their late callbacks change nothing. Guarded by
     // CTAKSingleton<CReset>::m_tSingletonLock.
     std::multiset<std::string> m_TimedOutApps;
+    // The walk of this run has sent its requests (guarded by the singleton lock).
+    bool m_bRequestsOut = false;
+    // Requests of stopped runs that the library has yet to answer, one entry per request: the task object
+    // is the same for every run, so those answers would otherwise count for the run that follows (and end
+    // it before its own uninstalls, or twice). Guarded by the singleton lock.
+    std::multiset<std::string> m_AbandonedApps;
 };
