@@ -100,6 +100,7 @@ bool CBuiltInAppReset::t_Destroy() {
         m_InstantResetList.clear();
         m_ResetDoneApps.clear();
         m_bInstalling = false;
+        ++m_nEndedRuns;
     }
     m_DisarmDeadline();
     // A watch left behind would post into whichever reset runs next.
@@ -454,6 +455,7 @@ void CBuiltInAppReset::m_ResetCB(std::string appId, TAK_EVENT_STATE_E state, int
     }
     CBuiltInAppReset* task = static_cast<CBuiltInAppReset*>(user);
     OPENAPI_BUILTIN_APP_INFO head;
+    unsigned long run = 0;
     {
         std::lock_guard<std::mutex> lock(InstanceLock());
         if (task != m_poInstance) {
@@ -466,6 +468,7 @@ void CBuiltInAppReset::m_ResetCB(std::string appId, TAK_EVENT_STATE_E state, int
             return;
         }
         head = task->m_InstantResetList.front().appInfo;
+        run = task->m_nEndedRuns;
     }
     if (state > kLastInstallState) {
         if (state == TAK_EVENT_STATE_UNINSTALL_SUCCESS || state == TAK_EVENT_STATE_UNINSTALL_FAIL) {
@@ -493,9 +496,11 @@ void CBuiltInAppReset::m_ResetCB(std::string appId, TAK_EVENT_STATE_E state, int
     }
     // Posted under the lock, so that the task cannot go away between the check and the post.
     std::lock_guard<std::mutex> lock(InstanceLock());
-    if (task == m_poInstance) {
-        task->m_EventSendToMe(EVENT_RESET_BUILTIN_APPS, 0);
+    if (task != m_poInstance || task->m_nEndedRuns != run) {
+        TAK_LOGE("the reset of %s was stopped meanwhile, nothing more to do", appId.c_str());
+        return;
     }
+    task->m_EventSendToMe(EVENT_RESET_BUILTIN_APPS, 0);
 }
 
 // Ends the head app's install: records it as done and takes it off the list. False when another

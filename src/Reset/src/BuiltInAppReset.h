@@ -111,6 +111,9 @@ private:
     std::map<std::string, std::string> m_ResetDoneApps;
     int32_t m_nInstallCount = 0;
     bool m_bInstalling = false;  // the head app's install was sent and has not ended
+    // Runs that have ended. The task object serves every run, so a callback that ended an install of a run
+    // stopped meanwhile must not post into the next run (which would then complete twice).
+    unsigned long m_nEndedRuns = 0;
 
     // Task thread only (and the dispatcher before the first event).
     std::vector<std::string> m_WaitingList;  // package ids updated in the background right now
