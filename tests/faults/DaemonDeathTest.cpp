@@ -1,0 +1,50 @@
+// The stand-in service daemon killed in the middle of a reset: every report the reset can no longer
+// deliver fails with its own log line, the reset still goes to its end, and once the daemon is back the
+// next request is reported as usual.
+#include "FaultFixture.h"
+
+using namespace fault_test;
+
+namespace {
+
+const char kUndelivered[] = "method call false.org.freedesktop.DBus.Error.ServiceUnknown";
+
+}  // namespace
+
+class AStandInDaemonKilledMidReset : public FaultFixture {};
+
+TEST_F(AStandInDaemonKilledMidReset, CostsTheUndeliverableReportsButNotTheResetAndTheNextIsReported) {
+    AddApps({{"app.one"}, {"app.two"}});
+    FillEveryResetDirectory();
+    FailEveryUninstallAfter(1000);
+    Start({"reset=tak_app_reset", "userdata=61"});
+    // Both requests are out and the reset waits for their answers, with no bus call on the way.
+    ASSERT_TRUE(WaitForCall("libtak_common", "UninstallAppAPI", 30s, 2));
+    Kill(InnerServer());
+    ASSERT_TRUE(WaitForLogCount(kUndelivered, 2));
+    std::string history =
+        orvix::test::ReadWholeFile(orvix::host::PathVariable(2) + "/vardell/log/tak_reset_history.log");
+    ASSERT_TRUE(orvix::test::WaitUntil([&] {
+        history =
+            orvix::test::ReadWholeFile(orvix::host::PathVariable(2) + "/vardell/log/tak_reset_history.log");
+        return history.find("[m_ClearDB][637]End") != std::string::npos;
+    }));
+    // Each report that went nowhere has its line, right after the call it belongs to.
+    std::string log = TakResetLog();
+    size_t userData = log.find("MethodName:[reset_app_user_data]");
+    size_t result = log.find("MethodName:[process_result]");
+    ASSERT_NE(userData, std::string::npos);
+    ASSERT_NE(result, std::string::npos);
+    EXPECT_LT(userData, log.find(kUndelivered));
+    EXPECT_LT(result, log.find(kUndelivered, log.find(kUndelivered) + 1));
+    EXPECT_EQ(reset_test::Count(log, kUndelivered), 2u);
+    ExpectEmptied(false);
+    EXPECT_TRUE(Results("tak_app_reset_result").empty());
+    EXPECT_NE(TakReset().pid, 0) << "tak-reset did not survive the daemon";
+
+    ASSERT_EQ(Host({"up"}).status, 0);
+    FailEveryUninstallAfter(20);
+    RunToEnd({"reset=tak_app_reset", "userdata=62"}, "tak_app_reset_result");
+    EXPECT_EQ(Results("tak_app_reset_result"), One("tak_app_reset_result", "62"));
+    EXPECT_EQ(CountInLog(kUndelivered), 2u);
+}

@@ -1,0 +1,229 @@
+// 50 launch requests sent as fast as possible by 8 launchers at once, every kind of reset mixed, "end"
+// last in its launcher's turn. Whatever the interleaving, every request is handled once and in the order
+// its launcher sent it, or turned away after "end" with a line that says so (a later request then starts
+// a new instance); and every reset answers exactly as its kind promises when it ends or is stopped.
+//
+// The order in which requests were handled is read back from tak-reset's log: each handled request logs
+// its "reset" and "userdata" values on the main thread, every instance into the same file.
+#include <atomic>
+#include <map>
+#include <regex>
+#include <set>
+#include <sstream>
+#include <thread>
+
+#include "FaultFixture.h"
+
+using namespace fault_test;
+
+namespace {
+
+const int kLaunchers = 8;
+const int kRequests = 50;  // the last one is "end"
+
+// The kinds, and the result each answers with ("" for none).
+const std::map<std::string, std::string> kResultOf = {{"tak_app_reset", "tak_app_reset_result"},
+                                                      {"tak_service_reset", "tak_service_reset_result"},
+                                                      {"biu_app_reset", "biu_app_reset_result"},
+                                                      {"biu_service_reset", "biu_service_reset_result"},
+                                                      {"corvane_reset", "corvane_reset_result"},
+                                                      {"no_such_reset", ""},
+                                                      {"end", ""}};
+const char* const kMix[] = {"tak_app_reset", "biu_app_reset",     "tak_service_reset", "corvane_reset",
+                            "tak_app_reset", "biu_service_reset", "no_such_reset"};
+
+struct Handled {
+    pid_t pid = 0;
+    std::string kind;
+    int cookie = -1;  // -1: no "userdata" (the test's own closing "end")
+};
+
+// What each instance did, from the log.
+struct Instance {
+    std::vector<Handled> handled;
+    size_t turnedAway = 0;  // refused by the process after "end", or dropped by the framework at its exit
+    size_t corvaneRefusals = 0;
+    bool served = false;  // a process of the app that handed its request to the running one serves none
+    bool terminated = false;
+};
+
+struct LogReading {
+    std::vector<Handled> handled;  // in the order they were handled
+    std::map<pid_t, Instance> instances;
+};
+
+LogReading ReadLog(const std::string& log) {
+    static const std::regex line(R"(\((\s*\d+):\s*(\d+)\): )");
+    static const std::regex dropped(R"(exiting with (\d+) launch request\(s\) not handled)");
+    LogReading reading;
+    std::map<pid_t, size_t> lastOf;  // each instance's latest request in reading.handled
+    std::istringstream lines(log);
+    for (std::string text; std::getline(lines, text);) {
+        std::smatch ids;
+        if (!std::regex_search(text, ids, line) || std::stoi(ids[1]) != std::stoi(ids[2])) {
+            continue;  // only the main thread handles requests
+        }
+        pid_t pid = std::stoi(ids[1]);
+        Instance& instance = reading.instances[pid];
+        std::smatch count;
+        if (size_t at = text.find("has key[reset] value["); at != std::string::npos) {
+            instance.handled.push_back({pid, text.substr(at + 21, text.find(']', at + 21) - at - 21), -1});
+            lastOf[pid] = reading.handled.size();
+            reading.handled.push_back(instance.handled.back());
+        } else if (size_t at = text.find("has key[userdata] value["); at != std::string::npos) {
+            instance.handled.back().cookie = std::stoi(text.substr(at + 24));
+            reading.handled[lastOf[pid]].cookie = instance.handled.back().cookie;
+        } else if (text.find("process already exited, do not handle the new event") != std::string::npos) {
+            ++instance.turnedAway;
+        } else if (std::regex_search(text, count, dropped)) {
+            instance.turnedAway += std::stoul(count[1]);
+        } else if (text.find("corvane reset still doing, no need to perform it again") != std::string::npos) {
+            ++instance.corvaneRefusals;
+        } else if (text.find("> CONTROL") != std::string::npos) {
+            instance.served = true;
+        } else if (text.find("**************Reset EXIT***********") != std::string::npos) {
+            instance.terminated = true;
+        }
+    }
+    return reading;
+}
+
+}  // namespace
+
+class ALaunchStorm : public FaultFixture {
+protected:
+    std::vector<std::string> InitArguments() const override { return {"--apps", "3", "--builtin", "2"}; }
+
+    // Request n (1 to 50) goes to launcher (n - 1) % 8, so each launcher sends rising cookies; "end" is the
+    // last request of launcher 1, which has the fewest.
+    static std::vector<std::vector<std::pair<std::string, int>>> Plan() {
+        std::vector<std::vector<std::pair<std::string, int>>> plan(kLaunchers);
+        for (int n = 1; n < kRequests; ++n) {
+            plan[(n - 1) % kLaunchers].push_back({kMix[n % 7], n});
+        }
+        plan[1].push_back({"end", kRequests});
+        return plan;
+    }
+};
+
+TEST_F(ALaunchStorm, IsHandledInOrderOrTurnedAwayAfterEndAndEveryResetAnswersAsItsKindPromises) {
+    Json::Value behaviour(Json::objectValue);
+    behaviour["uninstall"]["bench"] = true;
+    behaviour["builtin"]["install"]["delay_ms"] = 5;
+    SetLibTakBehaviour(behaviour);
+    auto plan = Plan();
+    std::map<int, int> launcherOf;
+    std::map<int, std::string> kindOf;
+    std::atomic<int> failed{0};
+    std::vector<std::thread> launchers;
+    for (int l = 0; l < kLaunchers; ++l) {
+        for (const auto& [kind, cookie] : plan[l]) {
+            launcherOf[cookie] = l;
+            kindOf[cookie] = kind;
+        }
+        launchers.emplace_back([this, &failed, requests = plan[l]] {
+            for (const auto& [kind, cookie] : requests) {
+                orvix::test::RunResult launched =
+                    Launch({"reset=" + kind, "userdata=" + std::to_string(cookie)});
+                failed += launched.status != 0;
+            }
+        });
+    }
+    for (auto& launcher : launchers) {
+        launcher.join();
+    }
+    EXPECT_EQ(failed, 0) << "a launch request was not taken";
+    // A request turned away by the ending instance started another one; it ends too. The instance seen
+    // may be one that is on its way out: then this "end" is handled, turned away, or finds none (status 1).
+    size_t closing = 0;
+    if (AppRunning()) {
+        orvix::test::RunResult launched = Launch({"reset=end"});
+        ASSERT_TRUE(launched.status == 0 || launched.status == 1) << launched.err;
+        closing = launched.status == 0 ? 1 : 0;
+    }
+    ASSERT_TRUE(WaitForAppExit(std::chrono::seconds(60)));
+
+    LogReading log = ReadLog(TakResetLog());
+    // Every request once: handled (cookie seen once), or turned away after its instance's "end".
+    std::set<int> seen;
+    size_t turnedAway = 0;
+    for (const Handled& request : log.handled) {
+        EXPECT_TRUE(seen.insert(request.cookie).second || request.cookie == -1) << request.cookie << " twice";
+        if (request.cookie >= 1 && request.cookie <= kRequests) {
+            EXPECT_EQ(request.kind, kindOf[request.cookie]) << request.cookie;
+        }
+    }
+    for (const auto& [pid, instance] : log.instances) {
+        turnedAway += instance.turnedAway;
+        EXPECT_TRUE(instance.terminated || !instance.served)
+            << "instance " << pid << " did not end through its terminate callback";
+        bool ended = !instance.handled.empty() && instance.handled.back().kind == "end";
+        EXPECT_TRUE(instance.turnedAway == 0 || ended) << "instance " << pid << " turned requests away";
+    }
+    size_t handled = 0;
+    for (const Handled& request : log.handled) {
+        handled += (request.cookie >= 1 && request.cookie <= kRequests) || request.cookie == -1;
+    }
+    EXPECT_EQ(handled + turnedAway, kRequests + closing);
+    size_t served = 0;
+    for (const auto& [pid, instance] : log.instances) {
+        served += instance.served;
+    }
+    RecordProperty("instances", static_cast<int>(served));
+    RecordProperty("turned_away", static_cast<int>(turnedAway));
+    // Each launcher's requests were handled in the order it sent them.
+    std::map<int, int> lastOf;
+    for (const Handled& request : log.handled) {
+        if (request.cookie < 1 || request.cookie > kRequests) {
+            continue;
+        }
+        int launcher = launcherOf[request.cookie];
+        EXPECT_GT(request.cookie, lastOf[launcher]) << "launcher " << launcher << " overtaken";
+        lastOf[launcher] = request.cookie;
+    }
+
+    // Results: what each kind promises. A stopped apps reset of the app kind answers all the same, unless
+    // a Corvane reset ran before it in that process; a built-in reset always answers once; a service
+    // reset answers when it ends; a Corvane reset answers once at most per process.
+    std::map<int, std::vector<std::string>> resultsOf;
+    size_t corvaneResults = 0;
+    for (const auto& call : CallsOf("innerserver", "process_result")) {
+        EXPECT_EQ(call["args"][1].asInt(), 1) << orvix::host::JsonLine(call["args"]);
+        if (call["args"][0].asString() == "corvane_reset_result") {
+            ++corvaneResults;
+            continue;
+        }
+        resultsOf[std::stoi(call["args"][2].asString())].push_back(call["args"][0].asString());
+    }
+    size_t corvaneInstances = 0;
+    for (const auto& [pid, instance] : log.instances) {
+        bool corvaneRan = false;
+        size_t corvanes = 0;
+        for (const Handled& request : instance.handled) {
+            const std::vector<std::string>& results = resultsOf[request.cookie];
+            const std::string& expected = kResultOf.at(request.kind);
+            SCOPED_TRACE(request.kind + " " + std::to_string(request.cookie));
+            for (const auto& name : results) {
+                EXPECT_EQ(name, expected);
+            }
+            bool always =
+                request.kind.rfind("biu_", 0) == 0 || (request.kind == "tak_app_reset" && !corvaneRan);
+            EXPECT_LE(results.size(), expected.empty() ? 0u : 1u);
+            if (always) {
+                EXPECT_EQ(results.size(), 1u);
+            }
+            if (request.kind == "corvane_reset") {
+                corvaneRan = true;
+                ++corvanes;
+            }
+        }
+        corvaneInstances += corvanes > 0;
+        EXPECT_EQ(instance.corvaneRefusals, corvanes > 0 ? corvanes - 1 : 0) << "instance " << pid;
+    }
+    EXPECT_LE(corvaneResults, corvaneInstances);
+    for (const auto& [cookie, results] : resultsOf) {
+        EXPECT_TRUE(seen.count(cookie) == 1)
+            << "a result for request " << cookie << ", which was not handled";
+    }
+    EXPECT_EQ(CountInLog("Sanitizer"), 0u);
+}
