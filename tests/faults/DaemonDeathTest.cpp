@@ -16,7 +16,7 @@ class AStandInDaemonKilledMidReset : public FaultFixture {};
 TEST_F(AStandInDaemonKilledMidReset, CostsTheUndeliverableReportsButNotTheResetAndTheNextIsReported) {
     AddApps({{"app.one"}, {"app.two"}});
     FillEveryResetDirectory();
-    FailEveryUninstallAfter(1000);
+    FailEveryUninstallAfter(2500);
     Start({"reset=tak_app_reset", "userdata=61"});
     // Both requests are out and the reset waits for their answers, with no bus call on the way.
     ASSERT_TRUE(WaitForCall("libtak_common", "UninstallAppAPI", 30s, 2));

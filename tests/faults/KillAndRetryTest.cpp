@@ -32,7 +32,7 @@ TEST_P(ATakResetKilledMidReset, FinishesOnTheSameRequestAgainAndReportsOnce) {
     SetSystemFlag(kAndroidApps, test.corvane);
     AddApps({{"app.one"}, {"app.two"}});
     FillEveryResetDirectory();
-    FailEveryUninstallAfter(test.inCleanUp ? 1000 : 600000);
+    FailEveryUninstallAfter(test.inCleanUp ? 2500 : 600000);
     Start(request);
     // Both uninstall requests are out: every bus call before the clean-up's first one has been answered.
     ASSERT_TRUE(WaitForCall("libtak_common", "UninstallAppAPI", 30s, 2));
