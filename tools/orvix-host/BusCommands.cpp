@@ -5,8 +5,10 @@
 //         prints "export DBUS_SYSTEM_BUS_ADDRESS=..." and writes the same line to <root>/run/env.
 // down    stops every process the kit started for the root (service apps such as tak-reset included,
 //         with whatever they started) and removes their pid files, sockets and <root>/run/env.
-// client  starts a manager client for OBJ in the background (log var/log/managerclient.OBJ.log), or
-//         with --foreground in place of orvix-host, drawing progress bars on the terminal.
+// client  starts a manager client for OBJ in the background (log var/log/managerclient.OBJ.log, one line
+//         per progress step), or with --foreground in place of orvix-host, drawing progress bars on the
+//         terminal; a background client of the same name is then stopped first, so that this one owns
+//         its bus name. Without --foreground, a client that runs is left alone.
 #include <fcntl.h>
 #include <poll.h>
 #include <unistd.h>

@@ -1,12 +1,14 @@
 // orvix-host settings: reads and writes keys of the host settings store.
 //
 //   settings get KEY                                   prints the value (bool as true/false)
-//   settings set [-t int|bool|string|double] KEY VALUE
+//   settings set [-t|--type int|bool|string|double] KEY VALUE
 //
 // Without -t a key keeps the type it already has; a new key is a string. Values must parse as their
-// type: int as a 32-bit decimal, bool as true/false/1/0, double as a finite decimal number. A bad value,
-// an unknown type or a missing argument prints one line on standard error, exits with 2 and writes
-// nothing. A failed write or a missing key exits with 1.
+// type: int as a 32-bit decimal, bool as true/false/1/0, double as a finite decimal number. A malformed
+// key (checked here, before the store could log about it), a bad value, an unknown type or a missing
+// argument prints one line on standard error, exits with 2 and writes nothing. A failed write or a
+// missing key exits with 1. -t is parsed by hand, so that a VALUE such as "-5" is never taken for an
+// option.
 #include <vconf.h>
 
 #include <cctype>
