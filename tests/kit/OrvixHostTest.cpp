@@ -85,6 +85,13 @@ TEST_F(OrvixHost, PackagesKeepMetadataInDeclarationOrder) {
 TEST_F(OrvixHost, PathCallsAndLogPrintWhatTheyAreAskedFor) {
     EXPECT_EQ(Host({"path", "24"}).out, Root() + "/home/owner\n");
     EXPECT_EQ(Host({"path", "7"}).out, std::string(platform_path_get(7)) + "\n");
+    // Nothing recorded yet: said so, apart from the (empty) output.
+    for (const char* command : {"calls", "log"}) {
+        RunResult nothing = Host({command});
+        EXPECT_EQ(nothing.status, 0) << command;
+        EXPECT_EQ(nothing.out, "") << command;
+        EXPECT_NE(nothing.err.find(" yet (no " + Root() + "/var/log/"), std::string::npos) << nothing.err;
+    }
     orvix::host::RecordCall("innerserver", "process_result", Json::Value(Json::arrayValue), ":1.9");
     RunResult calls = Host({"calls"});
     EXPECT_EQ(calls.status, 0);

@@ -7,7 +7,8 @@
 //         a log there. --level drops platform log lines below a level (CLogFilter); the colour escapes of
 //         the levels are taken out unless standard output is a terminal.
 // --follow keeps printing what is appended, until interrupted.
-// Both need an initialised root; log refuses a program it knows no log of (exit status 2).
+// Both need an initialised root; log refuses a program it knows no log of (exit status 2). A record that
+// does not exist yet prints nothing but a line on standard error that says so (exit status 0).
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -78,6 +79,14 @@ bool PrintFile(const std::string& path, bool follow, const Sink& sink) {
     return ok;
 }
 
+// An empty answer would look like an empty record; say why there is none (on standard error, so that
+// the output stays the file's content). --follow waits for the file instead.
+void NoteWhenMissing(const char* command, const std::string& path, bool follow, const std::string& note) {
+    if (!follow && access(path.c_str(), F_OK) != 0) {
+        fprintf(stderr, "orvix-host %s: %s (no %s)\n", command, note.c_str(), path.c_str());
+    }
+}
+
 bool IsKnownProgram(const std::string& program) {
     for (const char* known : kKnownPrograms) {
         if (program == known) {
@@ -131,6 +140,7 @@ int RunCalls(int argc, char** argv) {
     if (!RequireInitialisedRoot(kCommand)) {
         return kUsageError;
     }
+    NoteWhenMissing(kCommand, CallsFile(), follow, "no calls recorded yet");
     PrintFile(CallsFile(), follow,
               [](const char* data, size_t size) { return WriteOut(std::string(data, size)); });
     return 0;
@@ -168,5 +178,6 @@ int RunLog(int argc, char** argv) {
         return UsageError(kCommand,
                           "no log of '" + program + "' in " + Root() + " (logs: " + LoggedPrograms() + ")");
     }
+    NoteWhenMissing(kCommand, LogFile(program), follow, program + " has not logged anything yet");
     return PrintLog(program, follow, level != nullptr ? level[0] : 'V');
 }
