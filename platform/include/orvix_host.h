@@ -37,4 +37,9 @@ bool IsSettingsKey(const char* key);
 // The shortest text that reads back as the same double (how the settings store writes doubles).
 std::string ShortestDoubleText(double value);
 
+// Only for a copy of the kit inside a library that can be unloaded: joins the settings store's worker
+// threads and frees what a process keeps until its end, so that each unload gives its memory back.
+// Nothing of the settings store may be called afterwards.
+void ReleaseSettingsAtUnload();
+
 }  // namespace orvix::host

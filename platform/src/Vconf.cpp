@@ -307,6 +307,8 @@ bool MakeNode(const char* key, int type, _keynode_t& node) {
 
 class AsyncWriter {
 public:
+    ~AsyncWriter() { Stop(); }
+
     bool Submit(_keynode_t node, vconf_async_cb callback, void* userData) {
         std::lock_guard<std::mutex> lock(m_QueueLock);
         if (m_bStopping) {
@@ -403,6 +405,16 @@ public:
             RunOnWatcherThread(lock, Request{false, dir});
         }
         return dirs.empty() ? VCONF_ERROR : VCONF_OK;
+    }
+
+    ~Watcher() {
+        Stop();
+        if (m_Loop != nullptr) {
+            g_main_loop_unref(m_Loop);
+        }
+        if (m_Context != nullptr) {
+            g_main_context_unref(m_Context);
+        }
     }
 
     void Stop() {
@@ -609,14 +621,20 @@ private:
 };
 
 // Deliveries may still sit in the default main context when the process ends, so the two objects
-// are never destroyed; their threads are joined at exit.
-AsyncWriter* const g_AsyncWriter = new AsyncWriter;
-Watcher* const g_Watcher = new Watcher;
+// are never destroyed at exit; their threads are joined then. A copy of the kit inside a library that
+// is unloaded frees them (orvix::host::ReleaseSettingsAtUnload): the library's code, and with it any
+// delivery that could still reach them, goes with it.
+AsyncWriter* g_AsyncWriter = new AsyncWriter;
+Watcher* g_Watcher = new Watcher;
 
 struct ThreadsJoinedAtExit {
     ~ThreadsJoinedAtExit() {
-        g_AsyncWriter->Stop();
-        g_Watcher->Stop();
+        if (g_AsyncWriter != nullptr) {
+            g_AsyncWriter->Stop();
+        }
+        if (g_Watcher != nullptr) {
+            g_Watcher->Stop();
+        }
     }
 } g_ThreadsJoinedAtExit;
 
@@ -672,6 +690,13 @@ namespace orvix::host {
 
 bool IsSettingsKey(const char* key) {
     return ValidKey(key);
+}
+
+void ReleaseSettingsAtUnload() {
+    delete g_AsyncWriter;  // its destructor joins the writer once the queued writes are done
+    g_AsyncWriter = nullptr;
+    delete g_Watcher;
+    g_Watcher = nullptr;
 }
 
 }  // namespace orvix::host

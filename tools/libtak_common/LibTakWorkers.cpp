@@ -3,6 +3,20 @@
 
 #include <chrono>
 
+#include "orvix_host.h"
+
+namespace {
+
+// The kit's settings store inside this library keeps two objects for the life of a process; a library
+// that is unloaded and loaded again would lose them at every unload. Constructed when the library is
+// loaded, so destroyed after everything constructed at first use: the workers below, the settings
+// watch and the schedule are gone by then, and nothing of this library reaches the store any more.
+struct SettingsReleasedAtUnload {
+    ~SettingsReleasedAtUnload() { orvix::host::ReleaseSettingsAtUnload(); }
+} g_SettingsReleasedAtUnload;
+
+}  // namespace
+
 CLibTakWorkers& CLibTakWorkers::Get() {
     // Constructed at first use, destroyed when the library is unloaded or, at exit, before the statics of
     // the program that loaded it (it was registered after them).

@@ -67,9 +67,8 @@ std::string AppId(int index, int total, const std::string& title) {
         name.erase(std::remove(name.begin(), name.end(), ' '), name.end());
         return prefix + "." + name;
     }
-    char id[16];
-    snprintf(id, sizeof(id), "32021%08d", 10000000 + index * 37);
-    return id;
+    // At least eight digits after the prefix, as 10,000,000 has eight already.
+    return "32021" + std::to_string(10000000 + index * 37);
 }
 
 _APPINFO_T MakeApp(int index, int total) {
