@@ -25,8 +25,6 @@
 
 namespace {
 
-const char kFactoryResetKey[] = "db/tak/factory_reset";
-
 std::string LibraryPath() {
     return std::string(platform_path_fixed("/usr/lib64")) + "/libtak_common.so";
 }
@@ -181,7 +179,7 @@ bool CResetPlan::m_ProbeDatabase() {
 void CResetPlan::m_PlanAppsReset() {
     const RESET_KIND_E kind = AppsKind(m_tPlan.request.GetKind());
     int factoryReset = 0;
-    ICVConf::Get(kFactoryResetKey, factoryReset);
+    ICVConf::Get(CAppsResetRules::FACTORY_RESET_KEY, factoryReset);
     std::list<_APPINFO_T> apps;
     if (m_ProbeDatabase()) {
         apps = CAppDBInfo::GetAllAppList();

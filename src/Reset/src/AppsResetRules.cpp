@@ -51,9 +51,9 @@ std::vector<RESET_SETTING_T> AppsResetSettings(RESET_KIND_E kind, RESET_STAGE_E 
         case RESET_STAGE_CLEAN_UP:
             break;
         case RESET_STAGE_RESULT:
-            // Only an app reset ends the factory-reset state, and only when there is one.
-            if (kind == RESET_KIND_APP && factoryReset != 0) {
-                settings.push_back(Number("db/tak/factory_reset", 0, true));
+            // Only when there is one.
+            if (CAppsResetRules::EndsFactoryReset(kind) && factoryReset != 0) {
+                settings.push_back(Number(CAppsResetRules::FACTORY_RESET_KEY, 0, true));
             }
             break;
     }
@@ -185,6 +185,8 @@ std::vector<RESET_CLEANUP_STEP> CorvaneResetCleanUp() {
 
 }  // namespace
 
+const char* const CAppsResetRules::FACTORY_RESET_KEY = "db/tak/factory_reset";
+
 CAppsResetRules::CAppsResetRules(bool aotBoard, bool serviceReset, const AppMap& defaultApps,
                                  const AppMap& generalApps)
     : m_bAOTBoard(aotBoard),
@@ -246,6 +248,10 @@ bool CAppsResetRules::UninstallsApps(RESET_KIND_E kind, bool aotBoard) {
 bool CAppsResetRules::ReadsGeneralApps(RESET_KIND_E kind, int factoryReset) {
     // General preinstalled apps are only protected right after a factory reset.
     return kind == RESET_KIND_CORVANE || factoryReset == 1;
+}
+
+bool CAppsResetRules::EndsFactoryReset(RESET_KIND_E kind) {
+    return kind == RESET_KIND_APP;
 }
 
 std::vector<RESET_SETTING_T> CAppsResetRules::Settings(RESET_KIND_E kind, RESET_STAGE_E stage, bool aotBoard,

@@ -74,6 +74,9 @@ class CAppsResetRules {
 public:
     using AppMap = std::map<std::string, std::string>;
 
+    // int: 1 right after a factory reset, until an app reset ends that state.
+    static const char* const FACTORY_RESET_KEY;
+
     // The keep rule of one walk. The maps are the default/native (type 0) and general (type 1)
     // preinstalled apps as the reset read them; they must outlive the object. `serviceReset` is the
     // task's flag, which a Corvane reset inherits from a service reset earlier in the same process.
@@ -95,6 +98,9 @@ public:
     // Whether the general preinstalled apps are read: always in a Corvane reset, in an apps reset only
     // right after a factory reset ("db/tak/factory_reset" reads 1).
     static bool ReadsGeneralApps(RESET_KIND_E kind, int factoryReset);
+    // Whether the reset's result stage ends the factory-reset state (only an app reset does), so that
+    // "db/tak/factory_reset" needs reading there.
+    static bool EndsFactoryReset(RESET_KIND_E kind);
 
     // The settings written at one stage, in order. `korbitBoard` spares "db/tak/app_sync_status";
     // `factoryReset` is the value "db/tak/factory_reset" holds when the stage runs.

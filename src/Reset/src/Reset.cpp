@@ -2,10 +2,8 @@
 
 #include <app_control.h>
 #include <app_launcher.h>
-#include <platform_path.h>
 
 #include <cstdint>
-#include <iterator>
 #include <unordered_set>
 #include <utility>
 
@@ -25,11 +23,7 @@ namespace {
 // Every app: the app id that the app-record updates take for "all rows".
 const char* const kEveryApp = "";
 
-const int kAppTypeDefault = 4;
 const int kUninstallReasonReset = 2;
-
-// Kept in a service reset (defect DF200715-00947): these apps must survive it.
-const char* const kServiceResetKeptApps[] = {"3201903017943", "3201904018125", "3202001019917"};
 
 const char* const kDangbeiPackage = "com.velorin.dangbeimarket";
 
@@ -42,63 +36,42 @@ std::unordered_set<const void*>& LiveTasks() {
     return *live;
 }
 
-bool IsKeptInServiceReset(const std::string& id) {
-    for (const char* kept : kServiceResetKeptApps) {
-        if (id == kept) {
-            return true;
-        }
-    }
-    return false;
-}
-
 std::string AddressText(const void* address) {
     return std::to_string(reinterpret_cast<intptr_t>(address));
 }
 
-// <path variable>/vardell/<sub>; empty when the platform does not know the variable.
-std::string ServicePath(int variable, const char* sub) {
-    const char* root = platform_path_get(variable);
-    if (root == nullptr) {
-        TAK_LOGE("path variable %d is not configured", variable);
-        return std::string();
+// Carries out one clean-up step; false when it did nothing because the library cannot delete the
+// install notifications. A step without a path (its variable is not configured) touches nothing.
+bool RunCleanUpAction(const RESET_CLEANUP_STEP& step) {
+    switch (step.action) {
+        case RESET_CLEANUP_EMPTY_DIR:
+        case RESET_CLEANUP_REMOVE_DIR:
+            if (!step.path.empty()) {
+                TAKDir::RemoveAllFiles(step.path, step.action == RESET_CLEANUP_REMOVE_DIR, false);
+            }
+            return true;
+        case RESET_CLEANUP_REMOVE_FILE:
+            if (!step.path.empty()) {
+                ITAKUtility::RemoveFile(step.path);
+            }
+            return true;
+        case RESET_CLEANUP_RESET_USER_DATA:
+            CResetDbus::ResetAppsUserData();
+            return true;
+        case RESET_CLEANUP_DELETE_NOTIFICATIONS:
+            return CTAKCommonHandle::CallVoid(TAK_API_DELETE_ALL_INSTALL_NOTIFICATIONS);
     }
-    return std::string(root) + "/vardell/" + sub;
+    return true;
 }
 
-// The owners' home root followed directly by `sub`.
-std::string HomePath(const char* sub) {
-    const char* root = platform_path_get(PLATFORM_PATH_HOME_ROOT);
-    if (root == nullptr) {
-        TAK_LOGE("path variable %d is not configured", PLATFORM_PATH_HOME_ROOT);
-        return std::string();
-    }
-    return std::string(root) + sub;
-}
-
-void EmptyDir(const std::string& path, bool bFirst = false) {
-    if (path.empty()) {
-        return;
-    }
-    TAKDir::RemoveAllFiles(path, bFirst, false);
-}
-
-void EmptyServiceDir(int variable, const char* sub) {
-    EmptyDir(ServicePath(variable, sub));
-}
-
-void RemoveCaches() {
-    std::string cache = HomePath("/owner/.cache/Apps/WebAppsCache/");
-    TAK_LOGI("remove Cache %s", cache.c_str());
-    EmptyDir(cache, true);
-    std::string xwalk = HomePath("/owner/apps_rw/xwalk-service/");
-    TAK_LOGI("remove xwalk service files %s", xwalk.c_str());
-    EmptyDir(xwalk, true);
-}
-
-void RemoveBackupFile() {
-    std::string backup = ServicePath(PLATFORM_PATH_APPS_RW, "bnr_backup/bnr_backup.json");
-    if (!backup.empty()) {
-        ITAKUtility::RemoveFile(backup);
+void RunCleanUp(RESET_KIND_E kind) {
+    for (const RESET_CLEANUP_STEP& step : CAppsResetRules::CleanUpSteps(kind)) {
+        if (!step.logBefore.empty()) {
+            TAK_LOGI("%s", step.logBefore.c_str());
+        }
+        if (RunCleanUpAction(step) && !step.logAfter.empty()) {
+            TAK_LOGI("%s", step.logAfter.c_str());
+        }
     }
 }
 
@@ -124,7 +97,7 @@ bool CReset::t_Destroy() {
     m_AbandonUnanswered();
     // An app reset that was stopped before its clean-up still owes its caller an answer.
     if (!m_bResultSent && !m_bCorvaneResetDoing && !m_bServiceReset) {
-        CProcessDbus::ProcessResult("tak_app_reset_result", 1, m_pUserData, "");
+        CProcessDbus::ProcessResult(CAppsResetRules::ResultName(RESET_KIND_APP), 1, m_pUserData, "");
     }
     m_bResultSent = false;
     return true;
@@ -213,25 +186,22 @@ void CReset::AppsReset(void* pUserData, bool bServiceReset, _CLIENT_INFO_T tClie
     m_pUserData = pUserData;
     m_bServiceReset = bServiceReset;
     m_tClientInfo = std::move(tClientInfo);
+    const RESET_KIND_E kind = m_AppsKind();
 
     CResetDbus::ResetConfigTable();
-    if (!ICSystemInfo::GetKorbitBoard()) {
-        ICVConf::Set("db/tak/app_sync_status", 0, true);
-    }
-    ICVConf::Set("memory/tak/boot_status", 0, false);
+    m_WriteSettings(kind, RESET_STAGE_START);
     m_ResetAppItems();
     m_GetUninstallList();
 
     CTAKUtil::GetPreinstallApps(0, m_DefaultApps);
     int factoryReset = 0;
-    ICVConf::Get("db/tak/factory_reset", factoryReset);
-    // General preinstalled apps are only protected right after a factory reset.
-    if (factoryReset == 1) {
+    ICVConf::Get(CAppsResetRules::FACTORY_RESET_KEY, factoryReset);
+    if (CAppsResetRules::ReadsGeneralApps(kind, factoryReset)) {
         CTAKUtil::GetPreinstallApps(1, m_GeneralApps);
     }
     CAppDBInfo::UpdateAppsInfoByKey(APPINFO_UPDATE_KEY_NEED_RESET, 1, kEveryApp);
     m_RecoverDefaultAppResetStatus();
-    ICVConf::Set("memory/tak/app_change", 1, true);
+    m_WriteSettings(kind, RESET_STAGE_RECORDS_RESET, factoryReset);
 
     if (m_bAOTBoard) {
         m_PostAfterBinder(EVENT_UNINSTALL_APPS);
@@ -246,22 +216,24 @@ void CReset::m_ResetAppItems() {
     CAppDBInfo::UpdateAppsInfoByKey(APPINFO_UPDATE_KEY_USE_COUNT, 0, kEveryApp);
 }
 
-void CReset::m_ResetBootState() {
-    // A robot-product board keeps its own sync status.
-    if (!ICSystemInfo::GetKorbitBoard()) {
-        ICVConf::Set("db/tak/app_sync_status", 0, true);
+RESET_KIND_E CReset::m_AppsKind() const {
+    return m_bServiceReset ? RESET_KIND_SERVICE : RESET_KIND_APP;
+}
+
+void CReset::m_WriteSettings(RESET_KIND_E kind, RESET_STAGE_E stage, int factoryReset) {
+    // The board flags are read at every stage, as the host may change them while a reset runs.
+    for (const RESET_SETTING_T& setting :
+         CAppsResetRules::Settings(kind, stage, m_bAOTBoard, ICSystemInfo::GetKorbitBoard(), factoryReset)) {
+        if (setting.text) {
+            ICVConf::Set(setting.key, setting.value, setting.sync);
+        } else {
+            ICVConf::Set(setting.key, setting.number, setting.sync);
+        }
     }
-    ICVConf::Set("memory/tak/boot_status", 0, false);
 }
 
 void CReset::m_GetUninstallList() {
-    std::list<_APPINFO_T> fetched = CAppDBInfo::GetAllAppList();
-    std::list<_APPINFO_T> ordered;
-    // Front-placed apps are uninstalled first (so in reverse of their fetched order).
-    while (!fetched.empty()) {
-        auto app = fetched.begin();
-        ordered.splice(app->reserved_tinyint_2 ? ordered.begin() : ordered.end(), fetched, app);
-    }
+    std::list<_APPINFO_T> ordered = CAppsResetRules::UninstallOrder(CAppDBInfo::GetAllAppList());
     // Callbacks of an earlier reset may still arrive; they must see either the old list or the new one.
     std::lock_guard<std::mutex> lock(CTAKSingleton<CReset>::m_tSingletonLock);
     m_AppsList.Assign(std::move(ordered));
@@ -317,8 +289,9 @@ void CReset::m_UninstallApps(unsigned long /*param*/) {
     m_ArmDeadline();
     // The same for every app of this walk; reading it once spares one configuration read per app.
     int reason = CTAKUtil::GetTAKUninstallReason(kUninstallReasonReset);
+    const CAppsResetRules rules(m_bAOTBoard, m_bServiceReset, m_DefaultApps, m_GeneralApps);
     for (auto it = m_AppsList.begin(); it != m_AppsList.end();) {
-        if (m_SkipUninstall(*it)) {
+        if (rules.KeepRule(*it) != RESET_KEEP_NONE) {
             it = m_AppsList.Erase(it);
             continue;
         }
@@ -370,28 +343,6 @@ gboolean CReset::m_OnDeadline(gpointer self) {
     TAK_LOGI("m_AppsList size %zu", task->m_AppsList.size());
     task->m_EventSendToMe(task->m_EndEvent(), 0);
     return G_SOURCE_REMOVE;
-}
-
-bool CReset::m_SkipUninstall(const _APPINFO_T& app) const {
-    const char* id = app.id.c_str();
-    int type = static_cast<int>(app.app_type);
-    if (type == kAppTypeDefault || m_DefaultApps.count(app.id) != 0) {
-        TAK_LOGI("%s is default/native[%d], continue to uninstall next apps", id, type);
-        return true;
-    }
-    if (app.reserved_tinyint_1) {
-        TAK_LOGI("%s is configured as disable reset, continue to uninstall next apps", id);
-        return true;
-    }
-    if (m_bAOTBoard && m_GeneralApps.count(app.id) != 0) {
-        TAK_LOGI("%s is general app[%d], continue to uninstall next apps", id, type);
-        return true;
-    }
-    if (m_bServiceReset && IsKeptInServiceReset(app.id)) {
-        TAK_LOGI("hard-coded for DF200715-00947, do not uninstall %s", id);
-        return true;
-    }
-    return false;
 }
 
 bool CReset::m_SendUninstall(TAK_INSTALL_API pfUninstall, app_control_h request, const _APPINFO_T& app,
@@ -454,68 +405,38 @@ void CReset::m_UninstallCB(std::string appId, TAK_EVENT_STATE_E state, int /*pro
 }
 
 void CReset::m_ClearDB() {
-    EmptyServiceDir(PLATFORM_PATH_SYSTEM_DATA, "common/");
-    TAK_LOGI("reset common path end");
-    EmptyServiceDir(PLATFORM_PATH_APPS_RW, "preinstallrecovery/");
-    TAK_LOGI("reset preinstall recovery file end");
-    CResetDbus::ResetAppsUserData();
-    EmptyServiceDir(PLATFORM_PATH_APPS_RW, "clone/");
-    EmptyServiceDir(PLATFORM_PATH_APPS_RW, "RM/");
-    EmptyServiceDir(PLATFORM_PATH_SYSTEM_DATA, "appupdate/");
-    EmptyServiceDir(PLATFORM_PATH_APPS_RW, "appupdate/package/");
-    RemoveCaches();
-    RemoveBackupFile();
-    m_RemoveContentFiles();
-
-    if (m_bServiceReset) {
-        CProcessDbus::ProcessResult("tak_service_reset_result", 1, m_pUserData, "");
-    } else {
-        int factoryReset = 0;
-        ICVConf::Get("db/tak/factory_reset", factoryReset);
-        if (factoryReset != 0) {
-            ICVConf::Set("db/tak/factory_reset", 0, true);
-        }
-        CProcessDbus::ProcessResult("tak_app_reset_result", 1, m_pUserData, "");
+    const RESET_KIND_E kind = m_AppsKind();
+    m_WriteSettings(kind, RESET_STAGE_CLEAN_UP);
+    RunCleanUp(kind);
+    int factoryReset = 0;
+    if (CAppsResetRules::EndsFactoryReset(kind)) {
+        ICVConf::Get(CAppsResetRules::FACTORY_RESET_KEY, factoryReset);
     }
+    m_WriteSettings(kind, RESET_STAGE_RESULT, factoryReset);
+    CProcessDbus::ProcessResult(CAppsResetRules::ResultName(kind), 1, m_pUserData, "");
     m_bResultSent = true;
     WriteHistoryLogFile("[%s][%d]End", "m_ClearDB", 637);
-}
-
-void CReset::m_RemoveContentFiles() {
-    for (int variable = PLATFORM_PATH_CONTENT_FIRST; variable <= PLATFORM_PATH_CONTENT_LAST; ++variable) {
-        const char* path = platform_path_get(variable);
-        if (path == nullptr) {
-            TAK_LOGE("path variable %d is not configured", variable);
-            continue;
-        }
-        TAK_LOGI("remove files %s", path);
-        TAKDir::RemoveAllFiles(path, false, false);
-    }
 }
 
 void CReset::CorvaneReset() {
     TAK_LOGN("CorvaneReset");
     WriteHistoryLogFile("[%s][%d]Corvane Reset", "CorvaneReset", 187);
-    ICVConf::Set("memory/tak/app_group_list_ready", 0, false);
-    ICVConf::Set("memory/tak/andrioid_group_list_ready", 0, false);
     m_bCorvaneResetDoing = true;
-    ICVConf::Set("db/appinfoviewer/auto_update_off_applist", "", true);
-    ICVConf::Set("db/tak/btgid", "", true);
-    ICVConf::Set("db/tak/app_canary_id_list", "", false);
-    ICVConf::Set("db/tak/app_canary_internal_test", 0, true);
+    m_WriteSettings(RESET_KIND_CORVANE, RESET_STAGE_START);
 
     // Without Android apps nothing is uninstalled; the per-app state is reset at the end instead.
-    if (!m_bAOTBoard) {
+    if (!CAppsResetRules::UninstallsApps(RESET_KIND_CORVANE, m_bAOTBoard)) {
         m_EventSendToMe(EVENT_TERMINATE_ALL_APPS, 0);
         return;
     }
     m_GetUninstallList();
     CTAKUtil::GetPreinstallApps(0, m_DefaultApps);
-    CTAKUtil::GetPreinstallApps(1, m_GeneralApps);
+    if (CAppsResetRules::ReadsGeneralApps(RESET_KIND_CORVANE, 0)) {
+        CTAKUtil::GetPreinstallApps(1, m_GeneralApps);
+    }
     m_ResetAppItems();
     CAppDBInfo::ResetForCorvaneReset();
-    ICVConf::Set("memory/tak/app_change", 1, true);
-    m_ResetBootState();
+    m_WriteSettings(RESET_KIND_CORVANE, RESET_STAGE_RECORDS_RESET);
     m_PostAfterBinder(EVENT_TERMINATE_ALL_APPS);
 }
 
@@ -524,7 +445,7 @@ void CReset::m_TerminateAllApps() {
     tak_terminate_allApps_internal("TAK", "corvane reset");
     CAppDBInfo::UpdateAppsInfoByKey(APPINFO_UPDATE_KEY_NEED_RESET, 1, kEveryApp);
     m_RecoverDefaultAppResetStatus();
-    if (m_bAOTBoard) {
+    if (CAppsResetRules::UninstallsApps(RESET_KIND_CORVANE, m_bAOTBoard)) {
         m_EventSendToMe(EVENT_CORVANE_UNINSTALL_APPS, 0);
     } else {
         m_EventSendToMe(EVENT_DISABLE_APPS, 0);
@@ -533,34 +454,14 @@ void CReset::m_TerminateAllApps() {
 
 void CReset::m_DisableApps() {
     TAK_LOGN("m_DisableApps");
-    if (!m_bAOTBoard) {
+    // A board that uninstalls nothing left the app records alone in the entry; they are reset here.
+    if (!CAppsResetRules::UninstallsApps(RESET_KIND_CORVANE, m_bAOTBoard)) {
         m_ResetAppItems();
         CAppDBInfo::ResetForCorvaneReset();
-        m_ResetBootState();
     }
-    ICVConf::Set("memory/tak/app_change", 1, true);
-
-    EmptyServiceDir(PLATFORM_PATH_SYSTEM_DATA, "common/");
-    TAK_LOGI("reset common path end");
-    EmptyServiceDir(PLATFORM_PATH_APPS_RW, "preinstallrecovery/");
-    TAK_LOGI("reset preinstall recovery file end");
-    EmptyServiceDir(PLATFORM_PATH_APPS_RW, "system_app/");
-    TAK_LOGI("reset all special app end");
-    CResetDbus::ResetAppsUserData();
-    EmptyServiceDir(PLATFORM_PATH_APPS_RW, "clone/");
-    TAK_LOGI("reset clone file end");
-    EmptyServiceDir(PLATFORM_PATH_APPS_RW, "RM/");
-    TAK_LOGI("reset RM file end");
-    EmptyServiceDir(PLATFORM_PATH_SYSTEM_DATA, "appupdate/");
-    EmptyServiceDir(PLATFORM_PATH_APPS_RW, "appupdate/package/");
-    RemoveCaches();
-    // Unlike the apps reset, the content goes before the backup file.
-    m_RemoveContentFiles();
-    RemoveBackupFile();
-
-    if (CTAKCommonHandle::CallVoid(TAK_API_DELETE_ALL_INSTALL_NOTIFICATIONS)) {
-        TAK_LOGI("delete all install noti end");
-    }
-    CProcessDbus::ProcessResult("corvane_reset_result", 1, nullptr, "");
+    m_WriteSettings(RESET_KIND_CORVANE, RESET_STAGE_CLEAN_UP);
+    RunCleanUp(RESET_KIND_CORVANE);
+    m_WriteSettings(RESET_KIND_CORVANE, RESET_STAGE_RESULT);
+    CProcessDbus::ProcessResult(CAppsResetRules::ResultName(RESET_KIND_CORVANE), 1, nullptr, "");
     m_bResultSent = true;
 }

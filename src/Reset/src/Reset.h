@@ -26,6 +26,7 @@
 #include <string>
 
 #include "AppInfo.h"
+#include "AppsResetRules.h"
 #include "ProcessDbus.h"
 #include "TAKCommonApi.h"
 #include "TAKSingleton.h"
@@ -68,18 +69,19 @@ private:
     // The event that ends the uninstalls: 202 in a Corvane reset on an Android-apps board, else 101.
     unsigned long m_EndEvent() const;
 
+    // The kind of an apps reset, by the request's flag (a Corvane reset leaves the flag as it was).
+    RESET_KIND_E m_AppsKind() const;
     void m_GetUninstallList();
     void m_RecoverDefaultAppResetStatus();
     void m_UninstallApps(unsigned long param);
-    bool m_SkipUninstall(const _APPINFO_T& app) const;
     bool m_SendUninstall(TAK_INSTALL_API pfUninstall, app_control_h request, const _APPINFO_T& app,
                          int reason);
     void m_ClearDB();
-    void m_RemoveContentFiles();
     void m_TerminateAllApps();
     void m_DisableApps();
     void m_ResetAppItems();
-    void m_ResetBootState();
+    // Writes the settings of one stage of the reset; `factoryReset` as "db/tak/factory_reset" reads.
+    void m_WriteSettings(RESET_KIND_E kind, RESET_STAGE_E stage, int factoryReset = 0);
     // Arms the walk's deadline, if one is set; replaces an earlier one.
     void m_ArmDeadline();
     // At the end of a run: its requests still unanswered (and those the deadline gave up on) are
