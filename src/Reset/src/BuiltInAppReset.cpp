@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "BuiltInAppUtil.h"
+#include "BuiltInResetRules.h"
 #include "ICVConf.h"
 #include "PkgInfo.h"
 #include "ResetDbus.h"
@@ -17,11 +18,6 @@
 
 namespace {
 
-const char kBiuUpdatingAppKey[] = "memory/tak/biu_updating_app";
-const char kServerUpgradeKey[] = "db/built-in-app-upgrader/server_upgrade";
-const char kResetInProcessKey[] = "db/built-in-app-upgrader/reset";
-const char kHomeBasePkgKey[] = "db/home/homeversion_pkg_id";
-const char kBtgidKey[] = "db/tak/btgid";
 const char kResetDoneAppsConfig[] = "RESERVED_17";
 
 // The install states that end an app's install; only the second also records the app as a test app.
@@ -62,7 +58,7 @@ std::mutex& CBuiltInAppReset::InstanceLock() {
 }
 
 CBuiltInAppReset::CBuiltInAppReset() : CTAKTaskBase("CBuiltInAppReset") {
-    ICVConf::Get(kHomeBasePkgKey, m_strHomeBasePkgId);
+    ICVConf::Get(CBuiltInResetRules::HOME_BASE_PKG_KEY, m_strHomeBasePkgId);
     std::lock_guard<std::mutex> lock(InstanceLock());
     m_poInstance = this;
 }
@@ -157,13 +153,12 @@ void CBuiltInAppReset::m_EventSendToMe(unsigned long event, long data) {
 
 void CBuiltInAppReset::m_CheckCondition() {
     TAK_LOGI("m_CheckCondition");
-    // Unreadable keys leave these defaults: the upgrader allowed, no reset in process.
     bool serverUpgrade = true;
-    ICVConf::Get(kServerUpgradeKey, serverUpgrade);
     int resetInProcess = 0;
-    ICVConf::Get(kResetInProcessKey, resetInProcess);
-    if (serverUpgrade && resetInProcess == 0) {
-        ICVConf::Set(kResetInProcessKey, m_bServiceReset ? 1 : 2, true);
+    CBuiltInResetRules::ReadCondition(serverUpgrade, resetInProcess);
+    if (CBuiltInResetRules::ConditionPasses(serverUpgrade, resetInProcess)) {
+        ICVConf::Set(CBuiltInResetRules::RESET_IN_PROCESS_KEY,
+                     CBuiltInResetRules::ResetInProcessValue(m_bServiceReset), true);
         m_EventSendToMe(EVENT_GET_BUILTIN_APP_LIST, 0);
         return;
     }
@@ -185,23 +180,16 @@ void CBuiltInAppReset::m_GetBuiltInAppList() {
     if (pfGetList == nullptr) {
         return;
     }
-    ICVConf::Set(kBtgidKey, std::string(), true);
+    ICVConf::Set(CBuiltInResetRules::BTGID_KEY, std::string(), true);
     BUILTIN_APP_LIST apps;
     if (!pfGetList(apps, m_tClientInfo.caller_process_name)) {
         TAK_LOGE("GetBuiltInAppListAPI failed, %zu apps listed", apps.size());
     }
-    m_RemoveHomeBasePkg(apps);
-    m_RemoveHomeTestVersion(apps);
-    m_AssembleBuiltInList(apps);
-
     std::deque<BUILTIN_APP_INFO> resetList;
-    for (const OPENAPI_BUILTIN_APP_INFO& app : apps) {
-        if (!m_CheckResetCondition(app)) {
-            continue;
-        }
-        TAK_LOGN("add %s to instant reset list", app.appId.c_str());
+    for (OPENAPI_BUILTIN_APP_INFO& app :
+         CBuiltInResetRules::InstantResetList(std::move(apps), m_strHomeBasePkgId, m_tQuery, m_WaitingList)) {
         BUILTIN_APP_INFO entry;
-        entry.appInfo = app;
+        entry.appInfo = std::move(app);
         resetList.push_back(std::move(entry));
     }
     size_t count = resetList.size();
@@ -224,26 +212,6 @@ void CBuiltInAppReset::m_GetBuiltInAppList() {
         m_StopWaiting();
         m_EventSendToMe(EVENT_RESET_BUILTIN_APPS, 0);
     }
-}
-
-void CBuiltInAppReset::m_RemoveHomeBasePkg(BUILTIN_APP_LIST& list) {
-    CBuiltInAppList(m_tQuery).RemoveHomeBasePkg(m_strHomeBasePkgId, list);
-}
-
-void CBuiltInAppReset::m_RemoveHomeTestVersion(BUILTIN_APP_LIST& list) {
-    CBuiltInAppList(m_tQuery).RemoveHomeTestVersion(list);
-}
-
-void CBuiltInAppReset::m_RemoveFromBuiltInList(const std::string& pkgid, BUILTIN_APP_LIST& list) {
-    CBuiltInAppList(m_tQuery).RemoveFromBuiltInList(pkgid, list);
-}
-
-void CBuiltInAppReset::m_AssembleBuiltInList(BUILTIN_APP_LIST& list) {
-    CBuiltInAppList::AssembleBuiltInList(list);
-}
-
-bool CBuiltInAppReset::m_CheckResetCondition(const OPENAPI_BUILTIN_APP_INFO& app) {
-    return CBuiltInAppList(m_tQuery).CheckResetCondition(app, m_WaitingList);
 }
 
 void CBuiltInAppReset::m_GetDLDInfo() {
@@ -282,7 +250,7 @@ void CBuiltInAppReset::m_WatchUpdatingApp() {
     if (pfRegister == nullptr) {
         return;
     }
-    pfRegister(kBiuUpdatingAppKey, &CBuiltInAppReset::m_VconfCB);
+    pfRegister(CBuiltInResetRules::UPDATING_APP_KEY, &CBuiltInAppReset::m_VconfCB);
     m_bWatching = true;
 }
 
@@ -295,12 +263,12 @@ void CBuiltInAppReset::m_StopWaiting() {
     auto pfUnregister =
         CTAKCommonHandle::Find<TAK_UNREGISTER_VCONF_CHANGE_CB_API>(TAK_API_UNREGISTER_VCONF_CHANGE_CB);
     if (pfUnregister != nullptr) {
-        pfUnregister(kBiuUpdatingAppKey);
+        pfUnregister(CBuiltInResetRules::UPDATING_APP_KEY);
     }
 }
 
 void CBuiltInAppReset::m_VconfCB(std::string key, VCONF_VALUE value) {
-    if (key != kBiuUpdatingAppKey) {
+    if (key != CBuiltInResetRules::UPDATING_APP_KEY) {
         TAK_LOGE("vconf name %s is not biu updating app", key.c_str());
         return;
     }
@@ -533,6 +501,5 @@ void CBuiltInAppReset::m_ReportResult() {
     if (m_bServiceReset) {
         CResetDbus::BuiltInProgressMethodCall(m_tClientInfo, "", TAK_EVENT_STATE_BIU_RESET_FINISHED, 0);
     }
-    CProcessDbus::ProcessResult(m_bServiceReset ? "biu_service_reset_result" : "biu_app_reset_result", 1,
-                                m_pUserData, "");
+    CProcessDbus::ProcessResult(CBuiltInResetRules::ResultName(m_bServiceReset), 1, m_pUserData, "");
 }

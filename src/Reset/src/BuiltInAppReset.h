@@ -79,11 +79,6 @@ private:
 
     void m_CheckCondition();
     void m_GetBuiltInAppList();
-    void m_RemoveHomeBasePkg(BUILTIN_APP_LIST& list);
-    void m_RemoveHomeTestVersion(BUILTIN_APP_LIST& list);
-    void m_RemoveFromBuiltInList(const std::string& pkgid, BUILTIN_APP_LIST& list);
-    void m_AssembleBuiltInList(BUILTIN_APP_LIST& list);
-    bool m_CheckResetCondition(const OPENAPI_BUILTIN_APP_INFO& app);
     void m_GetDLDInfo();
     void m_CheckWaitingList();
     void m_ResetBuiltInApps();
