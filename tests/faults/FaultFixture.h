@@ -79,11 +79,13 @@ protected:
     }
 
     // The answer of "PRAGMA integrity_check" and the number of app rows, read with a connection of the
-    // test's own: what the next reader of the file will find.
+    // test's own: what the next reader of the file will find. Like any reader it waits (up to 10 s) for
+    // the lock of a write in progress: the stand-in daemon, resumed after a kill, may be writing.
     static std::string DatabaseState() {
         sqlite3* db = nullptr;
         std::string state = "cannot open";
         if (sqlite3_open_v2(DatabasePath().c_str(), &db, SQLITE_OPEN_READONLY, nullptr) == SQLITE_OK) {
+            sqlite3_busy_timeout(db, 10000);
             state = Scalar(db, "PRAGMA integrity_check;") + ", " +
                     Scalar(db, "select count(*) from widgetinfo;") + " apps";
         }
