@@ -72,16 +72,17 @@ CBuiltInAppReset::~CBuiltInAppReset() {
 
 void CBuiltInAppReset::BuiltInAppReset(void* user, bool service, _CLIENT_INFO_T client) {
     {
+        // A late install callback of the run stopped just before may still read the requester.
         std::lock_guard<std::mutex> lock(InstanceLock());
         m_nInstallCount = 0;
         m_bInstalling = false;
         m_InstantResetList.clear();
+        m_pUserData = user;
+        m_bServiceReset = service;
+        m_tClientInfo = std::move(client);
     }
-    m_pUserData = user;
     m_WaitingList.clear();
     m_bWaiting = false;
-    m_bServiceReset = service;
-    m_tClientInfo = std::move(client);
     m_nDeadlineSec = CTAKUtil::GetCallbackTimeoutSec();
     m_EventSendToMe(EVENT_CHECK_CONDITION, 0);
 }
@@ -449,18 +450,17 @@ void CBuiltInAppReset::m_ResetCB(std::string appId, TAK_EVENT_STATE_E state, int
     if (!EndsInstall(state)) {
         return;
     }
-    std::string doneIds;
-    int installCount = 0;
-    if (!task->m_EndHeadInstall(appId, doneIds, installCount)) {
+    HeadInstallEnd end;
+    if (!task->m_EndHeadInstall(appId, end)) {
         return;
     }
-    CTAKConfigHandle::UpdateConfigTable(kResetDoneAppsConfig, doneIds);
+    CTAKConfigHandle::UpdateConfigTable(kResetDoneAppsConfig, end.doneIds);
     if (state == kInstallEndUpdatesTestList) {
         CBuiltInAppUtil::UpdateTestList(head);
     }
-    if (task->m_bServiceReset) {
-        CResetDbus::BuiltInProgressMethodCall(task->m_tClientInfo, appId, TAK_EVENT_STATE_BIU_RESET_ONE_DONE,
-                                              installCount);
+    if (end.serviceReset) {
+        CResetDbus::BuiltInProgressMethodCall(end.client, appId, TAK_EVENT_STATE_BIU_RESET_ONE_DONE,
+                                              end.installCount);
     }
     // Posted under the lock, so that the task cannot go away between the check and the post.
     std::lock_guard<std::mutex> lock(InstanceLock());
@@ -472,8 +472,9 @@ void CBuiltInAppReset::m_ResetCB(std::string appId, TAK_EVENT_STATE_E state, int
 }
 
 // Ends the head app's install: records it as done and takes it off the list. False when another
-// callback ended it first (the lock was let go between the callback's check and this).
-bool CBuiltInAppReset::m_EndHeadInstall(const std::string& appId, std::string& doneIds, int& installCount) {
+// callback ended it first (the lock was let go between the callback's check and this). The requester is
+// copied here, under the lock: once it is let go, a new request may replace it.
+bool CBuiltInAppReset::m_EndHeadInstall(const std::string& appId, HeadInstallEnd& end) {
     std::lock_guard<std::mutex> lock(InstanceLock());
     if (this != m_poInstance || !m_bInstalling || m_InstantResetList.empty() ||
         m_InstantResetList.front().appInfo.appId != appId) {
@@ -485,10 +486,12 @@ bool CBuiltInAppReset::m_EndHeadInstall(const std::string& appId, std::string& d
     for (const auto& done : m_ResetDoneApps) {
         ids.push_back(done.first);
     }
-    doneIds = TAKString::AssembleListToString(ids, ",");
+    end.doneIds = TAKString::AssembleListToString(ids, ",");
     m_InstantResetList.pop_front();
     m_bInstalling = false;
-    installCount = m_nInstallCount;
+    end.installCount = m_nInstallCount;
+    end.serviceReset = m_bServiceReset;
+    end.client = m_tClientInfo;
     return true;
 }
 

@@ -9,8 +9,9 @@
 // Threads and the one lock: the task thread runs the events; the install callback (m_ResetCB) and the
 // settings-watch callback (m_VconfCB) come from threads of the common library. InstanceLock() guards
 // m_poInstance and, of the live instance, the instant reset list, the reset-done set, the install
-// counter and the install-outstanding flag. It is never held across a call into the library or a bus
-// call; callbacks post events while holding it (the order is in TAKLockOrder.h).
+// counter, the install-outstanding flag and the dispatcher's writes of the requester. It is never held across
+// a call into the library or a bus call; callbacks post events while holding it (the order is in
+// TAKLockOrder.h).
 //
 // Only the callback of the install that is outstanding for the head app ends that app; any other
 // callback (late, repeated, for another app, from a reset that was stopped) is logged and ignored, and
@@ -84,8 +85,15 @@ private:
     void m_ResetBuiltInApps();
     // Sends the install request of `app`; false when the request could not be made (then retried).
     bool m_SendInstall(TAK_INSTALL_API pfInstall, const BUILTIN_APP_INFO& app);
-    // Ends the head app's install from a callback: the reset-done ids joined and the install counter.
-    bool m_EndHeadInstall(const std::string& appId, std::string& doneIds, int& installCount);
+    // What a callback that ended the head app's install reports, taken under InstanceLock().
+    struct HeadInstallEnd {
+        std::string doneIds;  // the reset-done ids joined
+        int installCount = 0;
+        bool serviceReset = false;
+        _CLIENT_INFO_T client;
+    };
+    // Ends the head app's install from a callback.
+    bool m_EndHeadInstall(const std::string& appId, HeadInstallEnd& end);
     void m_ArmDeadline();
     void m_DisarmDeadline();
     static gboolean m_OnDeadline(gpointer self);
@@ -110,15 +118,19 @@ private:
     // stopped meanwhile must not post into the next run (which would then complete twice).
     unsigned long m_nEndedRuns = 0;
 
+    // The requester. Written by the dispatcher under InstanceLock(), since an install callback of the
+    // stopped run may read it at that moment (it copies it under the lock); the task thread reads it freely,
+    // as the dispatcher writes it only while no task thread runs.
+    void* m_pUserData = nullptr;
+    bool m_bServiceReset = false;
+    _CLIENT_INFO_T m_tClientInfo;
+
     // Task thread only (and the dispatcher before the first event).
     std::vector<std::string> m_WaitingList;  // package ids updated in the background right now
     bool m_bWaiting = false;                 // waiting for the background updates to end
     bool m_bWatching = false;                // m_VconfCB is registered with the library
-    void* m_pUserData = nullptr;
-    bool m_bServiceReset = false;
     bool m_bCompleted = false;
     std::string m_strHomeBasePkgId;
-    _CLIENT_INFO_T m_tClientInfo;
     CBuiltInAppList::LiveQuery m_tQuery;
     GSource* m_pDeadline = nullptr;  // task thread only
     int m_nDeadlineSec = 0;          // read once per reset
