@@ -205,6 +205,7 @@ TEST(TheDeadlineSetting, IsANumberOfSecondsOrNoDeadlineWithAReason) {
         {"text", [] { vconf_set_str(kDeadlineKey, "ten"); }, 0, "holds text [ten], not a number of seconds"},
         {"negative", [] { vconf_set_int(kDeadlineKey, -5); }, 0, "= -5 is outside 0..86400: no deadline"},
         {"huge", [] { vconf_set_int(kDeadlineKey, 2000000000); }, 0, "= 2000000000 is outside 0..86400"},
+        {"fraction", [] { vconf_set_dbl(kDeadlineKey, 2.5); }, 0, "= 2.5 is not a whole number of seconds"},
     };
     for (const Case& test : cases) {
         SCOPED_TRACE(test.name);
@@ -213,6 +214,9 @@ TEST(TheDeadlineSetting, IsANumberOfSecondsOrNoDeadlineWithAReason) {
         EXPECT_EQ(CTAKUtil::GetCallbackTimeoutSec(), test.seconds);
         if (*test.line != '\0') {
             EXPECT_TRUE(mark.Contains(test.line)) << mark.Text();
+        } else {
+            // Absent or sane: nothing that reads as a failure in the reset's log.
+            EXPECT_FALSE(mark.Contains("E/TAK")) << mark.Text();
         }
     }
     orvix::test::RunProgram({"/bin/rm", "-rf", pattern});

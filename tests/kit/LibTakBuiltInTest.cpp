@@ -242,10 +242,12 @@ TEST_F(BuiltInLibrary, AListIsAnsweredInItsOrderWithMembersAsGivenAndBadEntriesL
         {"appId": "misspelt", "pkgid": "pkg.misspelt"},
         {"appId": "badrequire", "requires": {"zeta": "2.0"}},
         {"appId": "alpha", "resetMode": "", "pkgId": ""},
+        {"appId": "", "pkgId": "pkg.empty"},
         {"appId": "gamma"}]}})");
-    EXPECT_EQ(ListSummaries(), (Strings{"beta|beta.o|pkg.beta|f4|f5|f6|f7|ROBOTAPP|anytime|f10|f11| "
-                                        "alpha=alpha:1.5:pkg.alpha:1 zeta=zeta:2.0:pkg.zeta:0",
-                                        "alpha|||||||||||", "gamma||||||||inactive|||"}));
+    EXPECT_EQ(ListSummaries(),
+              (Strings{"beta|beta.o|pkg.beta|f4|f5|f6|f7|ROBOTAPP|anytime|f10|f11| "
+                       "alpha=alpha:1.5:pkg.alpha:1 zeta=zeta:2.0:pkg.zeta:0",
+                       "alpha|||||||||||", "||pkg.empty||||||inactive|||", "gamma||||||||inactive|||"}));
     for (const char* line : {"builtin.list[1] left out: not an object", "builtin.list[2] left out: no appId",
                              "builtin.list[3] left out: unknown member or not a string: pkgid",
                              "builtin.list[4] left out: requirement zeta is not an object"}) {

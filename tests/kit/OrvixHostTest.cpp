@@ -80,6 +80,15 @@ TEST_F(OrvixHost, PackagesKeepMetadataInDeclarationOrder) {
     EXPECT_EQ(Host({"pkg", "remove", "org.orvix.tv"}).status, 0);
     EXPECT_EQ(Host({"pkg", "remove", "org.orvix.tv"}).status, 1);
     EXPECT_EQ(Host({"pkg", "list"}).out.find("org.orvix.tv"), std::string::npos);
+
+    // A hand-written record says things the typed fields cannot (no removable flag, no main app, a
+    // metadata value without text); a rewrite for another package keeps them.
+    const std::string handWritten =
+        R"({"apps":[{"appid":"hw","metadata":[["k",null]]}],"note":"mine","pkgid":"org.hand","version":"2"})";
+    std::ofstream(orvix::host::UnderRoot("var/lib/pkgmgr/packages.json"))
+        << "{\"packages\": [" << handWritten << "]}";
+    ASSERT_EQ(Host({"pkg", "add", "org.other"}).status, 0);
+    EXPECT_NE(Host({"pkg", "list"}).out.find(handWritten), std::string::npos) << Host({"pkg", "list"}).out;
 }
 
 TEST_F(OrvixHost, PathCallsAndLogPrintWhatTheyAreAskedFor) {

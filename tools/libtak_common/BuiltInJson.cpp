@@ -121,7 +121,8 @@ bool BuiltInAppFromJson(const Json::Value& item, OPENAPI_BUILTIN_APP_INFO& app, 
         error = "not an object";
         return false;
     }
-    if (!item["appId"].isString() || item["appId"].asString().empty()) {
+    // An empty id is a value like any other: the caller must see it as given.
+    if (!item["appId"].isString()) {
         error = "no appId";
         return false;
     }

@@ -4,7 +4,9 @@
 #include <glib.h>
 #include <json/json.h>
 
+#include <algorithm>
 #include <fstream>
+#include <utility>
 
 #include "orvix_calls.h"
 #include "orvix_host.h"
@@ -26,21 +28,6 @@ Json::Value AppToJson(const PackageApp& app) {
     json["categories"] = Json::Value(Json::arrayValue);
     for (const auto& category : app.categories) {
         json["categories"].append(category);
-    }
-    return json;
-}
-
-Json::Value PackageToJson(const PackageRecord& package) {
-    Json::Value json(Json::objectValue);
-    json["pkgid"] = package.pkgId;
-    json["version"] = package.version;
-    json["type"] = package.type;
-    json["removable"] = package.removable;
-    json["builtin"] = package.builtIn;
-    json["mainapp"] = package.mainApp;
-    json["apps"] = Json::Value(Json::arrayValue);
-    for (const auto& app : package.apps) {
-        json["apps"].append(AppToJson(app));
     }
     return json;
 }
@@ -86,6 +73,40 @@ bool PackageFromJson(const Json::Value& json, PackageRecord& package) {
     return true;
 }
 
+bool SameApps(const std::vector<PackageApp>& one, const std::vector<PackageApp>& other) {
+    return std::equal(
+        one.begin(), one.end(), other.begin(), other.end(), [](const PackageApp& a, const PackageApp& b) {
+            return a.appId == b.appId && a.metadata == b.metadata && a.categories == b.categories;
+        });
+}
+
+Json::Value AppsToJson(const std::vector<PackageApp>& apps) {
+    Json::Value json(Json::arrayValue);
+    for (const auto& app : apps) {
+        json.append(AppToJson(app));
+    }
+    return json;
+}
+
+Json::Value PackageToJson(const PackageRecord& package) {
+    PackageRecord read;
+    bool fromFile = PackageFromJson(package.source, read);
+    Json::Value json = fromFile ? package.source : Json::Value(Json::objectValue);
+    auto set = [&](const char* key, const Json::Value& value, bool changed) {
+        if (!fromFile || changed) {
+            json[key] = value;
+        }
+    };
+    set("pkgid", package.pkgId, package.pkgId != read.pkgId);
+    set("version", package.version, package.version != read.version);
+    set("type", package.type, package.type != read.type);
+    set("removable", package.removable, package.removable != read.removable);
+    set("builtin", package.builtIn, package.builtIn != read.builtIn);
+    set("mainapp", package.mainApp, package.mainApp != read.mainApp);
+    set("apps", AppsToJson(package.apps), !SameApps(package.apps, read.apps));
+    return json;
+}
+
 }  // namespace
 
 std::string PackagesFile() {
@@ -112,7 +133,8 @@ bool LoadPackages(std::vector<PackageRecord>& packages, std::string& error) {
             error = PackagesFile() + " holds a malformed package";
             return false;
         }
-        packages.push_back(package);
+        package.source = item;
+        packages.push_back(std::move(package));
     }
     return true;
 }

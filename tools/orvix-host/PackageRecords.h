@@ -11,6 +11,8 @@
 // reader that builds a map). The file is replaced atomically on every change.
 #pragma once
 
+#include <json/value.h>
+
 #include <string>
 #include <utility>
 #include <vector>
@@ -31,6 +33,10 @@ struct PackageRecord {
     bool builtIn = false;
     std::string mainApp;
     std::vector<PackageApp> apps;
+    // The record as read from the file (null for a new one). A rewrite starts from it and changes only
+    // the fields that were changed, so what the fields above cannot say survives: a missing removable
+    // flag, version or main app, a null metadata value, members of a hand-written record.
+    Json::Value source;
 };
 
 std::string PackagesFile();

@@ -3,6 +3,9 @@
 #include <cctype>
 #include <cstdio>
 
+#include <glib.h>
+#include <vconf.h>
+
 #include "AppDBInfo.h"
 #include "AppDLDInfo.h"
 #include "ICVConf.h"
@@ -131,20 +134,27 @@ void CTAKUtil::ParsePreinstallApps(int type, const std::string& list,
 
 int CTAKUtil::GetCallbackTimeoutSec() {
     const char* key = "db/tak/reset_callback_timeout_sec";
+    // Read past the settings adapter: an absent key is the normal case on a TV and must not leave an
+    // error line in every reset's log; only a value that is there and unusable deserves one.
     int seconds = 0;
-    if (!ICVConf::Get(key, seconds)) {
-        // Absent is the normal case; a key that holds text deserves a word of its own.
-        std::string text;
-        if (ICVConf::Get(key, text)) {
-            TAK_LOGE("%s holds text [%s], not a number of seconds: no deadline", key, text.c_str());
+    if (vconf_get_int(key, &seconds) == VCONF_OK) {
+        if (seconds < 0 || seconds > MAX_CALLBACK_TIMEOUT_SEC) {
+            TAK_LOGE("%s = %d is outside 0..%d: no deadline", key, seconds, MAX_CALLBACK_TIMEOUT_SEC);
+            return 0;
         }
-        return 0;
+        TAK_LOGI("%s = %d", key, seconds);
+        return seconds;
     }
-    if (seconds < 0 || seconds > MAX_CALLBACK_TIMEOUT_SEC) {
-        TAK_LOGE("%s = %d is outside 0..%d: no deadline", key, seconds, MAX_CALLBACK_TIMEOUT_SEC);
-        return 0;
+    g_autofree char* text = vconf_get_str(key);
+    double fraction = 0;
+    if (text != nullptr) {
+        TAK_LOGE("%s holds text [%s], not a number of seconds: no deadline", key, text);
+    } else if (vconf_get_dbl(key, &fraction) == VCONF_OK) {
+        TAK_LOGE("%s = %g is not a whole number of seconds: no deadline", key, fraction);
+    } else {
+        TAK_LOGD("%s is not set: no deadline", key);
     }
-    return seconds;
+    return 0;
 }
 
 int CTAKUtil::GetTAKUninstallReason(int reason) {
