@@ -9,6 +9,8 @@ set -euo pipefail
 build=${1:-build}
 build=$(cd "$build" && pwd)
 host="$build/tools/orvix-host/orvix-host"
+# shellcheck source=support/wait_for_text.sh
+source "$(dirname "$0")/support/wait_for_text.sh"
 for program in "$host" "$build/src/tak-reset"; do
   [[ -x "$program" ]] || { echo "builtin_scale: $program is missing; build the kit first" >&2; exit 1; }
 done
@@ -51,14 +53,11 @@ run_one() {
   "$host" libtak apply >/dev/null
   "$host" up >/dev/null
   "$host" client bench >/dev/null
-  local start end deadline calls="$root/var/log/calls.jsonl"
+  local start end calls="$root/var/log/calls.jsonl"
   start=$(now_ns)
   "$host" launch reset=biu_service_reset obj=bench method=m userdata=1 >/dev/null
-  deadline=$((SECONDS + 600))
-  until grep -q '"biu_service_reset_result"' "$calls" 2>/dev/null; do
-    ((SECONDS < deadline)) || { echo "builtin_scale: no result for $apps apps within 600 s" >&2; return 1; }
-    sleep 0.02
-  done
+  wait_for_text "$calls" '"biu_service_reset_result"' 600 ||
+    { echo "builtin_scale: no result for $apps apps within 600 s" >&2; return 1; }
   end=$(now_ns)
   local reset_cpu inner_cpu bus_cpu client_cpu
   reset_cpu=$(cpu_ms "$(pid_of "$root/run/tak-reset/tak-reset.pid")")

@@ -7,6 +7,8 @@ set -euo pipefail
 build=${1:-build}
 build=$(cd "$build" && pwd)
 host="$build/tools/orvix-host/orvix-host"
+# shellcheck source=support/wait_for_text.sh
+source "$(dirname "$0")/support/wait_for_text.sh"
 for program in "$host" "$build/src/tak-reset"; do
   [[ -x "$program" ]] || { echo "reset_scale: $program is missing; build the kit first" >&2; exit 1; }
 done
@@ -27,14 +29,11 @@ run_one() {
   printf '{"library": "present", "uninstall": {"bench": true}}\n' >"$root/etc/libtak_common.json"
   "$host" libtak apply >/dev/null
   "$host" up >/dev/null
-  local start end deadline
+  local start end
   start=$(now_ns)
   "$host" launch reset=tak_app_reset userdata=1 >/dev/null
-  deadline=$((SECONDS + 600))
-  until grep -q '"tak_app_reset_result"' "$root/var/log/calls.jsonl" 2>/dev/null; do
-    ((SECONDS < deadline)) || { echo "reset_scale: no result for $apps apps within 600 s" >&2; return 1; }
-    sleep 0.02
-  done
+  wait_for_text "$root/var/log/calls.jsonl" '"tak_app_reset_result"' 600 ||
+    { echo "reset_scale: no result for $apps apps within 600 s" >&2; return 1; }
   end=$(now_ns)
   "$host" launch reset=end >/dev/null
   local log="$root/var/log/tak-reset.log" walk_start walk_end requested

@@ -6,6 +6,7 @@
 #include <dlog.h>
 #include <errno.h>  // program_invocation_short_name
 #include <glib.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cstdarg>
@@ -56,26 +57,81 @@ Json::Value Parse(const std::string& text) {
 
 }  // namespace
 
-// The file is read at every call, but parsed again only when its text changed: reading is a few
-// microseconds, parsing is most of the cost of an entry point.
+// The file is looked at every call, so that a change takes effect at the next call. Its text is read
+// again only when the file may have changed, and parsed again only when the text did: the built-in
+// reset's list makes the file grow with the number of apps, and reading and comparing it at every install
+// made a reset of n apps cost n^2 in the process that loads the library.
 namespace {
 
-std::mutex g_behaviourLock;  // guards the two below
+std::mutex g_behaviourLock;  // guards everything below
 std::string g_behaviourText;
 // Replaced, never changed, so that a holder of the old object can go on using it.
 std::shared_ptr<const Json::Value> g_behaviour = std::make_shared<const Json::Value>();
 
+// What stat says of the file whose text is in g_behaviourText.
+struct FileStamp {
+    dev_t device = 0;
+    ino_t inode = 0;
+    off_t size = -1;
+    struct timespec modified = {0, 0};
+    struct timespec changed = {0, 0};
+};
+FileStamp g_behaviourStamp;
+// The file's times have a granularity of a clock tick: a rewrite of the same size in the tick of the last
+// read would leave the same stamp. So the stamp is trusted only for a file that was last changed this long
+// before it was read; a younger file is read every time.
+const gint64 kTrustedAgeUs = G_USEC_PER_SEC;
+bool g_stampTrusted = false;
+
+bool SameTime(const struct timespec& one, const struct timespec& other) {
+    return one.tv_sec == other.tv_sec && one.tv_nsec == other.tv_nsec;
+}
+
+bool SameStamp(const FileStamp& one, const FileStamp& other) {
+    return one.device == other.device && one.inode == other.inode && one.size == other.size &&
+           SameTime(one.modified, other.modified) && SameTime(one.changed, other.changed);
+}
+
+bool StampOf(const std::string& path, FileStamp& stamp) {
+    struct stat info {};
+    if (stat(path.c_str(), &info) != 0) {
+        return false;
+    }
+    stamp = FileStamp{info.st_dev, info.st_ino, info.st_size, info.st_mtim, info.st_ctim};
+    return true;
+}
+
+bool OldEnough(const FileStamp& stamp, gint64 readAtUs) {
+    gint64 changedUs =
+        static_cast<gint64>(stamp.changed.tv_sec) * G_USEC_PER_SEC + stamp.changed.tv_nsec / 1000;
+    return readAtUs - changedUs >= kTrustedAgeUs;
+}
+
 // Brings the parsed copy up to date; the caller holds g_behaviourLock. False when there is no file.
 bool RefreshBehaviour() {
+    std::string path = orvix::host::UnderRoot("etc/libtak_common.json");
+    FileStamp stamp;
+    if (!StampOf(path, stamp)) {
+        g_stampTrusted = false;
+        return false;
+    }
+    if (g_stampTrusted && SameStamp(stamp, g_behaviourStamp) && !g_behaviour->isNull()) {
+        return true;
+    }
+    gint64 readAtUs = g_get_real_time();
     bool found = false;
-    std::string text = ReadText(orvix::host::UnderRoot("etc/libtak_common.json"), found);
+    std::string text = ReadText(path, found);
     if (!found) {
+        g_stampTrusted = false;
         return false;
     }
     if (text != g_behaviourText || g_behaviour->isNull()) {
         g_behaviour = std::make_shared<const Json::Value>(Parse(text));
         g_behaviourText = std::move(text);
     }
+    // Taken before the read: a change between the stat and the read leaves a newer stamp next time.
+    g_behaviourStamp = stamp;
+    g_stampTrusted = OldEnough(stamp, readAtUs);
     return true;
 }
 

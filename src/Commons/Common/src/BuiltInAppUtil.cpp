@@ -11,6 +11,7 @@
 #include <cerrno>
 #include <cstring>
 #include <memory>
+#include <string_view>
 
 #include "ICVConf.h"
 #include "TAKConfigHandle.h"
@@ -24,8 +25,8 @@ namespace {
 const char kHomeTestListKey[] = "HOME_TEST_LIST";
 const char kTestListKey[] = "RESERVED_16";
 const char kUpdatingAppKey[] = "memory/tak/biu_updating_app";
-const char kEntrySeparator[] = ";";
-const char kFieldSeparator[] = ",";
+const char kEntrySeparator = ';';
+const char kFieldSeparator = ',';
 const char kFileBlanks[] = " \t\r\n";
 const char kMarkerPrefix[] = "/tpk-update-";
 const char kBackgroundUpdateDir[] = "/background-update/";
@@ -37,12 +38,27 @@ const size_t kTestListFields = 2;
 // How much of a malformed entry its log line shows.
 const int kLoggedEntryBytes = 64;
 
-std::string Trimmed(const std::string& text, const char* blanks) {
+std::string_view Trimmed(std::string_view text, const char* blanks) {
     size_t first = text.find_first_not_of(blanks);
-    if (first == std::string::npos) {
-        return std::string();
+    if (first == std::string_view::npos) {
+        return std::string_view();
     }
     return text.substr(first, text.find_last_not_of(blanks) - first + 1);
+}
+
+// Calls each(piece) for every piece of `text` between `separator`s, empty pieces included. The lists grow
+// with every app a built-in reset records, and are read again for each one, so no piece is copied here.
+template <typename Each>
+void ForEachPiece(std::string_view text, char separator, Each each) {
+    size_t begin = 0;
+    while (true) {
+        size_t end = text.find(separator, begin);
+        each(text.substr(begin, end == std::string_view::npos ? std::string_view::npos : end - begin));
+        if (end == std::string_view::npos) {
+            return;
+        }
+        begin = end + 1;
+    }
 }
 
 // Splits a list text into entries of fields, keeping only entries with at least `minFields` fields
@@ -53,23 +69,22 @@ std::vector<std::vector<std::string>> SplitEntries(const std::string& text, cons
     std::vector<std::vector<std::string>> entries;
     size_t skipped = 0;
     std::string firstSkipped;
-    for (const std::string& raw : TAKString::SplitStringToList(text, kEntrySeparator, true)) {
-        std::string entry = Trimmed(raw, blanks);
+    ForEachPiece(text, kEntrySeparator, [&](std::string_view raw) {
+        std::string_view entry = Trimmed(raw, blanks);
         if (entry.empty()) {
-            continue;
+            return;
         }
         std::vector<std::string> fields;
-        for (const std::string& field : TAKString::SplitStringToList(entry, kFieldSeparator)) {
-            fields.push_back(Trimmed(field, blanks));
-        }
+        ForEachPiece(entry, kFieldSeparator,
+                     [&](std::string_view field) { fields.emplace_back(Trimmed(field, blanks)); });
         if (fields.size() < minFields || (exact && fields.size() != minFields)) {
             if (skipped++ == 0) {
                 firstSkipped = entry;
             }
-            continue;
+            return;
         }
         entries.push_back(std::move(fields));
-    }
+    });
     if (skipped != 0) {
         TAK_LOGE("%s: skipped %zu entries without %s%zu fields, the first [%.*s]", listName, skipped,
                  exact ? "exactly " : "", minFields, kLoggedEntryBytes, firstSkipped.c_str());
@@ -205,7 +220,8 @@ void RemoveBackgroundPackages(const std::string& appId) {
 
 // An id that can stand in a test-list entry without splitting it.
 bool IsListableId(const std::string& id) {
-    return id.find_first_of(std::string(kEntrySeparator) + kFieldSeparator) == std::string::npos;
+    const char separators[] = {kEntrySeparator, kFieldSeparator, '\0'};
+    return id.find_first_of(separators) == std::string::npos;
 }
 
 bool ReadTestList(std::string& text) {
@@ -216,17 +232,19 @@ bool ReadTestList(std::string& text) {
     return true;
 }
 
-// Writes the list back unless its text is `original` already.
-bool WriteTestList(const std::vector<CBuiltInAppUtil::TEST_APP>& list, const std::string& original) {
+// Writes the list back unless its text is `original` already. The line names the change, not the whole
+// list: the list grows with every app a reset records, and one line per app must not grow with it.
+bool WriteTestList(const std::vector<CBuiltInAppUtil::TEST_APP>& list, const std::string& original,
+                   const std::string& change) {
     std::string text = CBuiltInAppUtil::AssembleTestList(list);
     if (text == original) {
         return true;
     }
     if (!CTAKConfigHandle::UpdateConfigTable(kTestListKey, text)) {
-        TAK_LOGE("can not write %s [%s]", kTestListKey, text.c_str());
+        TAK_LOGE("can not write %s (%s, %zu entries)", kTestListKey, change.c_str(), list.size());
         return false;
     }
-    TAK_LOGI("%s is now [%s]", kTestListKey, text.c_str());
+    TAK_LOGI("%s: %s, %zu entries now", kTestListKey, change.c_str(), list.size());
     return true;
 }
 
@@ -249,12 +267,14 @@ std::vector<CBuiltInAppUtil::TEST_APP> CBuiltInAppUtil::ParseTestList(const std:
 }
 
 std::string CBuiltInAppUtil::AssembleTestList(const std::vector<TEST_APP>& list) {
-    std::vector<std::string> entries;
-    entries.reserve(list.size());
+    std::string text;
     for (const TEST_APP& app : list) {
-        entries.push_back(app.appId + kFieldSeparator + app.pkgId);
+        if (!text.empty()) {
+            text += kEntrySeparator;
+        }
+        text.append(app.appId).append(1, kFieldSeparator).append(app.pkgId);
     }
-    return TAKString::AssembleListToString(entries, kEntrySeparator);
+    return text;
 }
 
 bool CBuiltInAppUtil::ParseUpdatingApp(const std::string& jsonText, std::string& pkgname) {
@@ -357,7 +377,7 @@ bool CBuiltInAppUtil::RemoveFromTestList(const std::string& pkgId, const std::st
                                          (!appId.empty() && entry.appId == appId);
                               }),
                list.end());
-    return WriteTestList(list, original);
+    return WriteTestList(list, original, "removed [" + appId + "][" + pkgId + "]");
 }
 
 bool CBuiltInAppUtil::UpdateTestList(const OPENAPI_BUILTIN_APP_INFO& app) {
@@ -372,13 +392,14 @@ bool CBuiltInAppUtil::UpdateTestList(const OPENAPI_BUILTIN_APP_INFO& app) {
     std::vector<TEST_APP> list = ParseTestList(original);
     auto found = std::find_if(list.begin(), list.end(),
                               [&](const TEST_APP& entry) { return entry.appId == app.appId; });
+    std::string change = "recorded " + app.appId + kFieldSeparator + app.pkgId;
     if (found == list.end()) {
         list.push_back({app.appId, app.pkgId});
-        return WriteTestList(list, original);
+        return WriteTestList(list, original, change);
     }
     found->pkgId = app.pkgId;
     list.erase(std::remove_if(found + 1, list.end(),
                               [&](const TEST_APP& entry) { return entry.appId == app.appId; }),
                list.end());
-    return WriteTestList(list, original);
+    return WriteTestList(list, original, change);
 }
