@@ -21,6 +21,7 @@
 #include <unistd.h>
 
 #include <chrono>
+#include <filesystem>
 #include <fstream>
 #include <functional>
 #include <sstream>
@@ -277,10 +278,25 @@ protected:
     }
 
     // The running instance of the app `launch` starts, if any.
+    // Whether an instance of the app runs: its own pid file names a live one, or `launch` started one that
+    // has not gone yet. The app removes its pid file before its last log lines, so the file alone would call
+    // an app that is still finishing gone.
     bool AppRunning() const {
         orvix::host::ProcessId id;
-        return orvix::host::ReadPidFile(orvix::host::LaunchPidPath(AppName()), id) &&
-               orvix::host::IsRunning(id);
+        if (orvix::host::ReadPidFile(orvix::host::LaunchPidPath(AppName()), id) &&
+            orvix::host::IsRunning(id)) {
+            return true;
+        }
+        const std::string prefix = "app." + AppName() + ".";
+        std::error_code error;
+        for (const auto& entry : std::filesystem::directory_iterator(m_root + "/run/pids", error)) {
+            std::string name = entry.path().filename().string();
+            if (name.rfind(prefix, 0) == 0 && orvix::host::ReadPidFile(entry.path().string(), id) &&
+                orvix::host::IsRunning(id)) {
+                return true;
+            }
+        }
+        return false;
     }
 
     // Waits until the app has left (after "reset=end", say).
