@@ -277,7 +277,6 @@ INSTANTIATE_TEST_SUITE_P(
     States, ABuiltInResetCallback,
     ::testing::Values(
         CallbackCase{"End110RecordsTheTestApp", R"({"terminal": 110})", "", "one,pkg.one", ""},
-        CallbackCase{"End103", R"({"terminal": 103})", "", "", ""},
         CallbackCase{"End111", R"({"terminal": 111})", "", "", ""},
         CallbackCase{"TwiceEndsOnce", R"({"terminal": 110, "twice": true})", "", "one,pkg.one",
                      "one is not in upgrade list"},
@@ -288,22 +287,6 @@ INSTANTIATE_TEST_SUITE_P(
                      "one,pkg.one;keep,pkg.keep", "keep,pkg.keep",
                      "strAppID[one] uninstall  state 123 result 1"}),
     [](const auto& info) { return std::string(info.param.name); });
-
-TEST_F(ABuiltInReset, ThatNeverHearsBackWaitsAndEndAnswersOnce) {
-    Json::Value list(Json::arrayValue);
-    list.append(ListEntry("mute"));
-    list.append(ListEntry("next"));
-    Given({{"mute"}, {"next"}}, list);
-    InstallBehaviour("mute", "silent", true);
-    StartClient("tv");
-    Start({"reset=biu_service_reset", "userdata=6", "obj=tv", "method=m"});
-    ASSERT_TRUE(WaitForCall("libtak_common", "InstallAppAPI"));
-    EXPECT_TRUE(Results("biu_service_reset_result").empty());
-    EndProcess();
-    EXPECT_EQ(Installed(), Lines{"mute"});
-    EXPECT_EQ(Results("biu_service_reset_result"), One("biu_service_reset_result", "6"));
-    EXPECT_EQ(Progress("tv"), (Lines{"[-1,500,2,0]", "[-1,502,0,0]"}));
-}
 
 TEST_F(ABuiltInReset, StoppedByASecondRequestAnswersOnceAndTheSecondIsRefused) {
     Json::Value list(Json::arrayValue);
@@ -340,25 +323,6 @@ TEST_F(ABuiltInReset, WaitsForABackgroundUpdateUntilTheSettingSaysItEnded) {
     EXPECT_EQ(CountInLog("vconf name biu updating app change to"), 1u);
     EXPECT_EQ(CallsOf("libtak_common", "UnregisterVconfChangeCBAPI").size(), 1u);
     EXPECT_EQ(Results("biu_app_reset_result"), One("biu_app_reset_result", "3"));
-}
-
-TEST_F(ABuiltInReset, DropsTheHomeBaseAndTestPackagesAndTheAppsThatNeedNewerOnes) {
-    Json::Value list(Json::arrayValue);
-    for (const Json::Value& entry : {ListEntry("home"), ListEntry("old", {"home"}), ListEntry("test"),
-                                     ListEntry("fine", {"test"}), ListEntry("plain")}) {
-        list.append(entry);
-    }
-    list[1]["requires"]["home"]["version"] = "5.0";
-    list[3]["requires"]["test"]["version"] = "2.0";
-    Given({{"home", "4.9"}, {"old"}, {"test", "2.0"}, {"fine"}, {"plain"}}, list);
-    SetSetting("string", "db/home/homeversion_pkg_id", "pkg.home");
-    SetConfig("HOME_TEST_LIST", "test,pkg.test,2.0,group,tag");
-    RunToEnd({"reset=biu_app_reset"}, "biu_app_reset_result");
-    EXPECT_EQ(Installed(), (Lines{"fine", "plain"}));
-    EXPECT_EQ(
-        CountInLog("remove old because it requires higher Home base/test pkg version than installed version"),
-        1u);
-    EXPECT_EQ(CountInLog("remove Home base/test pkg pkg.test from general biu list"), 1u);
 }
 
 class ABuiltInResetWithoutAnEntryPoint : public ABuiltInReset,

@@ -120,9 +120,6 @@ TEST_F(DLDXmlTest, WritesEachRecordExactly) {
     };
     const Case cases[] = {
         {"no apps: three lines", {}, std::string(kHead) + kTail},
-        {"no requirements: start tag then end tag",
-         {{"k", Record("app.plain")}},
-         kHead + DefaultStartTag("app.plain") + "</app>\n" + kTail},
         {"every attribute, unescaped", {{"k", full}}, kHead + fullTag + "</app>\n" + kTail},
         {"requirements in key order", {{"k", needs}}, kHead + needsElement + kTail},
         {"negative sizes", {{"k", negative}}, kHead + negativeTag + "</app>\n" + kTail},

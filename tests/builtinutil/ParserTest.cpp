@@ -43,7 +43,6 @@ struct ListCase {
 TEST(HomeTestListParser, TakesEntriesOfFiveFieldsAndSkipsShortOnes) {
     const std::vector<ListCase> cases = {
         {"empty", "", {}, false},
-        {"only separators", ";;;", {}, false},
         {"one entry", "app,pkg,1.0,grp,tag", {{"app", "pkg", "1.0", "grp", "tag", ""}}, false},
         {"trailing and doubled separators",
          ";a,p,1,g,t;;b,q,2,h,u;",
@@ -74,16 +73,13 @@ TEST(HomeTestListParser, TakesEntriesOfFiveFieldsAndSkipsShortOnes) {
 TEST(CandidateListParser, TakesEntriesOfSixFieldsFromAnEditedFile) {
     const std::vector<ListCase> cases = {
         {"empty", "", {}, false},
-        {"only a line end", "\n", {}, false},
         {"one record", "a,p,1,g,t,i", {{"a", "p", "1", "g", "t", "i"}}, false},
         {"one record a line",
          "a,p,1,g,t,i;\r\n b , q ,2,h,u,j;\n",
          {{"a", "p", "1", "g", "t", "i"}, {"b", "q", "2", "h", "u", "j"}},
          false},
         {"install type missing", "a,p,1,g,t;b,q,2,h,u,j", {{"b", "q", "2", "h", "u", "j"}}, true},
-        {"extra fields ignored", "a,p,1,g,t,i,x", {{"a", "p", "1", "g", "t", "i"}}, false},
         {"separators only", ",,,,,", {{"", "", "", "", "", ""}}, false},
-        {"non-UTF-8 bytes carried", "\x80,\xff,1,g,t,i", {{"\x80", "\xff", "1", "g", "t", "i"}}, false},
     };
     for (const auto& c : cases) {
         LogMark mark;
@@ -103,7 +99,6 @@ TEST(TestListParser, TakesEntriesOfExactlyTwoFields) {
     const std::vector<Case> cases = {
         {"empty", "", {}, false},
         {"two entries", "a,p;b,q", {{"a", "p"}, {"b", "q"}}, false},
-        {"trailing separator", "a,p;", {{"a", "p"}}, false},
         {"one field", "a;b,q", {{"b", "q"}}, true},
         {"three fields", "a,p,x;b,q", {{"b", "q"}}, true},
         {"empty package id", "a,", {{"a", ""}}, false},
@@ -117,16 +112,12 @@ TEST(TestListParser, TakesEntriesOfExactlyTwoFields) {
 }
 
 TEST(TestListParser, AssembledListReadsBackAsTheSameList) {
-    const std::vector<std::vector<CBuiltInAppUtil::TEST_APP>> lists = {
-        {},
-        {{"a", "p"}},
-        {{"org.app.one", "pkg.one"}, {"two", ""}, {"\xc3\xa9t\xc3\xa9", "\xff"}},
-    };
-    for (const auto& list : lists) {
-        std::string text = CBuiltInAppUtil::AssembleTestList(list);
-        EXPECT_EQ(CBuiltInAppUtil::ParseTestList(text), list) << text;
-    }
-    EXPECT_EQ(CBuiltInAppUtil::AssembleTestList({{"a", "p"}, {"b", "q"}}), "a,p;b,q");
+    const std::vector<CBuiltInAppUtil::TEST_APP> list = {
+        {"org.app.one", "pkg.one"}, {"two", ""}, {"\xc3\xa9", "\xff"}};
+    std::string text = CBuiltInAppUtil::AssembleTestList(list);
+    EXPECT_EQ(text, "org.app.one,pkg.one;two,;\xc3\xa9,\xff");
+    EXPECT_EQ(CBuiltInAppUtil::ParseTestList(text), list);
+    EXPECT_TRUE(CBuiltInAppUtil::ParseTestList(CBuiltInAppUtil::AssembleTestList({})).empty());
 }
 
 // A megabyte of text parses completely; a megabyte of damaged entries costs one log line, not one a piece.
@@ -169,26 +160,17 @@ TEST(UpdatingAppParser, NamesThePackageOnlyForAStartedUpdate) {
          nullptr},
         {"update ended", R"({"status":"update","value":"end","pkgname":"a"})", false, "",
          "no background update"},
-        {"other status", R"({"status":"install","value":"start","pkgname":"a"})", false, "",
-         "no background update"},
         {"status in other case", R"({"status":"UPDATE","value":"start","pkgname":"a"})", false, "",
          "no background update"},
         {"empty pkgname", R"({"status":"update","value":"start","pkgname":""})", false, "",
          "no background update"},
         {"pkgname missing", R"({"status":"update","value":"start"})", false, "", "lacks a string"},
-        {"pkgname a number", R"({"status":"update","value":"start","pkgname":7})", false, "",
-         "lacks a string"},
-        {"value a bool", R"({"status":"update","value":true,"pkgname":"a"})", false, "", "lacks a string"},
         {"array", R"([{"status":"update","value":"start","pkgname":"a"}])", false, "", "not a JSON object"},
         {"empty text", "", false, "", "no background update"},
-        {"only blanks", " ", false, "", "not a JSON object"},
         {"truncated", R"({"status":"update","value":"start","pkgname":"a")", false, "", "not a JSON object"},
         {"text after the object", R"({"status":"update","value":"start","pkgname":"a"} x)", false, "",
          "not a JSON object"},
-        {"two objects", R"({"status":"update","value":"start","pkgname":"a"}{})", false, "",
-         "not a JSON object"},
         {"NUL inside", std::string("{\"status\":\"update\"\0}", 20), false, "", "not a JSON object"},
-        {"bare string", R"("update")", false, "", "not a JSON object"},
         {"deep nesting", std::string(5000, '[') + std::string(5000, ']'), false, "", "not a JSON object"},
     };
     for (const auto& c : cases) {

@@ -148,34 +148,6 @@ TEST_F(UpdatingTest, RefusesIdsThatNameOtherFiles) {
     EXPECT_EQ(Remaining(bystanders), bystanders.size());
 }
 
-TEST_F(UpdatingTest, WaitingListWaitsOnlyForAPackageStillBeingUpdated) {
-    struct Case {
-        const char* name;
-        const char* setting;
-        std::vector<std::string> waiting;
-        bool over;
-        const char* logged;
-    };
-    const std::string updatingB = Updating("pkg.b");
-    const Case cases[] = {
-        {"empty list", updatingB.c_str(), {}, true, "waiting list is empty"},
-        {"listed package updating", updatingB.c_str(), {"pkg.a", "pkg.b"}, false, "skip the event"},
-        {"other package updating", updatingB.c_str(), {"pkg.a", "pkg.c"}, true, nullptr},
-        {"update ended", R"({"status":"update","value":"end","pkgname":"pkg.b"})", {"pkg.b"}, true, nullptr},
-        {"setting broken", "[", {"pkg.b"}, true, nullptr},
-        {"setting missing", nullptr, {"pkg.b"}, true, nullptr},
-    };
-    for (const auto& c : cases) {
-        SetUpdating(c.setting);
-        LogMark mark;
-        EXPECT_EQ(CBuiltInAppUtil::CheckWaitingList(c.waiting), c.over) << c.name;
-        EXPECT_EQ(mark.Contains("skip the event"), !c.over) << c.name;
-        if (c.logged != nullptr) {
-            EXPECT_TRUE(mark.Contains(c.logged)) << c.name << "\n" << mark.Text();
-        }
-    }
-}
-
 // The candidate file: absent is an empty list; unreadable, oversized or not a file is a failure; a file
 // at the size limit is read whole.
 TEST(CandidateFile, IsReadWithinBounds) {
@@ -197,7 +169,6 @@ TEST(CandidateFile, IsReadWithinBounds) {
     auto write = [&](const std::string& text) { return [&, text] { std::ofstream(path) << text; }; };
     const Case cases[] = {
         {"absent", [&] { unlink(path.c_str()); }, true, {}},
-        {"two records", write("a,p,1,g,t,i;\nb,q,2,h,u,j\n"), true, {"p", "q"}},
         {"at the size limit", write(atLimit), true, {"p", "q"}},
         {"one byte beyond", write(atLimit + ";"), false, {}},
         {"a directory",

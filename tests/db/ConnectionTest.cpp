@@ -51,32 +51,6 @@ using ConnectionTest = DbTest;
 
 }  // namespace
 
-TEST_F(ConnectionTest, ReaderInstanceIsKeptForALaterDaemonCall) {
-    CTAKDBConnection* reader = CTAKDBConnection::GetInstance(false);
-    ASSERT_NE(reader, nullptr);
-    LogMark mark;
-    EXPECT_EQ(CTAKDBConnection::GetInstance(true), reader);
-    // The flag was not re-applied: nothing validated, no keys added, and the file stays read-only.
-    EXPECT_FALSE(mark.Contains("IsValid end"));
-    EXPECT_FALSE(CTAKConfig().InsertConfig("KEY", "value"));
-    EXPECT_TRUE(mark.Contains("unknown type 8"));  // SQLITE_READONLY
-    EXPECT_TRUE(ReadConfigRows(DBPath()).empty());
-}
-
-TEST_F(ConnectionTest, MissingFileLeavesNoInstanceAndALaterCallRetries) {
-    ASSERT_EQ(unlink(DBPath().c_str()), 0);
-    LogMark mark;
-    EXPECT_EQ(CTAKDBConnection::GetInstance(false), nullptr);
-    EXPECT_TRUE(mark.Contains("Failed to connect to DB : unable to open database file"));
-    EXPECT_FALSE(std::filesystem::exists(DBPath())) << "the file must never be created";
-    // Every table operation retries the whole connection.
-    std::string value;
-    EXPECT_FALSE(CTAKConfig().GetConfig("RESET_TYPE", value));
-    ASSERT_TRUE(CreateDatabase(DBPath()) && InsertConfigRows(DBPath(), {{"RESET_TYPE", "2"}}));
-    EXPECT_TRUE(CTAKConfig().GetConfig("RESET_TYPE", value));
-    EXPECT_EQ(value, "2");
-}
-
 TEST_F(ConnectionTest, ValidityCheckNamesTheCheckThatFailed) {
     // How the file is damaged, the reason ("" for a file that counts as valid), a line that must be
     // logged and one that must not.

@@ -14,16 +14,10 @@ using namespace dbtest;
 
 namespace {
 
-// Opens the generators and the deletion to the tests; the deletion holds the table lock as a real
-// operation would.
+// Opens the deletion to the tests; it holds the table lock as a real operation would.
 class CTestTable : public CTAKDBTable {
 public:
     explicit CTestTable(const std::string& name = "widgetinfo") : CTAKDBTable(name) {}
-    using CTAKDBTable::m_GenerateInsertCmd;
-    using CTAKDBTable::m_GenerateSelectCmd;
-    using CTAKDBTable::m_GenerateTruncateCmd;
-    using CTAKDBTable::m_GenerateUpdateCmd;
-
     bool DeleteByPrimaryKey(const std::string& key, const std::string& value) {
         CStatementLock lock;
         return m_DeleteByPrimaryKey(key, value);
@@ -68,48 +62,6 @@ protected:
 };
 
 }  // namespace
-
-TEST(GeneratedSql, TextsAreKeptByteForByte) {
-    CTestTable t("T");
-    const std::string head = "delete from T  where id not in ";
-    const std::string fixed = ", '3201903017943', '3201904018125', '3202001019917''";
-    const std::vector<std::pair<std::string, std::string>> texts = {
-        {t.m_GenerateUpdateCmd("", "col", "v'x"), "update T set col = 'v'x'"},
-        {t.m_GenerateUpdateCmd("app 1", "col", "v"), "update T set col = 'v' where ID = 'app 1'"},
-        {t.m_GenerateUpdateCmd("", "col", -12), "update T set col = -12"},
-        {t.m_GenerateUpdateCmd("a", "col", 7), "update T set col = 7 where ID = 'a'"},
-        {t.m_GenerateInsertCmd("col", "v"), "insert into T ( col ) values ('v')"},
-        {t.m_GenerateInsertCmd("col", 42), "insert into T ( col ) values (42)"},
-        {t.m_GenerateSelectCmd("a", "col"), "select col from T where  ID='a'"},
-        {t.m_GenerateSelectCmd("", "col"), "select col from T"},
-        {t.m_GenerateTruncateCmd({}, false), head + "('')"},
-        {t.m_GenerateTruncateCmd({{"a", "x"}, {"b", "y"}}, false), head + "('a','b')"},
-        // The texts that keep the fixed apps have always been broken; SQLite rejects them.
-        {t.m_GenerateTruncateCmd({{"a", ""}}, true), head + "('a" + fixed + ")"},
-        {t.m_GenerateTruncateCmd({}, true), head + "('" + fixed + ")"},
-    };
-    for (const auto& [actual, expected] : texts) {
-        EXPECT_EQ(actual, expected);
-    }
-}
-
-TEST(GeneratedSql, AppTableTextsWalkTheColumnsInOrder) {
-    // clang-format off
-    const std::map<unsigned, std::string> names = {
-        {26, "pannel_icon_path"}, {45, "chanel_name"}, {56, "reserved_string_1"}, {104, "reserved_tinyint_21"}};
-    // clang-format on
-    for (const auto& [index, name] : names) {
-        EXPECT_EQ(TAK_APPINFO_COLUMN_NAMES[index], name);
-    }
-    std::string update;
-    for (unsigned i = 0; i + 1 < TAK_APPINFO_COLUMN_COUNT; ++i) {
-        update += std::string(TAK_APPINFO_COLUMN_NAMES[i]) + "= ?,";
-    }
-    EXPECT_EQ(CWidgetInfoDB::UpdateSql(),
-              "update widgetinfo set " + update + "reserved_tinyint_21=? where id = ?");
-    const std::string insert = CWidgetInfoDB::InsertSql();
-    EXPECT_EQ(std::count(insert.begin(), insert.end(), '?'), 105);
-}
 
 TEST_F(TableTest, TruncateAndDeleteWhatTheirTextsSay) {
     ASSERT_TRUE(InsertApps(DBPath(), {DistinctRecord("a", 1), DistinctRecord("b", 2),
@@ -201,20 +153,6 @@ TEST_F(ConfigTest, FailedResetGoesOnButMakesNoBackup) {
     EXPECT_EQ(Config("RESERVED_35"), "");  // the keys after it were still cleared
     std::map<std::string, std::string> backup = ReadConfigRows(BackupDBPath());  // the state before
     EXPECT_EQ(backup["RESERVED_35"] + "|" + backup["RESET_TYPE"], m_Before["RESERVED_35"] + "|backed up");
-}
-
-TEST_F(ConfigTest, SingleKeysBindTheirValuesInsertPastesThem) {
-    const std::string odd = "it's \"odd\" – ünï 日本 ";
-    ASSERT_TRUE(CTAKConfig().UpdateConfig("HOME_TEST_LIST", odd));
-    EXPECT_EQ(Config("HOME_TEST_LIST"), odd);
-    EXPECT_EQ(ReadConfigRows(BackupDBPath())["HOME_TEST_LIST"], odd);
-    EXPECT_TRUE(CTAKConfig().UpdateConfig("NO_SUCH_KEY", "x"));  // no row: nothing changes, still done
-    EXPECT_EQ(Config("NO_SUCH_KEY"), "<none>");
-    ASSERT_TRUE(CTAKConfig().InsertConfig("NEW_KEY", "new value"));
-    EXPECT_EQ(Config("NEW_KEY"), "new value");
-    EXPECT_FALSE(CTAKConfig().InsertConfig("NEW_KEY", "again"));  // one row per key
-    EXPECT_FALSE(CTAKConfig().InsertConfig("QUOTED", "it's"));    // a quote breaks the pasted text
-    EXPECT_EQ(Config("QUOTED"), "<none>");
 }
 
 TEST_F(ConfigTest, PreinstalledListsAndUninstallReason) {

@@ -36,36 +36,21 @@ bool IsBuiltIn(Kind kind) {
     return kind == Kind::BuiltInApp || kind == Kind::BuiltInService;
 }
 
-// The launch value of each kind and the result it reports.
-struct KindNames {
-    Kind kind;
-    const char* reset;
-    const char* result;
+// The launch value of each kind and the result it reports, in the order of Kind.
+const char* const kResets[][2] = {
+    {"reset=tak_app_reset", "tak_app_reset_result"},
+    {"reset=tak_service_reset", "tak_service_reset_result"},
+    {"reset=corvane_reset", "corvane_reset_result"},
+    {"reset=biu_app_reset", "biu_app_reset_result"},
+    {"reset=biu_service_reset", "biu_service_reset_result"},
 };
-
-const KindNames kKindNames[] = {
-    {Kind::Apps, "reset=tak_app_reset", "tak_app_reset_result"},
-    {Kind::Service, "reset=tak_service_reset", "tak_service_reset_result"},
-    {Kind::Corvane, "reset=corvane_reset", "corvane_reset_result"},
-    {Kind::BuiltInApp, "reset=biu_app_reset", "biu_app_reset_result"},
-    {Kind::BuiltInService, "reset=biu_service_reset", "biu_service_reset_result"},
-};
-
-const KindNames& NamesOf(Kind kind) {
-    for (const KindNames& names : kKindNames) {
-        if (names.kind == kind) {
-            return names;
-        }
-    }
-    return kKindNames[0];
-}
 
 const char* ResultName(Kind kind) {
-    return NamesOf(kind).result;
+    return kResets[static_cast<int>(kind)][1];
 }
 
 const char* ResetValue(Kind kind) {
-    return NamesOf(kind).reset;
+    return kResets[static_cast<int>(kind)][0];
 }
 
 Json::Value BuiltInEntry(const std::string& appId) {
@@ -82,15 +67,14 @@ protected:
     // "mute" is the app the library is slow or silent for; "fine" answers at once.
     void Prepare(Kind kind, bool late) {
         Json::Value behaviour(Json::objectValue);
-        const char* section = IsBuiltIn(kind) ? "install" : "uninstall";
-        Json::Value& mute = IsBuiltIn(kind) ? behaviour["builtin"]["install"]["apps"]["mute"]
-                                            : behaviour["uninstall"]["apps"]["mute"];
+        Json::Value& calls = IsBuiltIn(kind) ? behaviour["builtin"]["install"] : behaviour["uninstall"];
+        Json::Value& mute = calls["apps"]["mute"];
         if (late) {
             mute["delay_ms"] = 2500;
         } else {
             mute["silent"] = true;
         }
-        (IsBuiltIn(kind) ? behaviour["builtin"]["install"] : behaviour[section])["delay_ms"] = 10;
+        calls["delay_ms"] = 10;
         if (IsBuiltIn(kind)) {
             for (const char* id : {"mute", "fine"}) {
                 orvix::test::RunResult added =

@@ -5,12 +5,6 @@
 
 using namespace fault_test;
 
-namespace {
-
-const size_t kSixteenMiB = 16u * 1024u * 1024u;
-
-}  // namespace
-
 class ABadLaunchRequest : public FaultFixture {
 protected:
     std::string File(const std::string& name, const std::string& content) const {
@@ -37,7 +31,7 @@ TEST_F(ABadLaunchRequest, IsRefusedOrHandledWithALogLineAndTheProcessServesTheNe
         {"--extra-file", "reset=" + File("nul", std::string("tak_service_reset\0tail", 22)), "userdata=2"});
     ASSERT_TRUE(WaitForLog("refusing a launch request: extra [reset] holds a NUL byte"));
 
-    std::string big(kSixteenMiB, 'r');
+    std::string big(16u << 20, 'r');  // 16 MiB
     std::string bigPath = File("big", big);
     Launched({"--extra-file", "reset_reason=" + bigPath, "--extra-file", "caller_process_name=" + bigPath,
               "--extra-file", "unknown_key=" + bigPath, "reset=tak_app_reset", "userdata=3"});

@@ -22,12 +22,9 @@ TEST_F(AStandInDaemonKilledMidReset, CostsTheUndeliverableReportsButNotTheResetA
     ASSERT_TRUE(WaitForCall("libtak_common", "UninstallAppAPI", 30s, 2));
     Kill(InnerServer());
     ASSERT_TRUE(WaitForLogCount(kUndelivered, 2));
-    std::string history =
-        orvix::test::ReadWholeFile(orvix::host::PathVariable(2) + "/vardell/log/tak_reset_history.log");
+    const std::string history = orvix::host::PathVariable(2) + "/vardell/log/tak_reset_history.log";
     ASSERT_TRUE(orvix::test::WaitUntil([&] {
-        history =
-            orvix::test::ReadWholeFile(orvix::host::PathVariable(2) + "/vardell/log/tak_reset_history.log");
-        return history.find("[m_ClearDB][637]End") != std::string::npos;
+        return orvix::test::ReadWholeFile(history).find("[m_ClearDB][637]End") != std::string::npos;
     }));
     // Each report that went nowhere has its line, right after the call it belongs to.
     std::string log = TakResetLog();

@@ -144,43 +144,34 @@ TEST_F(ALaunchStorm, IsHandledInOrderOrTurnedAwayAfterEndAndEveryResetAnswersAsI
     ASSERT_TRUE(WaitForAppExit(std::chrono::seconds(60)));
 
     LogReading log = ReadLog(TakResetLog());
-    // Every request once: handled (cookie seen once), or turned away after its instance's "end".
+    // Every request once: handled (cookie seen once, of its kind, after the earlier ones of its launcher), or
+    // turned away after its instance's "end".
     std::set<int> seen;
-    size_t turnedAway = 0;
+    std::map<int, int> lastOf;  // each launcher's latest cookie handled
+    size_t handled = 0, turnedAway = 0, served = 0;
     for (const Handled& request : log.handled) {
         EXPECT_TRUE(seen.insert(request.cookie).second || request.cookie == -1) << request.cookie << " twice";
-        if (request.cookie >= 1 && request.cookie <= kRequests) {
-            EXPECT_EQ(request.kind, kindOf[request.cookie]) << request.cookie;
+        handled += request.cookie == -1;
+        if (request.cookie < 1 || request.cookie > kRequests) {
+            continue;
         }
+        ++handled;
+        EXPECT_EQ(request.kind, kindOf[request.cookie]) << request.cookie;
+        int launcher = launcherOf[request.cookie];
+        EXPECT_GT(request.cookie, lastOf[launcher]) << "launcher " << launcher << " overtaken";
+        lastOf[launcher] = request.cookie;
     }
     for (const auto& [pid, instance] : log.instances) {
         turnedAway += instance.turnedAway;
+        served += instance.served;
         EXPECT_TRUE(instance.terminated || !instance.served)
             << "instance " << pid << " did not end through its terminate callback";
         bool ended = !instance.handled.empty() && instance.handled.back().kind == "end";
         EXPECT_TRUE(instance.turnedAway == 0 || ended) << "instance " << pid << " turned requests away";
     }
-    size_t handled = 0;
-    for (const Handled& request : log.handled) {
-        handled += (request.cookie >= 1 && request.cookie <= kRequests) || request.cookie == -1;
-    }
     EXPECT_EQ(handled + turnedAway, kRequests + closing);
-    size_t served = 0;
-    for (const auto& [pid, instance] : log.instances) {
-        served += instance.served;
-    }
     RecordProperty("instances", static_cast<int>(served));
     RecordProperty("turned_away", static_cast<int>(turnedAway));
-    // Each launcher's requests were handled in the order it sent them.
-    std::map<int, int> lastOf;
-    for (const Handled& request : log.handled) {
-        if (request.cookie < 1 || request.cookie > kRequests) {
-            continue;
-        }
-        int launcher = launcherOf[request.cookie];
-        EXPECT_GT(request.cookie, lastOf[launcher]) << "launcher " << launcher << " overtaken";
-        lastOf[launcher] = request.cookie;
-    }
 
     // Results: what each kind promises. A stopped apps reset of the app kind answers all the same, unless
     // a Corvane reset ran before it in that process; a built-in reset always answers once; a service

@@ -1,10 +1,7 @@
-// File and directory utilities (never following a link out of where they were sent), string and time
-// utilities.
+// File and directory utilities (never following a link out of where they were sent) and number texts.
 #include <climits>
-#include <set>
 
 #include "FoundationTest.h"
-#include "TAKTime.h"
 
 namespace {
 
@@ -105,20 +102,6 @@ TEST(TAKStringTest, NumbersFromAndToText) {
     EXPECT_TRUE(!TAKString::Diff("ok", "ok") && !TAKString::Diff(nullptr, nullptr) &&
                 TAKString::Diff("ok", "OK") && TAKString::Diff(nullptr, "ok") &&
                 TAKString::Diff("", nullptr));
-}
-
-TEST(TAKStringTest, ListMapUnicodeAndTimeTexts) {
-    EXPECT_EQ(TAKString::AssembleListToString(std::set<std::string>{"org.b", "org.a", "org.c"}),
-              "org.a,org.b,org.c");
-    std::map<std::string, std::string> map = {{"k1", "v1"}, {"k2", ""}, {"k3", "a=b"}};
-    EXPECT_EQ(TAKString::AssembleMapToString(map), "k1=v1;k2=;k3=a=b");
-    EXPECT_EQ(TAKString::SplitStringToMap("k1=v1;k2=;k3=a=b;;k1=v1"), map);
-    const unsigned short lone[] = {0xD800, 'a', 0xDC00};
-    EXPECT_EQ(TAKString::Ucs2ToUtf8(u"Az\u00e9\u20ac\U0001F600") + TAKString::Ucs2ToUtf8(lone, 3),
-              "Az\xc3\xa9\xe2\x82\xac\xf0\x9f\x98\x80\xef\xbf\xbd"
-              "a"
-              "\xef\xbf\xbd");
-    EXPECT_EQ(CTAKTime::UtcText(1709647629), "2024-03-05 14:07:09");
 }
 
 }  // namespace

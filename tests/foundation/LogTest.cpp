@@ -74,39 +74,6 @@ TEST_F(HistoryLogTest, LineCarriesTheUtcTimeAndTheMessageCutAt2047Characters) {
     EXPECT_TRUE(LogHas(path_ + " is not realpath, so can not open it!!!"));
 }
 
-// The path is kept between lines, but never outlives the name or the data directory it was built from.
-TEST_F(HistoryLogTest, FollowsEveryChangeOfTheNameAndOfTheDataDirectory) {
-    WriteHistoryLogFile("first");
-    HistoryLogFileName("other");
-    WriteHistoryLogFile("second");
-    std::string otherRoot = Under("second-root");
-    ASSERT_TRUE(TAKDir::Create(otherRoot + "/opt/usr/data/vardell/log"));
-    orvix::host::SetRoot(otherRoot);
-    WriteHistoryLogFile("third");
-    orvix::host::SetRoot(root_);
-    HistoryLogFileName("");
-    WriteHistoryLogFile("fourth");
-    struct Expected {
-        std::string path;
-        std::vector<std::string> messages;
-    };
-    const Expected files[] = {
-        {path_, {"first"}},
-        {dir_ + "/other.log", {"second"}},
-        {otherRoot + "/opt/usr/data/vardell/log/other.log", {"third"}},
-        {dir_ + "/.log", {"fourth"}},
-    };
-    for (const auto& file : files) {
-        std::vector<std::string> messages;
-        for (const std::string& line : Lines(file.path)) {
-            std::string message;
-            EXPECT_TRUE(StripStamp(line, message)) << line;
-            messages.push_back(message);
-        }
-        EXPECT_EQ(messages, file.messages) << file.path;
-    }
-}
-
 TEST_F(HistoryLogTest, RotatesOnlyAboveTheLimitAndKeepsThreeBackupsNewestFirst) {
     WriteFile(path_, std::string(kLimit, 'x'));
     WriteHistoryLogFile("generation 1");

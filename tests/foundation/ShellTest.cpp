@@ -85,16 +85,6 @@ TEST_F(ShellTest, ChildrenOfTwoThreadsRunOneAtATime) {
     EXPECT_EQ(ReadFile(markers), expected);
 }
 
-TEST_F(ShellTest, FileOperationsUseTheSystemPrograms) {
-    WriteFile(Under("f.txt"), "payload");
-    EXPECT_TRUE(CTAKShell::CreateDir(Under("made/deep").c_str()) == 0 &&
-                CTAKShell::Copy(Under("f.txt").c_str(), Under("made/deep").c_str()) == 0 &&
-                CTAKShell::Move(Under("made").c_str(), Under("moved").c_str()) == 0);
-    EXPECT_EQ(ReadFile(Under("moved/deep/f.txt")), "payload");
-    EXPECT_TRUE(CTAKShell::Remove(Under("moved").c_str()) == 0 && !TAKFile::Exists(Under("moved")));
-    EXPECT_NE(CTAKShell::Move(Under("nothing-here").c_str(), Under("x").c_str()), 0);
-}
-
 // The utility is installed in the root, as `orvix-host init` does, and run by the service with nothing in
 // its environment but PATH. A directory outside the root holds what must never be touched.
 class UtilityTest : public ShellTest {
@@ -116,29 +106,6 @@ protected:
     }
     std::string outside_;
 };
-
-// Files are copied, moved, removed and run inside the root; a link inside is removed as a link. A label
-// comes back through the result key; the same label again leaves the key as it was, which reads as a
-// utility that did not answer.
-TEST_F(UtilityTest, WorksInsideTheRoot) {
-    EXPECT_TRUE(ITAKUtility::Copy(Under("data/a.txt"), Under("data/b.txt")) == 0 &&
-                ITAKUtility::Move(Under("data/b.txt"), Under("data/c.txt")) == 0);
-    EXPECT_EQ(ReadFile(Under("data/c.txt")), "alpha");
-    EXPECT_EQ(ITAKUtility::RemoveFile(Under("data/c.txt")), 0);
-    // Run without arguments the probe exits with 64, which the utility passes on.
-    ASSERT_EQ(CTAKShell::Copy(FOUNDATION_PROBE, Under("data/probe").c_str()), 0);
-    EXPECT_EQ(ExitCode(ITAKUtility::Execute(Under("data/probe"))), 64);
-    ASSERT_EQ(symlink(outside_.c_str(), Under("data/to-outside").c_str()), 0);
-    EXPECT_EQ(ITAKUtility::RemoveFileInDirectory(Under("data")), 0);
-    EXPECT_FALSE(TAKFile::Exists(Under("data/a.txt")) || TAKFile::Exists(Under("data/to-outside")));
-
-    std::string label;
-    EXPECT_TRUE(ITAKUtility::SetSmack(Under("data"), "User::Home") == 0 &&
-                ITAKUtility::GetSmack(Under("data"), label) == 0 && label == "User::Home");
-    EXPECT_FALSE(LogHas("not changed, error happened"));
-    EXPECT_TRUE(ITAKUtility::GetSmack(Under("data"), label) == 0 && label == "User::Home");
-    EXPECT_TRUE(LogHas("smack (User::Home) not changed, error happened"));
-}
 
 // Paths outside the root, also through `..` or a link inside, are refused with a message and a
 // non-zero status; the outside stays whole (checked after every test).

@@ -8,7 +8,6 @@
 
 #include "HostFixture.h"
 #include "PtyProgram.h"
-#include "platform_path.h"
 #include "system_info.h"
 
 namespace {
@@ -75,7 +74,6 @@ TEST_F(OrvixHost, PackagesKeepMetadataInDeclarationOrder) {
               std::string::npos);
     ExpectRefused(
         {{"pkg", "add", "org.bad", "--main", "nope"}, {"pkg", "add", "org.bad", "--meta", "novalue"}});
-    ExpectRefused({{"pkg", "add", "org.bad", "--removable", "maybe"}});
     EXPECT_EQ(Host({"pkg", "list"}).out.find("org.bad"), std::string::npos);
     EXPECT_EQ(Host({"pkg", "remove", "org.orvix.tv"}).status, 0);
     EXPECT_EQ(Host({"pkg", "remove", "org.orvix.tv"}).status, 1);
@@ -91,27 +89,6 @@ TEST_F(OrvixHost, PackagesKeepMetadataInDeclarationOrder) {
     EXPECT_NE(Host({"pkg", "list"}).out.find(handWritten), std::string::npos) << Host({"pkg", "list"}).out;
 }
 
-TEST_F(OrvixHost, PathCallsAndLogPrintWhatTheyAreAskedFor) {
-    EXPECT_EQ(Host({"path", "24"}).out, Root() + "/home/owner\n");
-    EXPECT_EQ(Host({"path", "7"}).out, std::string(platform_path_get(7)) + "\n");
-    // Nothing recorded yet: said so, apart from the (empty) output.
-    for (const char* command : {"calls", "log"}) {
-        RunResult nothing = Host({command});
-        EXPECT_EQ(nothing.status, 0) << command;
-        EXPECT_EQ(nothing.out, "") << command;
-        EXPECT_NE(nothing.err.find(" yet (no " + Root() + "/var/log/"), std::string::npos) << nothing.err;
-    }
-    orvix::host::RecordCall("innerserver", "process_result", Json::Value(Json::arrayValue), ":1.9");
-    RunResult calls = Host({"calls"});
-    EXPECT_EQ(calls.status, 0);
-    EXPECT_EQ(calls.out, ReadWholeFile(Root() + "/var/log/calls.jsonl"));
-    EXPECT_NE(calls.out.find("\"sender\":\":1.9\""), std::string::npos);
-    std::ofstream(Root() + "/var/log/tak-reset.log") << "a line\n";
-    EXPECT_EQ(Host({"log"}).out, "a line\n");
-    ExpectRefused({{"path", "5"}, {"path", "x"}, {"path", ""}, {"path", "24x"}});
-    ExpectRefused({{"log", "../etc/sysinfo"}, {"calls", "extra"}});
-}
-
 TEST_F(OrvixHost, RefusesWhatCannotSucceedWithOneLineAndStartsOrWritesNothing) {
     struct Case {
         std::vector<std::string> command;
@@ -121,13 +98,9 @@ TEST_F(OrvixHost, RefusesWhatCannotSucceedWithOneLineAndStartsOrWritesNothing) {
     const Case cases[] = {
         {{"launch", "reset=tak_app_reset"}, 2, "orvix-host up"},  // no bus yet
         {{"launch"}, 2, "KEY=VALUE"},
-        {{"launch", "--"}, 2, "KEY=VALUE"},
         {{"launch", "reset=end"}, 1, "nothing to end"},
         {{"log", "nosuch"}, 2, "no log of 'nosuch'"},
-        {{"log", "--level", "X"}, 2, "unknown level"},
         {{"settings", "set", "db/bad key", "1"}, 2, "malformed KEY"},
-        {{"settings", "set", "-t", "int", "nodb/x", "1"}, 2, "malformed KEY"},
-        {{"settings", "set", "db/tak/.hidden", "1"}, 2, "malformed KEY"},
         {{"settings", "get", "memory/../x"}, 2, "malformed KEY"},
         {{"help", "nosuch"}, 2, "unknown subcommand"},
     };
@@ -139,61 +112,23 @@ TEST_F(OrvixHost, RefusesWhatCannotSucceedWithOneLineAndStartsOrWritesNothing) {
         EXPECT_NE(result.err.find(c.says), std::string::npos) << name << ": " << result.err;
         EXPECT_EQ(result.out, "") << name;
     }
+    ExpectRefused({{"path", "5"}, {"path", "24x"}, {"log", "../etc/sysinfo"}});
     EXPECT_FALSE(AppRunning());
     EXPECT_EQ(access(LogPath(AppName()).c_str(), F_OK), -1) << "a refused launch started " << AppName();
     EXPECT_EQ(access((Root() + "/var/lib/vconf/db/bad key").c_str(), F_OK), -1);
 
+    // Nor in a directory that `init` never made, which is left as it was.
     char empty[] = "/tmp/orvix-uninitialised-XXXXXX";
     ASSERT_NE(mkdtemp(empty), nullptr);
-    for (const char* command : {"calls", "log"}) {
-        RunResult result = orvix::test::RunProgram({OrvixHostPath(), command}, {{"ORVIX_HOST_ROOT", empty}});
-        EXPECT_EQ(result.status, 2) << command;
-        EXPECT_NE(result.err.find("orvix-host init"), std::string::npos) << command << ": " << result.err;
+    for (const std::vector<std::string>& command :
+         {std::vector<std::string>{"calls"}, {"launch", "reset=end"}}) {
+        std::vector<std::string> argv = {OrvixHostPath()};
+        argv.insert(argv.end(), command.begin(), command.end());
+        RunResult result = orvix::test::RunProgram(argv, {{"ORVIX_HOST_ROOT", empty}});
+        EXPECT_EQ(result.status, 2) << command[0];
+        EXPECT_EQ(std::count(result.err.begin(), result.err.end(), '\n'), 1) << result.err;
     }
-    rmdir(empty);
-}
-
-TEST_F(OrvixHost, HelpListsEverySubcommandAndItsOptionsAndNamesTheRoot) {
-    RunResult help = Host({"help"});
-    ASSERT_EQ(help.status, 0) << help.err;
-    EXPECT_EQ(Host({"-h"}).out, help.out);
-    EXPECT_EQ(Host({"--help"}).out, help.out);
-    EXPECT_NE(help.out.find("ORVIX_HOST_ROOT (now " + Root() + ")"), std::string::npos) << help.out;
-    struct Subcommand {
-        const char* name;
-        std::vector<const char*> options;
-    };
-    const Subcommand subcommands[] = {
-        {"init", {"--apps=N", "--builtin=M"}},
-        {"up", {}},
-        {"down", {}},
-        {"launch", {"--extra-file=KEY=PATH"}},
-        {"client", {"--foreground"}},
-        {"calls", {"--follow"}},
-        {"log", {"--follow", "--level=E|W|I|D"}},
-        {"settings", {"--type=TYPE"}},
-        {"config", {}},
-        {"sysinfo", {}},
-        {"pkg", {"--version=V", "--meta=KEY=VALUE"}},
-        {"path", {}},
-        {"libtak", {}},
-    };
-    for (const auto& subcommand : subcommands) {
-        std::string name = subcommand.name;
-        // One line of the list: the name, then what it does.
-        EXPECT_TRUE(std::regex_search(help.out, std::regex("\n  " + name + " +[a-z].*\n"))) << name;
-        RunResult own = Host({"help", name});
-        EXPECT_EQ(own.status, 0) << name;
-        EXPECT_EQ(own.out.rfind("Usage:\n  orvix-host " + name + " ", 0), 0) << own.out;
-        EXPECT_NE(own.out.find("ORVIX_HOST_ROOT"), std::string::npos) << own.out;
-        EXPECT_EQ(Host({name, "--help"}).out, own.out) << name;
-        for (const char* option : subcommand.options) {
-            EXPECT_TRUE(
-                std::regex_search(own.out, std::regex(std::string("\n  (-., )?") + option + " +[a-z]")))
-                << name << " " << option << ":\n"
-                << own.out;
-        }
-    }
+    EXPECT_EQ(rmdir(empty), 0) << "something was left in the uninitialised root";
 }
 
 TEST_F(OrvixHost, LogKeepsLinesOfTheLevelAndAboveAndItsColoursOnlyOnATerminal) {
@@ -236,17 +171,12 @@ TEST_F(OrvixHost, FlagsFollowSysinfoSetWhichRefusesBadValuesAndAnythingButABoole
     EXPECT_EQ(Host({"sysinfo", "get", "robot_product.support"}).out, "true\n");
     std::string file = Root() + "/etc/sysinfo.ini";
     std::string before = ReadWholeFile(file);
-    ExpectRefused(
-        {{"sysinfo", "set", "a.b", "yes"}, {"sysinfo", "set", "a.b", "TRUE"}, {"sysinfo", "set", "a.b"}});
-    ExpectRefused({{"sysinfo", "set", "bad=name", "true"}, {"sysinfo", "toggle", "a.b"}});
+    ExpectRefused({{"sysinfo", "set", "a.b", "yes"}, {"sysinfo", "set", "bad=name", "true"}});
     EXPECT_EQ(ReadWholeFile(file), before);
     std::ofstream(file, std::ios::trunc) << "[flags]\nrobot_product.support=maybe\n";
     EXPECT_FALSE(Flag("robot_product.support"));
     unlink(file.c_str());
     EXPECT_FALSE(Flag("robot_product.support"));
-    bool value = false;
-    EXPECT_EQ(system_info_get_platform_bool(nullptr, &value), SYSTEM_INFO_ERROR_INVALID_PARAMETER);
-    EXPECT_EQ(system_info_get_platform_bool("x", nullptr), SYSTEM_INFO_ERROR_INVALID_PARAMETER);
 }
 
 class StandIns : public orvix::test::HostFixture {
@@ -274,10 +204,8 @@ protected:
 };
 
 TEST_F(StandIns, InnerServerAnswersEveryMethodAndRecordsEachCall) {
-    std::string mounted = Root() + "/mnt/icons";
+    // That icons are copied is checked with a real image (tests/mount); a source outside the root is refused.
     std::string saved = Root() + "/opt/usr/share/icons";
-    ASSERT_TRUE(orvix::host::MakeDirs(mounted + "/deep"));
-    std::ofstream(mounted + "/deep/app.png") << "png";
     struct Case {
         const char* method;
         GVariant* parameters;
@@ -287,13 +215,8 @@ TEST_F(StandIns, InnerServerAnswersEveryMethodAndRecordsEachCall) {
     const Case cases[] = {
         {"process_result", g_variant_new("(siss)", "tak_app_reset_result", 1, "-42", ""), "(i)", 1},
         {"reset_config_table", nullptr, "(i)", 1},
-        {"reset_app_user_data", nullptr, "(i)", 1},
-        {"reset_for_corvane_reset", nullptr, "(i)", 1},
-        {"truncate_widgetinfo_table", g_variant_new("(i)", 1), "(i)", 1},
         {"update_config_table", g_variant_new("(ss)", "RESET_TYPE", "1"), "(i)", 1},
-        {"sub_process_copy_server_icons", g_variant_new("(ss)", mounted.c_str(), saved.c_str()), "(i)", 0},
         {"sub_process_copy_server_icons", g_variant_new("(ss)", "/tmp", saved.c_str()), "(i)", 1},
-        {"sub_process_copy_server_icons", g_variant_new("(s)", mounted.c_str()), "(i)", 1},
         {"no_such_method", g_variant_new("(sai)", "x", nullptr), "()", -1},
     };
     std::vector<std::string> methods;
@@ -308,8 +231,6 @@ TEST_F(StandIns, InnerServerAnswersEveryMethodAndRecordsEachCall) {
     EXPECT_EQ(JsonLine(calls[0]["args"]), R"(["tak_app_reset_result",1,"-42",""])");
     EXPECT_EQ(calls[0]["signature"], "siss");
     EXPECT_EQ(calls[0]["sender"].asString().front(), ':');
-    EXPECT_EQ(JsonLine(calls.back()["args"]), R"(["x",[]])");
-    EXPECT_EQ(ReadWholeFile(saved + "/deep/app.png"), "png");
 }
 
 TEST_F(StandIns, UpLeavesWhatRunsAloneAndRestartsWhatDied) {
@@ -318,7 +239,6 @@ TEST_F(StandIns, UpLeavesWhatRunsAloneAndRestartsWhatDied) {
     RunResult again = Host({"up"});
     EXPECT_EQ(again.status, 0);
     EXPECT_EQ(again.out, "export DBUS_SYSTEM_BUS_ADDRESS=" + BusAddress() + "\n");
-    EXPECT_EQ(ReadWholeFile(Root() + "/run/env"), again.out);
     EXPECT_EQ(ReadWholeFile(pidFile), before);
 
     orvix::host::ProcessId inner;

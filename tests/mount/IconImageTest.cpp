@@ -23,14 +23,6 @@ protected:
     void SetUp() override {
         MountFixture::SetUp();
         setenv("DBUS_SYSTEM_BUS_ADDRESS", BusAddress().c_str(), 1);
-        char pattern[] = "/tmp/tak-icons-outside-XXXXXX";
-        ASSERT_NE(mkdtemp(pattern), nullptr);
-        m_outside = pattern;
-    }
-    void TearDown() override {
-        ExpectNothingLeft(m_outside);
-        std::filesystem::remove_all(m_outside);
-        MountFixture::TearDown();
     }
 
     std::string Share() const { return orvix::host::PathVariable(27) + "/vardell"; }
@@ -46,8 +38,6 @@ protected:
         icons.erase("outside.png");
         return icons;
     }
-
-    std::string m_outside;
 };
 
 }  // namespace
@@ -57,29 +47,16 @@ TEST_F(AnIconImage, IsCopiedThenRemovedAndEveryFailureIsReported) {
     const std::string mountDir = Share() + "/iconmnt";
     const std::string icons = Share() + "/icons/app1";
 
-    // Requests that cannot be mounted never reach the server and leave the image where it is.
+    // An image that cannot be mounted never reaches the server and is left where it is.
     mount_test::WriteFile(Share() + "/noise.img", std::string(1 << 20, '\x33'));
-    struct Unmountable {
-        const char* name;
-        std::string image;
-        std::string mountDir;
-    };
-    const Unmountable unmountable[] = {
-        {"not a file system", Share() + "/noise.img", mountDir},
-        {"a missing image", Share() + "/missing.img", mountDir},
-        {"a mount directory outside the root", Share() + "/noise.img", m_outside + "/mnt"},
-    };
-    for (const Unmountable& u : unmountable) {
-        SCOPED_TRACE(u.name);
+    {
         LogMark mark;
-        EXPECT_FALSE(CProcessDbus::GetIconFromIconImg(u.image, u.mountDir, icons));
-        EXPECT_TRUE(mark.Contains("Fail to mount file[" + u.image + "]!")) << mark.Text();
-        EXPECT_FALSE(Exists(u.mountDir));
-        ExpectNothingLeft(m_outside);
+        EXPECT_FALSE(CProcessDbus::GetIconFromIconImg(Share() + "/noise.img", mountDir, icons));
+        EXPECT_TRUE(mark.Contains("Fail to mount file[" + Share() + "/noise.img]!")) << mark.Text();
+        EXPECT_FALSE(Exists(mountDir));
+        EXPECT_TRUE(Exists(Share() + "/noise.img"));
+        EXPECT_TRUE(CopyCalls().empty());
     }
-    EXPECT_TRUE(Exists(Share() + "/noise.img"));
-    EXPECT_TRUE(CopyCalls().empty());
-
     MakeIconImage(image);
     if (!CanMount()) {
         NoteForbidden();
@@ -99,26 +76,10 @@ TEST_F(AnIconImage, IsCopiedThenRemovedAndEveryFailureIsReported) {
         EXPECT_EQ(mount_test::Tree(icons), CopiedIcons());
         ASSERT_EQ(CopyCalls().size(), 1u);
         Json::Value call = CopyCalls().back();
-        EXPECT_EQ(call["signature"].asString(), "ss");
-        ASSERT_EQ(call["args"].size(), 2u);
-        EXPECT_EQ(call["args"][0].asString(), mountDir + "/");
-        EXPECT_EQ(call["args"][1].asString(), icons);
-        EXPECT_EQ(orvix::host::JsonLine(call["reply"]), "[0]");
+        EXPECT_EQ(call["args"][0].asString() + " " + call["args"][1].asString() + " " +
+                      orvix::host::JsonLine(call["reply"]),
+                  mountDir + "/ " + icons + " [0]");
         EXPECT_TRUE(mark.Contains("MethodCall success, result 0 (0-TAK_NO_ERROR)")) << mark.Text();
-        EXPECT_FALSE(Exists(mountDir));
-        EXPECT_FALSE(Exists(image));
-        ExpectNothingLeft();
-    }
-    {
-        SCOPED_TRACE("the server refuses a save path outside the root");
-        MakeIconImage(image);
-        LogMark mark;
-        EXPECT_FALSE(CProcessDbus::GetIconFromIconImg(image, mountDir + "/", m_outside + "/icons"));
-        EXPECT_TRUE(mark.Contains("MethodCall success, result 1 (0-TAK_NO_ERROR)")) << mark.Text();
-        EXPECT_EQ(CopyCalls().back()["args"][0].asString(), mountDir + "/");
-        EXPECT_TRUE(mount_test::Tree(m_outside).empty());
-        EXPECT_NE(orvix::test::ReadWholeFile(LogPath("innerserver")).find("icons not copied from"),
-                  std::string::npos);
         EXPECT_FALSE(Exists(mountDir));
         EXPECT_FALSE(Exists(image));
         ExpectNothingLeft();
@@ -158,5 +119,5 @@ TEST_F(AnIconImage, IsCopiedThenRemovedAndEveryFailureIsReported) {
         EXPECT_TRUE(Exists(lockedImage));
         ExpectNothingLeft();
     }
-    EXPECT_EQ(CopyCalls().size(), 4u);
+    EXPECT_EQ(CopyCalls().size(), 3u);
 }

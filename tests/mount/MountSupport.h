@@ -24,14 +24,9 @@ std::vector<MountEntry> MountsAt(const std::string& dir);
 // "loopN <backing file>" for every loop device bound to a file below `dir`.
 std::vector<std::string> LoopsBackedBelow(const std::string& dir);
 
-// Why this process cannot make loop mounts ("" when it can): a tmpfs is mounted on `scratch` (made and
-// removed again) with mount(2) itself, and /dev/loop-control is opened.
+// Why this process cannot make loop mounts ("" when it can), probed by mounting a tmpfs on `scratch`.
 std::string MountForbidden(const std::string& scratch);
 
-// An ext4 image of 2 MiB holding the tree below `from`; "" or what went wrong.
-std::string MakeExt4Image(const std::string& from, const std::string& image);
-
-// Writes a file, making its directory first.
 void WriteFile(const std::string& path, const std::string& text);
 
 // Everything below `dir`: relative path -> "file:<content>", "dir" or "link:<target>".
@@ -39,8 +34,7 @@ std::map<std::string, std::string> Tree(const std::string& dir);
 
 bool Exists(const std::string& path);
 
-// A private root without a bus. SetUp probes whether mounting is possible; TearDown fails the test
-// and cleans up when a mount below the root or a loop device bound to a file below it is left.
+// A private root without a bus; TearDown fails the test when a mount or a loop device is left below it.
 class MountFixture : public orvix::test::HostFixture {
 protected:
     std::vector<std::string> InitArguments() const override { return {"--apps", "0", "--builtin", "0"}; }
@@ -57,8 +51,7 @@ protected:
     // An ext4 image at `image` with IconFiles() (fails the test when it cannot be built).
     void MakeIconImage(const std::string& image) const;
 
-    // Nothing mounted below the root or `also`, no loop device bound to a file below them (waits a
-    // bounded time for the kernel's auto-clear).
+    // Nothing mounted or loop-bound below the root or `also` (waits for the kernel's auto-clear).
     void ExpectNothingLeft(const std::string& also = "") const;
 
 private:

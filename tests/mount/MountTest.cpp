@@ -3,7 +3,6 @@
 #include <fcntl.h>
 #include <privileged_service.h>
 #include <sys/stat.h>
-#include <sys/sysmacros.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -134,16 +133,10 @@ TEST_F(ALoopMount, RefusesBadRequestsAndLeavesNothingBehind) {
     const Case cases[] = {
         {"not a file system", images + "/noise.img", Root() + "/mnt/noise/deep", "",
          "not an image of kind squashfs,ext4,vfat", false, Root() + "/mnt/noise"},
-        {"not of the type given", good, Root() + "/mnt/typed", "squashfs", "not an image of kind squashfs",
-         false, Root() + "/mnt/typed"},
-        {"a mount directory that is a file", good, images + "/noise.img", "ext4", "Not a directory", false,
-         ""},
         {"a missing image", images + "/missing.img", Root() + "/mnt/missing", "", "No such file or directory",
          true, Root() + "/mnt/missing"},
         {"a mount directory outside the root", good, Outside() + "/made/here", "", "is outside the host root",
          true, Outside() + "/made"},
-        {"an image outside the root", Outside() + "/good.img", Root() + "/mnt/plain", "",
-         "is outside the host root", true, Root() + "/mnt/plain"},
         {"an image linked from outside", images + "/link.img", Root() + "/mnt/linked", "",
          "is a symbolic link", true, Root() + "/mnt/linked"},
         {"a mount directory linked to outside", good, Root() + "/mnt/link", "", "is a symbolic link", true,
@@ -181,10 +174,7 @@ TEST_F(ThePrivilegedService, ActsOnlyBelowTheRootAndAnswersWithErrnoCodes) {
     };
     const Refused refused[] = {
         {"outside", Outside() + "/node", "is outside the host root"},
-        {"climbing out", nodes + "/../../node", "is outside the host root"},
         {"through a linked directory", nodes + "/out/node", "is outside the host root"},
-        {"relative", "nodes/node", "is not an absolute path"},
-        {"the root's parent by name", Root() + "/..", "does not name an entry"},
         {"a link itself", nodes + "/out", "is a symbolic link"},
     };
     for (const Refused& r : refused) {
@@ -203,16 +193,6 @@ TEST_F(ThePrivilegedService, ActsOnlyBelowTheRootAndAnswersWithErrnoCodes) {
     EXPECT_EQ(PS_Mknod(nullptr, S_IFIFO | 0600, 0), -EACCES);
     EXPECT_EQ(PS_Mount((nodes + "/image").c_str(), nodes.c_str(), "", 0, nullptr), -EINVAL);
 
-    // Nodes below the root; a block node needs the right to make devices.
-    EXPECT_EQ(PS_Mknod((nodes + "/fifo").c_str(), S_IFIFO | 0600, 0), 0);
-    struct stat st {};
-    EXPECT_TRUE(lstat((nodes + "/fifo").c_str(), &st) == 0 && S_ISFIFO(st.st_mode));
-    EXPECT_EQ(PS_Mknod((nodes + "/fifo").c_str(), S_IFIFO | 0600, 0), -EEXIST);
-    // A block node needs the right to make devices: the answer is the kernel's own for that request.
-    int direct = mknod((nodes + "/direct").c_str(), S_IFBLK | 0600, makedev(7, 200)) == 0 ? 0 : -errno;
-    EXPECT_EQ(PS_Mknod((nodes + "/block").c_str(), S_IFBLK | 0600, makedev(7, 200)), direct);
-    EXPECT_EQ(direct == 0, lstat((nodes + "/block").c_str(), &st) == 0 && S_ISBLK(st.st_mode) &&
-                               st.st_rdev == makedev(7, 200));
     LogMark mark;
     EXPECT_EQ(PS_Umount(nodes.c_str(), 0), CanMount() ? -EINVAL : -EPERM);
     EXPECT_TRUE(mark.Contains("cannot unmount " + nodes)) << mark.Text();

@@ -8,13 +8,11 @@
 
 #include <atomic>
 #include <fstream>
-#include <functional>
 #include <thread>
 #include <vector>
 
 #include "PackageRecordsTest.h"
 #include "PkgInfo.h"
-#include "TAKDir.h"
 
 namespace {
 
@@ -41,55 +39,40 @@ using PackageStoreTest = PackageRecordsTest;
 // file that is there but unusable (none for a missing one, however often it is asked), and the next good
 // version of the file is answered again.
 TEST_F(PackageStoreTest, UnusableRecordsHoldNoPackages) {
-    const std::string good = R"({"pkgid": "org.good", "version": "1.0", "mainapp": "good",
-                                 "apps": [{"appid": "good", "metadata": [["k", "v"]]}]})";
-    auto withBad = [&](const std::string& bad) { return R"({"packages": [)" + good + ", " + bad + "]}"; };
+    const std::string good = R"({"pkgid": "org.good", "mainapp": "good", "apps": [{"appid": "good"}]}, )";
     struct Case {
         const char* what;
-        std::function<void()> make;
+        std::string text;  // the file's content; "missing" or "directory" for no file or a directory
         const char* line;  // "" when nothing is logged
     };
     std::string path = RecordsPath();
-    std::vector<Case> cases = {
-        {"missing", [&] { unlink(path.c_str()); }, ""},
-        {"a directory",
-         [&] {
-             unlink(path.c_str());
-             mkdir(path.c_str(), 0755);
-         },
-         "package records cannot be read"},
-        {"empty", [&] { WriteRecords(""); }, "are not a package list"},
-        {"not JSON", [&] { WriteRecords("packages: org.good"); }, "are not a package list"},
-        {"cut short", [&] { WriteRecords(std::string(kGood).substr(0, 60)); }, "are not a package list"},
+    const std::vector<Case> cases = {
+        {"missing", "missing", ""},
+        {"a directory", "directory", "package records cannot be read"},
+        {"not JSON", "packages: org.good", "are not a package list"},
         // Deeper than the JSON reader's limit: it throws rather than fails (found by fuzzing).
-        {"nested too deep",
-         [&] { WriteRecords(R"({"packages":)" + std::string(1100, '[') + std::string(1100, ']') + "}"); },
+        {"nested too deep", R"({"packages":)" + std::string(1100, '[') + std::string(1100, ']') + "}",
          "are not a package list"},
-        {"an array", [&] { WriteRecords("[" + good + "]"); }, "no \"packages\" list"},
-        {"packages not a list", [&] { WriteRecords(R"({"packages": )" + good + "}"); },
-         "no \"packages\" list"},
-        {"no pkgid", [&] { WriteRecords(withBad(R"({"version": "1"})")); },
+        {"an array", "[" + good + "{}]", "no \"packages\" list"},
+        {"no pkgid", R"({"packages": [)" + good + R"({"version": "1"}]})",
          "malformed package record (number 2)"},
-        {"apps not a list", [&] { WriteRecords(withBad(R"({"pkgid": "b", "apps": "x"})")); }, "(number 2)"},
-        {"app without id", [&] { WriteRecords(withBad(R"({"pkgid": "b", "apps": [{}]})")); }, "(number 2)"},
-        {"metadata not a pair",
-         [&] { WriteRecords(withBad(R"({"pkgid": "b", "apps": [{"appid": "b", "metadata": [["k"]]}]})")); },
-         "(number 2)"},
         {"metadata value a number",
-         [&] {
-             WriteRecords(withBad(R"({"pkgid": "b", "apps": [{"appid": "b", "metadata": [["k", 1]]}]})"));
-         },
-         "(number 2)"},
-        {"category a number",
-         [&] { WriteRecords(withBad(R"({"pkgid": "b", "apps": [{"appid": "b", "categories": [7]}]})")); },
-         "(number 2)"},
+         R"({"packages": [)" + good + R"({"pkgid": "b", "apps": [{"appid": "b", "metadata": [["k", 1]]}]}]})",
+         "malformed package record (number 2)"},
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.what);
         WriteRecords(kGood);
         ASSERT_TRUE(IPkgInfo::IsInstalled("org.good", false));
         orvix::test::LogMark mark;
-        c.make();
+        if (c.text == "missing" || c.text == "directory") {
+            unlink(path.c_str());
+            if (c.text == "directory") {
+                mkdir(path.c_str(), 0755);
+            }
+        } else {
+            WriteRecords(c.text);
+        }
         for (int i = 0; i < 3; ++i) {
             std::string value;
             EXPECT_FALSE(IPkgInfo::IsInstalled("org.good", false));
@@ -97,12 +80,9 @@ TEST_F(PackageStoreTest, UnusableRecordsHoldNoPackages) {
             EXPECT_TRUE(IPkgAppInfo("org.good").metadata.empty());
         }
         std::string log = mark.Text();
-        size_t lines = 0;
-        for (size_t at = log.find("package records"); at != std::string::npos;
-             at = log.find("package records", at + 1)) {
-            ++lines;
-        }
-        EXPECT_EQ(lines, *c.line != '\0' ? 1u : 0u) << log;
+        size_t first = log.find("package records");
+        EXPECT_EQ(first != std::string::npos, *c.line != '\0') << log;
+        EXPECT_EQ(log.find("package records", first + 1), std::string::npos) << "logged twice: " << log;
         EXPECT_NE(log.find(c.line), std::string::npos) << log;
         rmdir(path.c_str());
     }
@@ -111,7 +91,7 @@ TEST_F(PackageStoreTest, UnusableRecordsHoldNoPackages) {
 }
 
 // One parse per version of the file, however many look-ups: a rewrite (new file or the same file
-// rewritten in place), a removal and another root are each seen by the next look-up.
+// rewritten in place) and a removal are each seen by the next look-up.
 TEST_F(PackageStoreTest, FileIsParsedAgainOnlyWhenItChanged) {
     WriteRecords(kGood);
     unsigned long loads = PackageRecordLoads();
@@ -134,17 +114,6 @@ TEST_F(PackageStoreTest, FileIsParsedAgainOnlyWhenItChanged) {
     unlink(RecordsPath().c_str());
     EXPECT_EQ(VersionOf("org.good"), "(not installed)");
     EXPECT_EQ(PackageRecordLoads(), loads + 3);
-
-    std::string first = root_;
-    char pattern[] = "/tmp/pkginfo-other.XXXXXX";
-    ASSERT_NE(mkdtemp(pattern), nullptr);
-    orvix::host::SetRoot(pattern);
-    ASSERT_TRUE(orvix::host::MakeDirs(orvix::host::UnderRoot("var/lib/pkgmgr")));
-    WriteRecords(R"({"packages": [{"pkgid": "org.good", "version": "9"}]})");
-    EXPECT_EQ(VersionOf("org.good"), "9");
-    unlink(RecordsPath().c_str());
-    orvix::host::SetRoot(first);
-    TAKDir::RemoveAllFiles(pattern, true, false);
 }
 
 // A handle keeps the records it was opened on: its texts stay valid and unchanged after a reload.
@@ -163,15 +132,6 @@ TEST_F(PackageStoreTest, HandlesOutliveAReload) {
     EXPECT_EQ(VersionOf("org.good"), "(not installed)");
     EXPECT_STREQ(version, "1.0");
     EXPECT_STREQ(value, "v");
-    std::vector<std::string> apps;
-    auto collect = [](const pkgmgrinfo_appinfo_h item, void* data) {
-        char* text = nullptr;
-        pkgmgrinfo_appinfo_get_metadata_value(item, "k", &text);
-        static_cast<std::vector<std::string>*>(data)->push_back(text != nullptr ? text : "(none)");
-        return 0;
-    };
-    EXPECT_EQ(pkgmgrinfo_appinfo_get_list(package, collect, &apps), PMINFO_R_OK);
-    EXPECT_EQ(apps, std::vector<std::string>{"v"});
     pkgmgrinfo_appinfo_destroy_appinfo(app);
     pkgmgrinfo_pkginfo_destroy_pkginfo(package);
 }
@@ -179,49 +139,33 @@ TEST_F(PackageStoreTest, HandlesOutliveAReload) {
 // Iterations stop when the callback says so; missing arguments are refused, never dereferenced.
 TEST_F(PackageStoreTest, IterationsStopOnRequestAndArgumentsAreChecked) {
     WriteRecords(R"({"packages": [{"pkgid": "p", "mainapp": "a", "apps": [
-        {"appid": "a", "metadata": [["k1", "1"], ["k2", "2"], ["k3", "3"]], "categories": ["c1", "c2"]},
-        {"appid": "b"}, {"appid": "c"}]}]})");
+        {"appid": "a", "metadata": [["k1", "1"], ["k2", "2"]], "categories": ["c1", "c2"]}, {"appid": "b"}]}]})");
     pkgmgrinfo_pkginfo_h package = nullptr;
     pkgmgrinfo_appinfo_h app = nullptr;
     ASSERT_EQ(pkgmgrinfo_pkginfo_get_pkginfo("p", &package), PMINFO_R_OK);
     ASSERT_EQ(pkgmgrinfo_appinfo_get_appinfo("a", &app), PMINFO_R_OK);
-    int seen = 0;
-    auto twoApps = [](const pkgmgrinfo_appinfo_h, void* data) {
-        return ++*static_cast<int*>(data) == 2 ? -1 : 0;
+    int apps = 0, items = 0, categories = 0;
+    auto stopApps = [](const pkgmgrinfo_appinfo_h, void* data) {
+        return ++*static_cast<int*>(data) ? -1 : 0;
     };
-    EXPECT_EQ(pkgmgrinfo_appinfo_get_list(package, twoApps, &seen), PMINFO_R_OK);
-    EXPECT_EQ(seen, 2);
-    seen = 0;
-    auto oneItem = [](const char*, const char*, void* data) {
-        return ++*static_cast<int*>(data) == 1 ? -1 : 0;
-    };
-    EXPECT_EQ(pkgmgrinfo_appinfo_foreach_metadata(app, oneItem, &seen), PMINFO_R_OK);
-    EXPECT_EQ(seen, 1);
-    seen = 0;
-    auto oneCategory = [](const char*, void* data) { return ++*static_cast<int*>(data) == 1 ? -1 : 0; };
-    EXPECT_EQ(pkgmgrinfo_appinfo_foreach_category(app, oneCategory, &seen), PMINFO_R_OK);
-    EXPECT_EQ(seen, 1);
+    auto stopItems = [](const char*, const char*, void* data) { return ++*static_cast<int*>(data) ? -1 : 0; };
+    auto stopCategories = [](const char*, void* data) { return ++*static_cast<int*>(data) ? -1 : 0; };
+    EXPECT_EQ(pkgmgrinfo_appinfo_get_list(package, stopApps, &apps), PMINFO_R_OK);
+    EXPECT_EQ(pkgmgrinfo_appinfo_foreach_metadata(app, stopItems, &items), PMINFO_R_OK);
+    EXPECT_EQ(pkgmgrinfo_appinfo_foreach_category(app, stopCategories, &categories), PMINFO_R_OK);
+    EXPECT_EQ(apps + items + categories, 3);
 
     char* text = nullptr;
-    bool flag = false;
     pkgmgrinfo_pkginfo_h noPackage = nullptr;
-    pkgmgrinfo_appinfo_h noApp = nullptr;
     for (int result :
          {pkgmgrinfo_pkginfo_get_pkginfo(nullptr, &noPackage), pkgmgrinfo_pkginfo_get_pkginfo("", &noPackage),
-          pkgmgrinfo_pkginfo_get_pkginfo("p", nullptr), pkgmgrinfo_pkginfo_destroy_pkginfo(nullptr),
-          pkgmgrinfo_pkginfo_is_removable(nullptr, &flag), pkgmgrinfo_pkginfo_is_removable(package, nullptr),
-          pkgmgrinfo_pkginfo_get_version(nullptr, &text), pkgmgrinfo_pkginfo_get_mainappid(package, nullptr),
-          pkgmgrinfo_appinfo_get_list(package, nullptr, nullptr),
-          pkgmgrinfo_appinfo_get_appinfo(nullptr, &noApp), pkgmgrinfo_appinfo_get_appinfo("a", nullptr),
-          pkgmgrinfo_appinfo_destroy_appinfo(nullptr),
-          pkgmgrinfo_appinfo_foreach_metadata(app, nullptr, nullptr),
+          pkgmgrinfo_pkginfo_destroy_pkginfo(nullptr), pkgmgrinfo_pkginfo_get_mainappid(package, nullptr),
+          pkgmgrinfo_appinfo_get_list(package, nullptr, nullptr), pkgmgrinfo_appinfo_destroy_appinfo(nullptr),
           pkgmgrinfo_appinfo_get_metadata_value(app, nullptr, &text),
-          pkgmgrinfo_appinfo_get_metadata_value(nullptr, "k1", &text),
-          pkgmgrinfo_appinfo_foreach_category(nullptr, oneCategory, &seen)}) {
+          pkgmgrinfo_appinfo_get_metadata_value(nullptr, "k1", &text)}) {
         EXPECT_EQ(result, PMINFO_R_EINVAL);
     }
     EXPECT_EQ(noPackage, nullptr);
-    EXPECT_EQ(noApp, nullptr);
     pkgmgrinfo_appinfo_destroy_appinfo(app);
     pkgmgrinfo_pkginfo_destroy_pkginfo(package);
 }
@@ -289,30 +233,6 @@ TEST_F(PackageStoreTest, ConcurrentLookupsSeeOneVersionOfTheRecords) {
     EXPECT_EQ(disagreements, 0);
     EXPECT_GE(answers, 3);
     EXPECT_EQ(VersionOf("p"), "60");
-}
-
-// A large store answers every package and app, from one parse.
-TEST_F(PackageStoreTest, TenThousandPackagesFromOneParse) {
-    WriteRecordsJson(ManyPackages(10000, 1000));
-    unsigned long loads = PackageRecordLoads();
-    int installed = 0;
-    for (int i = 0; i < 10000; ++i) {
-        installed += IPkgInfo::IsInstalled("pkg." + std::to_string(i), false) ? 1 : 0;
-    }
-    EXPECT_EQ(installed, 10000);
-    EXPECT_FALSE(IPkgInfo::IsInstalled("pkg.10000", false));
-    std::string value;
-    EXPECT_TRUE(
-        IPkgAppInfo("pkg.999").FindMetadataValue("http://orvix.com/tv/metadata/prefer_instant_reset", value));
-    EXPECT_EQ(value, "true");
-    EXPECT_FALSE(IPkgAppInfo("pkg.1000")
-                     .FindMetadataValue("http://orvix.com/tv/metadata/prefer_instant_reset", value));
-    EXPECT_TRUE(IPkgAppInfo::GetMetadataByOrvixID("app.9999", "http://orvix.com/other", value, false));
-    EXPECT_EQ(value, "9999");
-    EXPECT_TRUE(IPkgInfo("pkg.0", false).GetAppRemovableFlag());
-    EXPECT_FALSE(IPkgInfo("pkg.9999", false).GetAppRemovableFlag());
-    EXPECT_EQ(VersionOf("pkg.5000"), "1.0.5000");
-    EXPECT_EQ(PackageRecordLoads(), loads + 1);
 }
 
 }  // namespace

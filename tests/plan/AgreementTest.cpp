@@ -92,10 +92,6 @@ protected:
         Json::Value plan = PlanJson(args);
         std::map<std::string, std::string> after = Snapshot(Root());
         EXPECT_TRUE(before == after) << "the plan changed the root";
-        for (const auto& [path, state] : after) {
-            auto was = before.find(path);
-            EXPECT_TRUE(was != before.end() && was->second == state) << path;
-        }
         return plan;
     }
 

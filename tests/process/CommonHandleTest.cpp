@@ -1,9 +1,7 @@
-// The common-library loader with no library, with a file that is no library, and with one that lacks
-// most entry points.
+// The common-library loader with a library that lacks most entry points.
 #include <gtest/gtest.h>
 
 #include <filesystem>
-#include <fstream>
 
 #include "ProcessTest.h"
 #include "TAKCommonApi.h"
@@ -13,26 +11,6 @@
 using orvix::test::LogMark;
 
 class ACommonLibraryLoader : public process_test::InARoot {};
-
-TEST_F(ACommonLibraryLoader, WithNoLibraryOrAFileThatIsNoneFindsNothing) {
-    ASSERT_TRUE(std::filesystem::remove(Library()));
-    for (bool file : {false, true}) {
-        SCOPED_TRACE(file ? "a file that is no library" : "no file");
-        if (file) {
-            std::ofstream(Library()) << "not an ELF file";
-        }
-        LogMark open;
-        CTAKCommonHandle::OpenLibrary();
-        EXPECT_TRUE(open.Contains("open library start"));
-        EXPECT_TRUE(open.Contains("error: "));
-        EXPECT_TRUE(open.Contains("open library end, handler 0"));
-        LogMark lookup;
-        EXPECT_EQ(CTAKCommonHandle::GetSymbolAddress(TAK_API_CREATE_CONNECTOR), nullptr);
-        EXPECT_TRUE(lookup.Contains("get symbol address of CreateConnector"));
-        EXPECT_FALSE(lookup.Contains("error: ")) << "a missing library is not an error per lookup";
-        CTAKCommonHandle::CloseLibrary();
-    }
-}
 
 TEST_F(ACommonLibraryLoader, FindsWhatTheLibraryOffersAndLogsWhatItLacks) {
     std::filesystem::copy_file(PROCESS_PARTIAL_LIBRARY, Library(),

@@ -87,13 +87,3 @@ TEST_F(AProcessCore, InitialisesOnceFeedsTheWatchdogRoutesRequestsAndRefusesThem
     close(notify);
     CTAKCommonHandle::CloseLibrary();
 }
-
-TEST_F(AProcessCore, IgnoresCallbacksWithoutItsObject) {
-    LogMark mark;
-    Request request({{"reset", "x"}});
-    CProcessCore::s_AppControl(request.Get(), nullptr);
-    CProcessCore::s_AppTerminate(nullptr);
-    EXPECT_TRUE(CProcessCore::s_AppCreate(nullptr));
-    std::string log = mark.Text();
-    EXPECT_NE(log.find("pData is NULL"), log.rfind("pData is NULL")) << "not twice: " << log;
-}

@@ -123,11 +123,6 @@ TEST_F(ResetProcess, AnUnknownResetValueOrBadInputGetsNoReply) {
     LaunchOk({"reset=TAK_APP_RESET", "userdata=5", "method=m", "obj=bad1"});
     LaunchOk({"reset=", "userdata=not-a-number", "thread_id=x", "method=m", "obj=bad1"});
     LaunchOk({"reset=\xff\xfe", "obj=\xc3", "method=\xff"});
-    std::string bigFile = Root() + "/big-value";
-    std::ofstream(bigFile) << std::string(1 << 20, 'v');
-    RunResult launched =
-        Host({"launch", "--extra-file", "reset=" + bigFile, "--extra-file", "obj=" + bigFile});
-    ASSERT_EQ(launched.status, 0) << launched.err;
     End();
     EXPECT_TRUE(CallsOf("innerserver").empty());
     EXPECT_TRUE(CallsOf("managerclient.bad1").empty());

@@ -34,11 +34,3 @@ TEST_F(TheAppsResetCleanUp, EmptiesItsDirectoriesAndNothingElse) {
     EXPECT_EQ(CountInLog("reset all special app end"), 0u);
     EXPECT_EQ(CountInLog("delete all install noti end"), 0u);
 }
-
-TEST_F(TheAppsResetCleanUp, GoesOnPastAMissingDirectory) {
-    ASSERT_EQ(orvix::test::RunProgram({"/bin/rm", "-rf", ServiceDir(27, "clone")}).status, 0);
-    Plant(ServiceDir(27, "RM/after-clone.dat"));
-    RunToEnd({"reset=tak_app_reset"}, "tak_app_reset_result");
-    EXPECT_FALSE(Exists(ServiceDir(27, "RM/after-clone.dat")));
-    EXPECT_TRUE(IsEmptyDir(orvix::host::PathVariable(74)));
-}

@@ -78,21 +78,6 @@ TEST_P(ACorvaneResetOnEitherBoard, ResetsTheHomeScreenAndWipesEverything) {
 INSTANTIATE_TEST_SUITE_P(WithOrWithoutAndroidApps, ACorvaneResetOnEitherBoard, ::testing::Bool(),
                          [](const auto& info) { return info.param ? "AndroidAppsBoard" : "PlainBoard"; });
 
-// A missing notifications entry point does not stop the first; a second is refused.
-TEST_F(ACorvaneReset, WithoutTheNotificationsEntryPointStillReportsAndASecondOneIsRefused) {
-    Json::Value behaviour(Json::objectValue);
-    behaviour["absent"].append("DeleteAllInstallNotificationsAPI");
-    SetLibTakBehaviour(behaviour);
-    Start({"reset=corvane_reset"});
-    ASSERT_TRUE(WaitForResult("corvane_reset_result"));
-    Start({"reset=corvane_reset"});
-    ASSERT_TRUE(WaitForLog("corvane reset still doing, no need to perform it again"));
-    EndProcess();
-    EXPECT_EQ(Results("corvane_reset_result").size(), 1u);
-    EXPECT_EQ(CallsOf("launcher", "tak_terminate_allApps_internal").size(), 1u);
-    EXPECT_EQ(CountInLog("delete all install noti end"), 0u);
-}
-
 class AnAppsResetOnAnAndroidBoard : public ResetFixture {};
 
 TEST_F(AnAppsResetOnAnAndroidBoard, WaitsForTheBinderBeforeItUninstalls) {

@@ -43,49 +43,6 @@ TEST_F(ASync, CountsGivesAndTakesAndSyncTryZeroNeverWaits) {
     EXPECT_FALSE(m_Sync.Create());
 }
 
-// With no limit, or a limit far longer than the test takes, only the give can end the wait with true;
-// had it returned true without waiting, the give would still be there.
-TEST_F(ASync, SyncTryWaitsUntilAGive) {
-    for (unsigned long long timeout : {CTAKSync::WAIT_FOREVER, 600000ULL}) {
-        SCOPED_TRACE(timeout);
-        Signal aboutToWait;
-        bool result = false;
-        BoundedThread waiter([&] {
-            aboutToWait.Set();
-            result = m_Sync.SyncTry(timeout);
-        });
-        ASSERT_TRUE(aboutToWait.Wait());
-        m_Sync.Give();
-        waiter.Join("the waiter");
-        EXPECT_TRUE(result);
-        EXPECT_FALSE(m_Sync.SyncTry(0)) << "the give was not consumed";
-    }
-}
-
-TEST_F(ASync, SyncTryOfOneSecondWithoutAGiveReturnsFalseAfterAboutASecond) {
-    auto start = std::chrono::steady_clock::now();
-    EXPECT_FALSE(m_Sync.SyncTry(1000));
-    auto elapsed = std::chrono::steady_clock::now() - start;
-    EXPECT_GE(elapsed, std::chrono::milliseconds(900));
-    EXPECT_LE(elapsed, std::chrono::seconds(10));
-}
-
-TEST(ASyncNotCreated, ReturnsAtOnceIgnoresGivesAndLogs) {
-    LogMark mark;
-    {
-        CTAKSync sync;
-        sync.Give();
-        MustReturn("Take() on a sync not created", [&] { sync.Take(); });
-        EXPECT_FALSE(sync.SyncTry(1000));
-        sync.Destroy();
-        ASSERT_TRUE(sync.Create());
-        EXPECT_FALSE(sync.SyncTry(0)) << "the give before Create() was counted";
-    }
-    for (const char* func : {"Take", "SyncTry", "Destroy"}) {
-        EXPECT_TRUE(HasError(mark, func, "FlagCreate() return false")) << func;
-    }
-}
-
 // GetInstance() does not take m_tSingletonLock: here it is held all along, and nobody may block on it.
 TEST(ASingleton, IsMadeOnFirstUseOnceForAllThreads) {
     EXPECT_EQ(g_Constructed.load(), 0) << "made before anyone asked";

@@ -77,16 +77,6 @@ TEST(ATimer, DestroyEndsTheThreadAndTheTimerCanBeCreatedAgain) {
     }
 }
 
-TEST(ATimer, ResetStartsANewCount) {
-    Calls calls;
-    CTAKTimer timer("tak-test-reset");
-    ASSERT_TRUE(timer.Create(2, 2, Calls::Record, &calls));
-    ASSERT_TRUE(calls.count.WaitAtLeast(2));
-    timer.Reset(2, 3);
-    ASSERT_TRUE(calls.count.WaitAtLeast(5));
-    DestroyTimer(timer);
-}
-
 // Sources added from another thread while the loop runs, or is about to, are dispatched on the loop's
 // thread, the only other one here. On the default context only attached sources are tried: an invoke there
 // may run in place.
@@ -107,18 +97,4 @@ TEST(AMainLoop, DispatchesItsSourcesOnTheThreadThatRunsIt) {
         runner.Join("MainLoopRun() after Destory()");
         EXPECT_FALSE(calls.onOwner) << "a source ran on the thread that added it";
     }
-}
-
-TEST(AMainLoop, NotCreatedDoesNothingAndCreateTwiceFails) {
-    CTAKMainLoop loop;
-    EXPECT_EQ(loop.AddIdleSource(Calls::Once, nullptr), nullptr);
-    MustReturn("MainLoopRun() of a loop not created", [&] { loop.MainLoopRun(); });
-    ASSERT_TRUE(loop.Create(false));
-    EXPECT_FALSE(loop.Create(false));
-    GSource* stranger = g_idle_source_new();
-    loop.DeleteSource(stranger);
-    loop.DeleteSource(nullptr);
-    // Ours is the only reference: had the loop dropped one, this would free it twice.
-    g_source_unref(stranger);
-    loop.Destory();
 }
