@@ -29,6 +29,7 @@
 #include <vector>
 
 #include "dlog.h"
+#include "orvix_file_stamp.h"
 #include "orvix_host.h"
 #include "orvix_pkgmgr.h"
 #include "pkgmgr-info.h"
@@ -83,23 +84,8 @@ struct pkgmgrinfo_appinfo_s {
 
 namespace {
 
-// What tells one version of the records file from another.
-struct FileStamp {
-    std::string path;
-    int statError = 0;  // errno of a failed stat(); ENOENT: there is no file
-    dev_t device = 0;
-    ino_t inode = 0;
-    off_t size = 0;
-    timespec modified{};
-    timespec changed{};
-
-    bool operator==(const FileStamp& other) const {
-        return path == other.path && statError == other.statError && device == other.device &&
-               inode == other.inode && size == other.size && modified.tv_sec == other.modified.tv_sec &&
-               modified.tv_nsec == other.modified.tv_nsec && changed.tv_sec == other.changed.tv_sec &&
-               changed.tv_nsec == other.changed.tv_nsec;
-    }
-};
+using orvix::host::FileStamp;
+using orvix::host::StampOf;
 
 std::mutex g_storeMutex;  // guards g_store and g_storeStamp
 std::shared_ptr<const Store> g_store;
@@ -107,22 +93,6 @@ FileStamp g_storeStamp;
 
 std::atomic<unsigned long> g_loads{0};
 std::atomic<long> g_openHandles{0};
-
-FileStamp StampOf(const std::string& path) {
-    FileStamp stamp;
-    stamp.path = path;
-    struct stat info {};
-    if (stat(path.c_str(), &info) != 0) {
-        stamp.statError = errno;
-        return stamp;
-    }
-    stamp.device = info.st_dev;
-    stamp.inode = info.st_ino;
-    stamp.size = info.st_size;
-    stamp.modified = info.st_mtim;
-    stamp.changed = info.st_ctim;
-    return stamp;
-}
 
 bool ParseMetadata(const Json::Value& pair, MetadataEntry& entry) {
     if (!pair.isArray() || pair.size() != 2 || !pair[0].isString() ||

@@ -164,16 +164,7 @@ InstallAnswer BuiltInBehaviour::InstallFor(const std::string& appId) const {
 }
 
 std::shared_ptr<const BuiltInBehaviour> CurrentBuiltInBehaviour() {
-    static std::mutex s_tLock;  // guards the two below
-    static std::shared_ptr<const Json::Value> s_pSeenFile;
-    static std::shared_ptr<const BuiltInBehaviour> s_pBehaviour;
-    std::shared_ptr<const Json::Value> file = SharedBehaviour();
-    std::lock_guard<std::mutex> lock(s_tLock);
-    if (file != s_pSeenFile || s_pBehaviour == nullptr) {
-        s_pBehaviour = Parse(*file);
-        s_pSeenFile = file;
-    }
-    return s_pBehaviour;
+    return DerivedBehaviour<BuiltInBehaviour>(Parse);
 }
 
 }  // namespace libtak

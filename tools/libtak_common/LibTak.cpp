@@ -6,7 +6,6 @@
 #include <dlog.h>
 #include <errno.h>  // program_invocation_short_name
 #include <glib.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cstdarg>
@@ -16,6 +15,7 @@
 
 #include "LibTakWorkers.h"
 #include "orvix_calls.h"
+#include "orvix_file_stamp.h"
 #include "orvix_host.h"
 
 namespace libtak {
@@ -68,40 +68,15 @@ std::string g_behaviourText;
 // Replaced, never changed, so that a holder of the old object can go on using it.
 std::shared_ptr<const Json::Value> g_behaviour = std::make_shared<const Json::Value>();
 
-// What stat says of the file whose text is in g_behaviourText.
-struct FileStamp {
-    dev_t device = 0;
-    ino_t inode = 0;
-    off_t size = -1;
-    struct timespec modified = {0, 0};
-    struct timespec changed = {0, 0};
-};
-FileStamp g_behaviourStamp;
+// What stat said of the file whose text is in g_behaviourText.
+orvix::host::FileStamp g_behaviourStamp;
 // The file's times have a granularity of a clock tick: a rewrite of the same size in the tick of the last
 // read would leave the same stamp. So the stamp is trusted only for a file that was last changed this long
 // before it was read; a younger file is read every time.
 const gint64 kTrustedAgeUs = G_USEC_PER_SEC;
 bool g_stampTrusted = false;
 
-bool SameTime(const struct timespec& one, const struct timespec& other) {
-    return one.tv_sec == other.tv_sec && one.tv_nsec == other.tv_nsec;
-}
-
-bool SameStamp(const FileStamp& one, const FileStamp& other) {
-    return one.device == other.device && one.inode == other.inode && one.size == other.size &&
-           SameTime(one.modified, other.modified) && SameTime(one.changed, other.changed);
-}
-
-bool StampOf(const std::string& path, FileStamp& stamp) {
-    struct stat info {};
-    if (stat(path.c_str(), &info) != 0) {
-        return false;
-    }
-    stamp = FileStamp{info.st_dev, info.st_ino, info.st_size, info.st_mtim, info.st_ctim};
-    return true;
-}
-
-bool OldEnough(const FileStamp& stamp, gint64 readAtUs) {
+bool OldEnough(const orvix::host::FileStamp& stamp, gint64 readAtUs) {
     gint64 changedUs =
         static_cast<gint64>(stamp.changed.tv_sec) * G_USEC_PER_SEC + stamp.changed.tv_nsec / 1000;
     return readAtUs - changedUs >= kTrustedAgeUs;
@@ -110,19 +85,17 @@ bool OldEnough(const FileStamp& stamp, gint64 readAtUs) {
 // Brings the parsed copy up to date; the caller holds g_behaviourLock. False when there is no file.
 bool RefreshBehaviour() {
     std::string path = orvix::host::UnderRoot("etc/libtak_common.json");
-    FileStamp stamp;
-    if (!StampOf(path, stamp)) {
-        g_stampTrusted = false;
+    orvix::host::FileStamp stamp = orvix::host::StampOf(path);
+    if (stamp.statError != 0) {
         return false;
     }
-    if (g_stampTrusted && SameStamp(stamp, g_behaviourStamp) && !g_behaviour->isNull()) {
+    if (g_stampTrusted && stamp == g_behaviourStamp && !g_behaviour->isNull()) {
         return true;
     }
     gint64 readAtUs = g_get_real_time();
     bool found = false;
     std::string text = ReadText(path, found);
     if (!found) {
-        g_stampTrusted = false;
         return false;
     }
     if (text != g_behaviourText || g_behaviour->isNull()) {

@@ -38,6 +38,22 @@ Json::Value Behaviour();
 // what it derived from it for as long as it gets the same object back.
 std::shared_ptr<const Json::Value> SharedBehaviour();
 
+// What an entry point makes of the behaviour file, made again only when the file's text changed: `make`
+// runs once per version of the file. One cache per type T.
+template <typename T>
+std::shared_ptr<const T> DerivedBehaviour(std::shared_ptr<const T> (*make)(const Json::Value& file)) {
+    static std::mutex s_tLock;  // guards the two below
+    static std::shared_ptr<const Json::Value> s_pSeenFile;
+    static std::shared_ptr<const T> s_pMade;
+    std::shared_ptr<const Json::Value> file = SharedBehaviour();
+    std::lock_guard<std::mutex> lock(s_tLock);
+    if (file != s_pSeenFile || s_pMade == nullptr) {
+        s_pMade = make(*file);
+        s_pSeenFile = file;
+    }
+    return s_pMade;
+}
+
 // One line of the library's own on the platform log (tag "libtak_common"): what it refused and why.
 void LogError(const char* format, ...) __attribute__((format(printf, 1, 2)));
 

@@ -101,9 +101,9 @@ AppBehaviour ParseApp(const Json::Value& item, int defaultDelayMs) {
     return app;
 }
 
-std::shared_ptr<const UninstallSettings> ParseSettings() {
+std::shared_ptr<const UninstallSettings> ParseSettings(const Json::Value& file) {
     auto settings = std::make_shared<UninstallSettings>();
-    Json::Value uninstall = libtak::Behaviour()["uninstall"];
+    const Json::Value& uninstall = file["uninstall"];
     if (!uninstall.isObject()) {
         return settings;
     }
@@ -125,23 +125,10 @@ std::shared_ptr<const UninstallSettings> ParseSettings() {
     return settings;
 }
 
-// The behaviour file is read again only when it changed: a reset of ten thousand apps makes ten thousand
+// Parsed once per version of the behaviour file: a reset of ten thousand apps makes ten thousand
 // requests, and parsing the file for each would be the library's cost, not the caller's.
 std::shared_ptr<const UninstallSettings> Settings() {
-    static std::mutex s_tSettingsLock;
-    static std::shared_ptr<const UninstallSettings> s_pSettings;
-    static struct stat s_tSeen {};
-    struct stat now {};
-    bool exists = stat(orvix::host::UnderRoot("etc/libtak_common.json").c_str(), &now) == 0;
-    std::lock_guard<std::mutex> lock(s_tSettingsLock);
-    bool changed = !exists || s_pSettings == nullptr || now.st_ino != s_tSeen.st_ino ||
-                   now.st_size != s_tSeen.st_size || now.st_mtim.tv_sec != s_tSeen.st_mtim.tv_sec ||
-                   now.st_mtim.tv_nsec != s_tSeen.st_mtim.tv_nsec;
-    if (changed) {
-        s_pSettings = ParseSettings();
-        s_tSeen = now;
-    }
-    return s_pSettings;
+    return libtak::DerivedBehaviour<UninstallSettings>(ParseSettings);
 }
 
 // One callback to make.

@@ -5,6 +5,7 @@
 #include <list>
 #include <map>
 #include <string>
+#include <string_view>
 
 namespace TAKString {
 
@@ -32,6 +33,25 @@ std::string AssembleListToString(const Container& items, const std::string& sepa
         first = false;
     }
     return text;
+}
+
+// Calls each(piece) for every piece of `text` between `separator`s, empty pieces included, without
+// copying any: for lists that are split often and long. An empty separator gives the whole text.
+template <class Each>
+void ForEachPiece(std::string_view text, std::string_view separator, Each each) {
+    if (separator.empty()) {
+        each(text);
+        return;
+    }
+    size_t begin = 0;
+    while (true) {
+        size_t end = text.find(separator, begin);
+        each(text.substr(begin, end == std::string_view::npos ? std::string_view::npos : end - begin));
+        if (end == std::string_view::npos) {
+            return;
+        }
+        begin = end + separator.size();
+    }
 }
 
 // Splits a list text at every `separator`. Empty text gives an empty list; empty fields between

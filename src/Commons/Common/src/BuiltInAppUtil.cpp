@@ -25,8 +25,8 @@ namespace {
 const char kHomeTestListKey[] = "HOME_TEST_LIST";
 const char kTestListKey[] = "RESERVED_16";
 const char kUpdatingAppKey[] = "memory/tak/biu_updating_app";
-const char kEntrySeparator = ';';
-const char kFieldSeparator = ',';
+const char kEntrySeparator[] = ";";
+const char kFieldSeparator[] = ",";
 const char kFileBlanks[] = " \t\r\n";
 const char kMarkerPrefix[] = "/tpk-update-";
 const char kBackgroundUpdateDir[] = "/background-update/";
@@ -46,21 +46,6 @@ std::string_view Trimmed(std::string_view text, const char* blanks) {
     return text.substr(first, text.find_last_not_of(blanks) - first + 1);
 }
 
-// Calls each(piece) for every piece of `text` between `separator`s, empty pieces included. The lists grow
-// with every app a built-in reset records, and are read again for each one, so no piece is copied here.
-template <typename Each>
-void ForEachPiece(std::string_view text, char separator, Each each) {
-    size_t begin = 0;
-    while (true) {
-        size_t end = text.find(separator, begin);
-        each(text.substr(begin, end == std::string_view::npos ? std::string_view::npos : end - begin));
-        if (end == std::string_view::npos) {
-            return;
-        }
-        begin = end + 1;
-    }
-}
-
 // Splits a list text into entries of fields, keeping only entries with at least `minFields` fields
 // (and, when `exact`, no more). `blanks` (may be empty) are trimmed around entries and fields. The
 // entries left out are reported by one line naming the first of them.
@@ -69,14 +54,14 @@ std::vector<std::vector<std::string>> SplitEntries(const std::string& text, cons
     std::vector<std::vector<std::string>> entries;
     size_t skipped = 0;
     std::string firstSkipped;
-    ForEachPiece(text, kEntrySeparator, [&](std::string_view raw) {
+    TAKString::ForEachPiece(text, kEntrySeparator, [&](std::string_view raw) {
         std::string_view entry = Trimmed(raw, blanks);
         if (entry.empty()) {
             return;
         }
         std::vector<std::string> fields;
-        ForEachPiece(entry, kFieldSeparator,
-                     [&](std::string_view field) { fields.emplace_back(Trimmed(field, blanks)); });
+        TAKString::ForEachPiece(entry, kFieldSeparator,
+                                [&](std::string_view field) { fields.emplace_back(Trimmed(field, blanks)); });
         if (fields.size() < minFields || (exact && fields.size() != minFields)) {
             if (skipped++ == 0) {
                 firstSkipped = entry;
@@ -220,8 +205,7 @@ void RemoveBackgroundPackages(const std::string& appId) {
 
 // An id that can stand in a test-list entry without splitting it.
 bool IsListableId(const std::string& id) {
-    const char separators[] = {kEntrySeparator, kFieldSeparator, '\0'};
-    return id.find_first_of(separators) == std::string::npos;
+    return id.find_first_of(std::string(kEntrySeparator) + kFieldSeparator) == std::string::npos;
 }
 
 bool ReadTestList(std::string& text) {
@@ -267,14 +251,12 @@ std::vector<CBuiltInAppUtil::TEST_APP> CBuiltInAppUtil::ParseTestList(const std:
 }
 
 std::string CBuiltInAppUtil::AssembleTestList(const std::vector<TEST_APP>& list) {
-    std::string text;
+    std::vector<std::string> entries;
+    entries.reserve(list.size());
     for (const TEST_APP& app : list) {
-        if (!text.empty()) {
-            text += kEntrySeparator;
-        }
-        text.append(app.appId).append(1, kFieldSeparator).append(app.pkgId);
+        entries.push_back(app.appId + kFieldSeparator + app.pkgId);
     }
-    return text;
+    return TAKString::AssembleListToString(entries, kEntrySeparator);
 }
 
 bool CBuiltInAppUtil::ParseUpdatingApp(const std::string& jsonText, std::string& pkgname) {

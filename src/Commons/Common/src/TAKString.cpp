@@ -122,22 +122,11 @@ std::list<std::string> SplitStringToList(const std::string& text, const std::str
     if (text.empty()) {
         return items;
     }
-    if (separator.empty()) {
-        items.push_back(text);
-        return items;
-    }
-    size_t begin = 0;
-    while (true) {
-        size_t end = text.find(separator, begin);
-        std::string item = text.substr(begin, end == std::string::npos ? std::string::npos : end - begin);
+    ForEachPiece(text, separator, [&](std::string_view item) {
         if (!item.empty() || !skipEmpty) {
-            items.push_back(item);
+            items.emplace_back(item);
         }
-        if (end == std::string::npos) {
-            break;
-        }
-        begin = end + separator.size();
-    }
+    });
     return items;
 }
 
