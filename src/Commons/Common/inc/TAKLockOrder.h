@@ -9,6 +9,8 @@
 //
 //  rank  lock                                           guards
 //  ----  ---------------------------------------------  ------------------------------------------------
+//   0    g_LiveCoreLock (ProcessCore.cpp)              the process core a binder callback may reach; held
+//                                                       by that callback, which takes CReset's binder lock
 //   1    CTAKSingleton<CReset>::m_tSingletonLock        the apps reset's uninstall list and the apps the
 //                                                       deadline ended; held by the uninstall walk for its
 //                                                       whole run and by every uninstall callback

@@ -11,6 +11,7 @@
 #include <csignal>
 #include <cstdlib>
 #include <limits>
+#include <mutex>
 
 #include "AppDBInfo.h"
 #include "ICSystemInfo.h"
@@ -49,6 +50,21 @@ bool CProcessCore::g_bReleasedImage = false;
 GFileMonitor* CProcessCore::m_gFileMonitorHandle = nullptr;
 gulong CProcessCore::m_MonitorHandlerId = 0;
 
+namespace {
+
+// The process core that a binder callback may reach: set while Exec() runs. The library calls back from
+// a thread of its own and joins it only when it is unloaded, after the core is gone; Exec() takes this lock
+// before it returns, so a callback either ends before that or finds no core.
+std::mutex g_LiveCoreLock;
+CProcessCore* g_poLiveCore = nullptr;  // guarded by g_LiveCoreLock
+
+void SetLiveCore(CProcessCore* core) {
+    std::lock_guard<std::mutex> lock(g_LiveCoreLock);
+    g_poLiveCore = core;
+}
+
+}  // namespace
+
 CProcessCore::CProcessCore(int argc, char** argv, const std::string& processName,
                            unsigned int watchdogPeriodMs)
     : m_nArgc(argc),
@@ -61,11 +77,13 @@ CProcessCore::~CProcessCore() = default;
 
 int CProcessCore::Exec() {
     TAK_LOGI("EXEC");
+    SetLiveCore(this);
     service_app_lifecycle_callback_s callbacks{};
     callbacks.create = s_AppCreate;
     callbacks.terminate = s_AppTerminate;
     callbacks.app_control = s_AppControl;
     int ret = service_app_main(m_nArgc, m_ppArgv, &callbacks, this);
+    SetLiveCore(nullptr);
     if (ret != 0) {
         TAK_LOGE("service_app_main() failed with error ret: %d", ret);
     }
@@ -249,6 +267,11 @@ void CProcessCore::m_BinderServiceRegistered(void* data) {
     auto* core = static_cast<CProcessCore*>(data);
     if (core == nullptr) {
         TAK_LOGE("poCore is NULL!!");
+        return;
+    }
+    std::lock_guard<std::mutex> lock(g_LiveCoreLock);
+    if (core != g_poLiveCore) {
+        TAK_LOGE("process core %p is not running, binder callback dropped", data);
         return;
     }
     core->CommunicatorBinderCreated();
