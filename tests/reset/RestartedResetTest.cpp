@@ -1,21 +1,42 @@
-// An apps reset restarted while its uninstall requests are still out: the library answers those requests
-// all the same, but the answers belong to the stopped run. They must not end the new run early (before
-// its own answers) nor a second time (found by a storm of launch requests).
+// A reset that takes over from one whose uninstall requests are still out. The library answers those
+// requests all the same, and the task cannot tell which run an answer is for: an answer counts for the
+// run that waits for that app, and what a stopped run left unanswered changes nothing after that. The
+// runs that follow must end, each exactly once (found by a storm of launch requests, then by restarts
+// with a library that never answers the first run).
 #include "ResetFixture.h"
 
 using namespace reset_test;
 
 namespace {
 
-// Every uninstall answers after `delayMs`.
-Json::Value AnswerAfter(int delayMs) {
+const char kAndroidApps[] = "android_on_orvix.support";
+
+// Every uninstall answers (a failure: the app stays put) after `delayMs`; `silent` ones never do.
+Json::Value Answering(int delayMs, const std::vector<std::string>& silent = {}) {
     Json::Value behaviour(Json::objectValue);
     behaviour["uninstall"]["delay_ms"] = delayMs;
     for (const char* app : {"one", "two"}) {
         behaviour["uninstall"]["apps"][app]["fail"] = true;
         behaviour["uninstall"]["apps"][app]["delay_ms"] = delayMs;
     }
+    for (const auto& app : silent) {
+        behaviour["uninstall"]["apps"][app]["silent"] = true;
+    }
     return behaviour;
+}
+
+struct TakeOverCase {
+    const char* name;
+    const char* first;   // the reset left waiting for "one"
+    const char* second;  // the reset that takes over
+    const char* result;  // what the second reports, with cookie "2" (a Corvane reset keeps none: "0")
+    bool androidBoard;
+    bool deadline;   // the first run ends through the deadline before the second starts
+    size_t results;  // results of that name in all, the first run's included
+};
+
+void PrintTo(const TakeOverCase& c, std::ostream* out) {
+    *out << c.name;
 }
 
 }  // namespace
@@ -23,29 +44,70 @@ Json::Value AnswerAfter(int delayMs) {
 class ARestartedAppsReset : public ResetFixture {
 protected:
     // The library reads its behaviour file at every call: no need to install it again.
-    void AnswerEveryUninstallAfter(int delayMs) const {
+    void Answer(const Json::Value& behaviour) const {
         std::ofstream(Root() + "/etc/libtak_common.json", std::ios::trunc)
-            << orvix::host::JsonLine(AnswerAfter(delayMs)) << "\n";
+            << orvix::host::JsonLine(behaviour) << "\n";
     }
 };
 
-TEST_F(ARestartedAppsReset, IgnoresTheAnswersToTheStoppedRunsRequestsAndReportsOnceAtItsOwnEnd) {
+class ATakeOver : public ARestartedAppsReset, public ::testing::WithParamInterface<TakeOverCase> {};
+
+TEST_P(ATakeOver, EndsOnceTheLibraryAnswersItsOwnRequests) {
+    const TakeOverCase& c = GetParam();
+    SetSystemFlag(kAndroidApps, c.androidBoard);
     AddApps({{"one"}, {"two"}});
-    AnswerEveryUninstallAfter(3000);
+    if (c.deadline) {
+        SetSetting("int", "db/tak/reset_callback_timeout_sec", "1");
+    }
+    Answer(Answering(0, {"one"}));
+    Start({c.first, "userdata=1"});
+    ASSERT_TRUE(WaitForCall("libtak_common", "UninstallAppAPI:callback"));
+    if (c.deadline) {
+        ASSERT_TRUE(WaitForLog("taken as failed"));
+    }
+    Answer(Answering(0));
+    Start({c.second, "userdata=2"});
+    ASSERT_TRUE(WaitForResult(c.result, c.results)) << "the reset that took over never reported";
+    EndProcess();
+
+    const std::string cookie = std::string(c.second) == "reset=corvane_reset" ? "0" : "2";
+    Lines own;
+    for (const auto& line : Results(c.result)) {
+        if (line.find(",\"" + cookie + "\",") != std::string::npos) {
+            own.push_back(line);
+        }
+    }
+    EXPECT_EQ(own, One(c.result, cookie));
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Kinds, ATakeOver,
+    ::testing::Values(
+        // A stopped app reset answers through its fallback; a stopped service reset does not answer.
+        TakeOverCase{"AppsResetOfAnAppsReset", "reset=tak_app_reset", "reset=tak_app_reset",
+                     "tak_app_reset_result", false, false, 2},
+        TakeOverCase{"ServiceResetOfAServiceReset", "reset=tak_service_reset", "reset=tak_service_reset",
+                     "tak_service_reset_result", false, false, 1},
+        TakeOverCase{"CorvaneResetOnAnAndroidBoard", "reset=tak_app_reset", "reset=corvane_reset",
+                     "corvane_reset_result", true, false, 1},
+        TakeOverCase{"AppsResetAfterADeadline", "reset=tak_app_reset", "reset=tak_app_reset",
+                     "tak_app_reset_result", false, true, 2}),
+    [](const auto& info) { return std::string(info.param.name); });
+
+// The stopped run's answers come first and end the new run; the new run's own answers come later and,
+// as answers to requests nobody waits for any more, change nothing: one clean-up, one result each.
+TEST_F(ARestartedAppsReset, CountsTheFirstAnswersAndIgnoresTheSurplusOnes) {
+    AddApps({{"one"}, {"two"}});
+    Answer(Answering(3000));
     Start({"reset=tak_app_reset", "userdata=1"});
     ASSERT_TRUE(WaitForCall("libtak_common", "UninstallAppAPI", std::chrono::seconds(20), 2));
-    // The second run asks later, so its answers come after the first run's.
-    AnswerEveryUninstallAfter(4500);
+    Answer(Answering(4500));
     Start({"reset=tak_app_reset", "userdata=2"});
     ASSERT_TRUE(CallsOf("libtak_common", "UninstallAppAPI:callback").empty())
         << "the first run was answered before the second request came: nothing left to test";
-    ASSERT_TRUE(WaitForCall("libtak_common", "UninstallAppAPI", std::chrono::seconds(20), 4));
-    ASSERT_TRUE(WaitForResult("tak_app_reset_result", 2));
-    // By the time the second run reports, every answer, its own last, has come.
-    EXPECT_EQ(CallsOf("libtak_common", "UninstallAppAPI:callback").size(), 4u);
+    ASSERT_TRUE(WaitForCall("libtak_common", "UninstallAppAPI:callback", std::chrono::seconds(30), 4));
     EndProcess();
 
-    // The stopped run answers through its fallback, the second at its end, each once.
     EXPECT_EQ(Results("tak_app_reset_result"),
               (Lines{R"(["tak_app_reset_result",1,"1",""])", R"(["tak_app_reset_result",1,"2",""])"}));
     EXPECT_EQ(CountInLog("answered a request of a stopped reset, callback ignored"), 2u);

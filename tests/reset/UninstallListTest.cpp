@@ -5,10 +5,12 @@
 #include <algorithm>
 #include <list>
 #include <random>
+#include <sstream>
 #include <string>
 #include <vector>
 
 #include "UninstallList.h"
+#include "UninstallRequests.h"
 
 namespace {
 
@@ -64,3 +66,94 @@ TEST(AnUninstallList, BehavesLikeTheLiteralListUnderRandomWalksAndCompletions) {
         }
     }
 }
+
+// CUninstallRequests: which answers count for the run that waits. Each case is a script of steps, one a
+// line: "assign a b" (a new run's list), "sent a 100" (a request, due at 100), "walk" (requests out),
+// "answer a counts" (the verdict expected), "due 150 a b" (what the deadline gives up at 150),
+// "next 200" or "next none", "abandon" (the task is stopped).
+namespace {
+
+struct ScriptCase {
+    const char* name;
+    const char* script;
+};
+
+void PrintTo(const ScriptCase& c, std::ostream* out) {
+    *out << c.name;
+}
+
+const char* const kVerdicts[] = {"counts", "stopped", "late", "early", "unknown"};
+
+std::vector<std::string> Words(const std::string& line) {
+    std::istringstream in(line);
+    std::vector<std::string> words;
+    for (std::string word; in >> word;) {
+        words.push_back(word);
+    }
+    return words;
+}
+
+void RunStep(CUninstallRequests& requests, const std::vector<std::string>& w) {
+    const std::vector<std::string> rest(w.begin() + 1, w.end());
+    if (w[0] == "assign") {
+        requests.Assign(Apps(rest));
+    } else if (w[0] == "sent") {
+        requests.Sent(w[1], std::stoll(w[2]));
+    } else if (w[0] == "walk") {
+        requests.WalkDone();
+    } else if (w[0] == "answer") {
+        EXPECT_STREQ(kVerdicts[requests.Answer(w[1])], w[2].c_str());
+    } else if (w[0] == "due") {
+        EXPECT_EQ(requests.GiveUpDue(std::stoll(w[1])), std::vector<std::string>(w.begin() + 2, w.end()));
+    } else if (w[0] == "next") {
+        int64_t due = -1;
+        bool any = requests.NextDue(due);
+        EXPECT_EQ(any ? std::to_string(due) : "none", w[1]);
+    } else if (w[0] == "abandon") {
+        requests.Abandon();
+    } else {
+        FAIL() << "unknown step " << w[0];
+    }
+}
+
+}  // namespace
+
+class UninstallAnswers : public ::testing::TestWithParam<ScriptCase> {};
+
+TEST_P(UninstallAnswers, CountOnlyForARequestTheRunStillWaitsFor) {
+    std::istringstream script(GetParam().script);
+    CUninstallRequests requests;
+    for (std::string line; std::getline(script, line);) {
+        SCOPED_TRACE(line);
+        std::vector<std::string> words = Words(line);
+        if (!words.empty()) {
+            RunStep(requests, words);
+        }
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Scripts, UninstallAnswers,
+    ::testing::Values(
+        // The library answers the new run's request; the stopped run's answer, whenever it comes, is the
+        // surplus one, and it changes nothing however often it comes.
+        ScriptCase{"RestartedRunEndsWithItsAnswer",
+                   "assign a b\nsent a 0\nsent b 0\nwalk\nanswer b counts\nabandon\n"
+                   "assign a\nanswer a stopped\nsent a 0\nwalk\nanswer a counts\nanswer a stopped\n"
+                   "answer a stopped\nanswer b unknown\nanswer c unknown\n"},
+        // A stopped run that never sent its requests leaves nothing behind.
+        ScriptCase{"StoppedBeforeItsWalk",
+                   "assign a\nanswer a early\nabandon\nassign a\nwalk\n"
+                   "answer a counts\nanswer a unknown\n"},
+        // Each request falls due on its own; answers after that change nothing, in this run or later.
+        ScriptCase{"DeadlinePerRequest",
+                   "assign a b c\nsent a 100\nsent b 200\nsent c 300\nwalk\nnext 100\ndue 99\n"
+                   "due 150 a\nanswer a late\nanswer a late\nanswer b counts\nnext 300\ndue 400 c\n"
+                   "next none\nanswer c late\nassign a\nsent a 1000\nwalk\nanswer a counts\nanswer a late\n"},
+        ScriptCase{"AnsweredBeforeItsDueTime",
+                   "assign a\nsent a 100\nwalk\nanswer a counts\nnext none\n"
+                   "due 200\nanswer a unknown\n"},
+        ScriptCase{"DuplicateIds",
+                   "assign a a\nsent a 0\nsent a 0\nwalk\nanswer a counts\nanswer a counts\n"
+                   "answer a unknown\n"}),
+    [](const auto& info) { return std::string(info.param.name); });

@@ -21,6 +21,8 @@
 //       "states": [120, 121]      states reported before the terminal one
 //       "during_walk": true       due at once, and UninstallAppAPI returns only once the dispatcher has begun
 //                                 that callback, so it arrives while the caller is still sending requests
+//       "call_ms": 800            UninstallAppAPI itself takes this long to return (a slow library makes
+//                                 the caller's walk of requests long); the answer is due from the request
 //   }}
 #include <gio/gio.h>
 #include <sys/stat.h>
@@ -36,6 +38,7 @@
 #include <mutex>
 #include <random>
 #include <string>
+#include <thread>
 #include <utility>
 #include <vector>
 
@@ -64,6 +67,7 @@ struct AppBehaviour {
     std::string alsoFor;
     std::vector<int> states;
     bool duringWalk = false;
+    int callMs = 0;
 };
 
 struct UninstallSettings {
@@ -90,6 +94,7 @@ AppBehaviour ParseApp(const Json::Value& item, int defaultDelayMs) {
     app.silent = item["silent"].isBool() && item["silent"].asBool();
     app.twice = item["twice"].isBool() && item["twice"].asBool();
     app.duringWalk = item["during_walk"].isBool() && item["during_walk"].asBool();
+    app.callMs = item["call_ms"].isInt() ? std::max(0, item["call_ms"].asInt()) : 0;
     if (item["also_for"].isString()) {
         app.alsoFor = item["also_for"].asString();
     }
@@ -316,6 +321,12 @@ bool ParseAddress(const std::map<std::string, std::string>& extras, const char* 
     return true;
 }
 
+// Holds the entry point's return back by `ms`, as a slow library would.
+struct SlowReturn {
+    int ms;
+    ~SlowReturn() { std::this_thread::sleep_for(std::chrono::milliseconds(ms)); }
+};
+
 Delivery Make(const Delivery& base, int state, int progress, int result) {
     Delivery d = base;
     d.state = state;
@@ -371,6 +382,8 @@ LIBTAK_EXPORT int UninstallAppAPI(app_control_h request) {
         return -1;
     }
     AppBehaviour app = settings->For(appKey->second);
+    // Returns late however the app is answered; its answer stays due from the request.
+    SlowReturn slowReturn{app.callMs};
     if (app.silent && !settings->bench) {
         return 0;
     }

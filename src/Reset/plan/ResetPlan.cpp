@@ -147,7 +147,19 @@ bool CResetPlan::Build() {
     } else {
         m_PlanAppsReset();
     }
+    m_PlanDeadline();
     return m_nSourcesRead > 0;
+}
+
+void CResetPlan::m_PlanDeadline() {
+    const int seconds = CTAKUtil::GetCallbackTimeoutSec();
+    if (seconds <= 0) {
+        return;
+    }
+    const char* what = m_tPlan.request.IsBuiltIn() ? "an install" : "an uninstall";
+    m_tPlan.notes.push_back(std::string(what) + " not answered within " + std::to_string(seconds) +
+                            " s of its own request counts as failed (" + CTAKUtil::CALLBACK_TIMEOUT_KEY +
+                            ")");
 }
 
 bool CResetPlan::m_LibraryLoaded() {

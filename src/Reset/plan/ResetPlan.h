@@ -140,6 +140,8 @@ public:
     static void Prepare();
 
 private:
+    // A note when the deadline setting gives up on unanswered requests.
+    void m_PlanDeadline();
     void m_PlanAppsReset();
     void m_PlanBuiltInReset();
     // Whether the app database answers; names it as a problem when not.

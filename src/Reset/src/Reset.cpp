@@ -3,9 +3,11 @@
 #include <app_control.h>
 #include <app_launcher.h>
 
+#include <algorithm>
 #include <cstdint>
 #include <unordered_set>
 #include <utility>
+#include <vector>
 
 #include "AppDBInfo.h"
 #include "ICSystemInfo.h"
@@ -94,25 +96,16 @@ bool CReset::t_Create() {
 bool CReset::t_Destroy() {
     t_RemoveTimeout(m_pDeadline);
     m_pDeadline = nullptr;
-    m_AbandonUnanswered();
+    {
+        std::lock_guard<std::mutex> lock(CTAKSingleton<CReset>::m_tSingletonLock);
+        m_AppsList.Abandon();
+    }
     // An app reset that was stopped before its clean-up still owes its caller an answer.
     if (!m_bResultSent && !m_bCorvaneResetDoing && !m_bServiceReset) {
         CProcessDbus::ProcessResult(CAppsResetRules::ResultName(RESET_KIND_APP), 1, m_pUserData, "");
     }
     m_bResultSent = false;
     return true;
-}
-
-void CReset::m_AbandonUnanswered() {
-    std::lock_guard<std::mutex> lock(CTAKSingleton<CReset>::m_tSingletonLock);
-    if (m_bRequestsOut) {
-        for (const _APPINFO_T& app : m_AppsList) {
-            m_AbandonedApps.insert(app.id);
-        }
-    }
-    m_AbandonedApps.insert(m_TimedOutApps.begin(), m_TimedOutApps.end());
-    m_TimedOutApps.clear();
-    m_bRequestsOut = false;
 }
 
 bool CReset::t_OnEvent(PTEvent* ptEvent) {
@@ -271,7 +264,8 @@ void CReset::m_UninstallApps(unsigned long /*param*/) {
                                                                     kDangbeiPackage);
         CTAKCommonHandle::CallIfPresent<TAK_SET_PRELOAD_STATUS_API>(TAK_API_SET_PRELOAD_STATUS, 1);
     }
-    TAK_LOGD("m_AppsList size = %zu, Reason = %s", m_AppsList.size(), m_tClientInfo.reset_reason.c_str());
+    TAK_LOGD("m_AppsList size = %zu, Reason = %s", m_AppsList.Apps().size(),
+             m_tClientInfo.reset_reason.c_str());
 
     auto pfUninstall = CTAKCommonHandle::Find<TAK_INSTALL_API>(TAK_API_UNINSTALL_APP);
     if (pfUninstall == nullptr) {
@@ -284,64 +278,76 @@ void CReset::m_UninstallApps(unsigned long /*param*/) {
         TAK_LOGE("app_control_create failed %d", ret);
         return;
     }
-    // The clock starts with the first request; the timer can only fire once the walk is over, as both
-    // run on this thread.
-    m_ArmDeadline();
+    m_StartDeadline();
+    const int64_t deadlineUs = static_cast<int64_t>(m_nDeadlineSec) * G_USEC_PER_SEC;
     // The same for every app of this walk; reading it once spares one configuration read per app.
     int reason = CTAKUtil::GetTAKUninstallReason(kUninstallReasonReset);
     const CAppsResetRules rules(m_bAOTBoard, m_bServiceReset, m_DefaultApps, m_GeneralApps);
-    for (auto it = m_AppsList.begin(); it != m_AppsList.end();) {
+    CUninstallList& apps = m_AppsList.Apps();
+    for (auto it = apps.begin(); it != apps.end();) {
         if (rules.KeepRule(*it) != RESET_KEEP_NONE) {
-            it = m_AppsList.Erase(it);
+            it = apps.Erase(it);
             continue;
         }
         // A request that cannot be made will never be answered: the app ends here, as a failed
         // uninstall would, or the reset would wait for it forever.
         if (!m_SendUninstall(pfUninstall, request, *it, reason)) {
             TAK_LOGE("uninstall request for %s could not be made, taken as failed", it->id.c_str());
-            it = m_AppsList.Erase(it);
+            it = apps.Erase(it);
             continue;
+        }
+        // Each request has its own deadline: a long walk must not give up on apps it asked a moment ago.
+        if (deadlineUs > 0) {
+            m_AppsList.Sent(it->id, g_get_monotonic_time() + deadlineUs);
         }
         ++it;
     }
     app_control_destroy(request);
-    m_bRequestsOut = true;
+    m_AppsList.WalkDone();
+    m_ArmDeadline();
 
-    TAK_LOGI("m_AppsList size %zu", m_AppsList.size());
-    if (m_AppsList.empty()) {
+    TAK_LOGI("m_AppsList size %zu", apps.size());
+    if (apps.empty()) {
         m_EventSendToMe(m_EndEvent(), 0);
     }
+}
+
+void CReset::m_StartDeadline() {
+    t_RemoveTimeout(m_pDeadline);
+    m_pDeadline = nullptr;
+    m_nDeadlineSec = CTAKUtil::GetCallbackTimeoutSec();
 }
 
 void CReset::m_ArmDeadline() {
     t_RemoveTimeout(m_pDeadline);
     m_pDeadline = nullptr;
-    m_nDeadlineSec = CTAKUtil::GetCallbackTimeoutSec();
-    m_TimedOutApps.clear();
-    if (m_nDeadlineSec > 0) {
-        m_pDeadline =
-            t_AddTimeout(static_cast<unsigned long long>(m_nDeadlineSec) * 1000, m_OnDeadline, this);
+    int64_t dueUs = 0;
+    if (m_nDeadlineSec <= 0 || !m_AppsList.NextDue(dueUs)) {
+        return;
     }
+    // Rounded up, so that the timer never fires before the request is due.
+    const int64_t waitUs = std::max<int64_t>(0, dueUs - g_get_monotonic_time());
+    m_pDeadline = t_AddTimeout(static_cast<unsigned long long>((waitUs + 999) / 1000), m_OnDeadline, this);
 }
 
 gboolean CReset::m_OnDeadline(gpointer self) {
     CReset* task = static_cast<CReset*>(self);
-    task->t_RemoveTimeout(task->m_pDeadline);
-    task->m_pDeadline = nullptr;
     std::lock_guard<std::mutex> lock(CTAKSingleton<CReset>::m_tSingletonLock);
-    if (task->m_AppsList.empty()) {
-        return G_SOURCE_REMOVE;
-    }
-    for (auto it = task->m_AppsList.begin(); it != task->m_AppsList.end();) {
-        TAK_LOGE("%s: no final uninstall state within %d s, taken as failed", it->id.c_str(),
+    const std::vector<std::string> givenUp = task->m_AppsList.GiveUpDue(g_get_monotonic_time());
+    for (const std::string& id : givenUp) {
+        TAK_LOGE("%s: no final uninstall state within %d s, taken as failed", id.c_str(),
                  task->m_nDeadlineSec);
         WriteHistoryLogFile("[Reset][%s][%d][%s] uninstall timed out after %d s", "m_OnDeadline", __LINE__,
-                            it->id.c_str(), task->m_nDeadlineSec);
-        task->m_TimedOutApps.insert(it->id);
-        it = task->m_AppsList.Erase(it);
+                            id.c_str(), task->m_nDeadlineSec);
     }
-    TAK_LOGI("m_AppsList size %zu", task->m_AppsList.size());
-    task->m_EventSendToMe(task->m_EndEvent(), 0);
+    // Replaces the source that is running now (destroying it from its own callback is allowed).
+    task->m_ArmDeadline();
+    if (!givenUp.empty()) {
+        TAK_LOGI("m_AppsList size %zu", task->m_AppsList.Apps().size());
+        if (task->m_AppsList.Apps().empty()) {
+            task->m_EventSendToMe(task->m_EndEvent(), 0);
+        }
+    }
     return G_SOURCE_REMOVE;
 }
 
@@ -382,24 +388,29 @@ void CReset::m_UninstallCB(std::string appId, TAK_EVENT_STATE_E state, int /*pro
         TAK_LOGE("reset task %p is gone, callback of %s dropped", pvUserData, appId.c_str());
         return;
     }
-    CReset* task = static_cast<CReset*>(pvUserData);
-    auto abandoned = task->m_AbandonedApps.find(appId);
-    if (abandoned != task->m_AbandonedApps.end()) {
-        task->m_AbandonedApps.erase(abandoned);
-        TAK_LOGE("%s answered a request of a stopped reset, callback ignored", appId.c_str());
-        return;
+    static_cast<CReset*>(pvUserData)->m_OnAnswer(appId);
+}
+
+void CReset::m_OnAnswer(const std::string& appId) {
+    switch (m_AppsList.Answer(appId)) {
+        case CUninstallRequests::ANSWER_STOPPED:
+            TAK_LOGE("%s answered a request of a stopped reset, callback ignored", appId.c_str());
+            return;
+        case CUninstallRequests::ANSWER_LATE:
+            TAK_LOGE("%s answered after its deadline, callback ignored", appId.c_str());
+            return;
+        case CUninstallRequests::ANSWER_EARLY:
+            TAK_LOGE("%s answered before this reset sent its requests, callback ignored", appId.c_str());
+            return;
+        case CUninstallRequests::ANSWER_COUNTS:
+        case CUninstallRequests::ANSWER_UNKNOWN:
+            break;
     }
-    auto timedOut = task->m_TimedOutApps.find(appId);
-    if (timedOut != task->m_TimedOutApps.end()) {
-        task->m_TimedOutApps.erase(timedOut);
-        TAK_LOGE("%s answered after its deadline, callback ignored", appId.c_str());
-        return;
-    }
+    // An answer that matches no request still ends the run again once its list is empty.
     TAK_LOGI("uninstall callback appid %s ", appId.c_str());
-    task->m_AppsList.RemoveFirst(appId);
-    TAK_LOGI("m_AppsList size %zu", task->m_AppsList.size());
-    if (task->m_AppsList.empty()) {
-        task->m_EventSendToMe(task->m_EndEvent(), 0);
+    TAK_LOGI("m_AppsList size %zu", m_AppsList.Apps().size());
+    if (m_AppsList.Apps().empty()) {
+        m_EventSendToMe(m_EndEvent(), 0);
     }
     TAK_LOGI("removed appid %s ", appId.c_str());
 }

@@ -12,17 +12,19 @@
 // On an Android-apps board the first event of either reset is held back until the service's binder
 // exists (SetCommunicatorBinderCreated).
 //
-// An optional deadline ("db/tak/reset_callback_timeout_sec", read at each uninstall walk): a timer on
-// the task's own loop, armed as the walk starts, takes every app still waiting when it fires off the
-// list as a failed uninstall would be. It runs on the task thread under the singleton lock, so it and a
-// late callback cannot both end the same app. The singleton lock's place in the lock order, and what holding
-// it across "UninstallAppAPI" assumes of the library, are in TAKLockOrder.h.
+// Which answers count for the run that waits (the task serves every run, and the library's callback
+// cannot say which run asked) is decided by CUninstallRequests.
+//
+// An optional deadline ("db/tak/reset_callback_timeout_sec", read at each uninstall walk): each request
+// is given up N seconds after it was sent, as a failed uninstall would end it. A timer on the task's own
+// loop is armed for the request due first; it runs on the task thread under the singleton lock, so it
+// and a late callback cannot both end the same app. The singleton lock's place in the lock order, and
+// what holding it across "UninstallAppAPI" assumes of the library, are in TAKLockOrder.h.
 #pragma once
 
 #include <atomic>
 #include <map>
 #include <mutex>
-#include <set>
 #include <string>
 
 #include "AppInfo.h"
@@ -31,7 +33,7 @@
 #include "TAKCommonApi.h"
 #include "TAKSingleton.h"
 #include "TAKTaskBase.h"
-#include "UninstallList.h"
+#include "UninstallRequests.h"
 
 class CReset : public CTAKTaskBase, public CTAKSingleton<CReset> {
 public:
@@ -82,14 +84,15 @@ private:
     void m_ResetAppItems();
     // Writes the settings of one stage of the reset; `factoryReset` as "db/tak/factory_reset" reads.
     void m_WriteSettings(RESET_KIND_E kind, RESET_STAGE_E stage, int factoryReset = 0);
-    // Arms the walk's deadline, if one is set; replaces an earlier one.
+    // Reads the deadline setting for this walk and drops a timer left by an earlier one.
+    void m_StartDeadline();
+    // Arms the timer for the request due first, if any (singleton lock held).
     void m_ArmDeadline();
-    // At the end of a run: its requests still unanswered (and those the deadline gave up on) are
-    // remembered, so that their answers change nothing in the next run.
-    void m_AbandonUnanswered();
     static gboolean m_OnDeadline(gpointer self);
+    // The answers, by what the requests ledger makes of them (singleton lock held).
+    void m_OnAnswer(const std::string& appId);
 
-    CUninstallList m_AppsList;  // guarded by CTAKSingleton<CReset>::m_tSingletonLock
+    CUninstallRequests m_AppsList;  // guarded by CTAKSingleton<CReset>::m_tSingletonLock
     std::map<std::string, std::string> m_DefaultApps;
     std::map<std::string, std::string> m_GeneralApps;
     bool m_bServiceReset = false;
@@ -105,13 +108,4 @@ private:
     // Task thread only.
     GSource* m_pDeadline = nullptr;
     int m_nDeadlineSec = 0;
-    // Apps the deadline took off the list in this walk: their late callbacks change nothing. Guarded by
-    // CTAKSingleton<CReset>::m_tSingletonLock.
-    std::multiset<std::string> m_TimedOutApps;
-    // The walk of this run has sent its requests (guarded by the singleton lock).
-    bool m_bRequestsOut = false;
-    // Requests of stopped runs that the library has yet to answer, one entry per request: the task object
-    // is the same for every run, so those answers would otherwise count for the run that follows (and end
-    // it before its own uninstalls, or twice). Guarded by the singleton lock.
-    std::multiset<std::string> m_AbandonedApps;
 };

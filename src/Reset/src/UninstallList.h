@@ -32,6 +32,7 @@ public:
     Iterator Erase(Iterator it);
     // Removes the entry nearest the front whose app id is `id`; false when there is none.
     bool RemoveFirst(const std::string& id);
+    bool Contains(const std::string& id) const { return m_ById.count(id) != 0; }
 
 private:
     // Entries of one app id, in list order (almost always exactly one).

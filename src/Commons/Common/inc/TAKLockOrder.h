@@ -11,9 +11,10 @@
 //  ----  ---------------------------------------------  ------------------------------------------------
 //   0    g_LiveCoreLock (ProcessCore.cpp)              the process core a binder callback may reach; held
 //                                                       by that callback, which takes CReset's binder lock
-//   1    CTAKSingleton<CReset>::m_tSingletonLock        the apps reset's uninstall list and the apps the
-//                                                       deadline ended; held by the uninstall walk for its
-//                                                       whole run and by every uninstall callback
+//   1    CTAKSingleton<CReset>::m_tSingletonLock        the apps reset's uninstall requests (which answers
+//                                                       count, which the deadline ended); held by the
+//                                                       uninstall walk for its whole run, by the deadline
+//                                                       timer and by every uninstall callback
 //   1    CBuiltInAppReset::InstanceLock()               m_poInstance and the built-in reset's list, done
 //                                                       set, install counter and install-outstanding flag
 //   1    CReset::m_tBinderLock                          whether the binder exists and the event held back
@@ -26,8 +27,9 @@
 //   6    g_ThreadLock (TAKThreadBase.cpp)               thread creation
 //   6    g_Lock (TAKSync.cpp)                           the counters behind every CTAKSync
 //
-// What that allows, as the code does it: a rank-1 holder posts events (Send takes 4, then 5), reads the
-// configuration table (2, whose backup runs a child process under 3) and writes history lines (3). The
+// What that allows, as the code does it: a rank-1 holder posts events (Send takes 4, then 5), arms and
+// drops timers of its task's loop (5), reads the configuration table (2, whose backup runs a child
+// process under 3) and writes history lines (3). The
 // platform's and the kit's own locks (settings store, package records, platform log) rank above all of
 // these: they are taken inside platform calls, last, and never held when those return.
 //

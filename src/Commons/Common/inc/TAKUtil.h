@@ -33,6 +33,7 @@ public:
     // "db/tak/reset_callback_timeout_sec"; 0 means none. An absent key or 0 is no deadline, silently; a
     // key that holds text or another type, a negative number or one above MAX_CALLBACK_TIMEOUT_SEC is no
     // deadline too, with one log line, since a typo must not end a reset early.
+    static constexpr const char* CALLBACK_TIMEOUT_KEY = "db/tak/reset_callback_timeout_sec";
     static constexpr int MAX_CALLBACK_TIMEOUT_SEC = 86400;
     static int GetCallbackTimeoutSec();
 

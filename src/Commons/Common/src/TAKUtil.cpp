@@ -133,28 +133,17 @@ void CTAKUtil::ParsePreinstallApps(int type, const std::string& list,
 }
 
 int CTAKUtil::GetCallbackTimeoutSec() {
-    const char* key = "db/tak/reset_callback_timeout_sec";
-    // Read past the settings adapter: an absent key is the normal case on a TV and must not leave an
-    // error line in every reset's log; only a value that is there and unusable deserves one.
+    const char* key = CALLBACK_TIMEOUT_KEY;
     int seconds = 0;
-    if (vconf_get_int(key, &seconds) == VCONF_OK) {
-        if (seconds < 0 || seconds > MAX_CALLBACK_TIMEOUT_SEC) {
-            TAK_LOGE("%s = %d is outside 0..%d: no deadline", key, seconds, MAX_CALLBACK_TIMEOUT_SEC);
-            return 0;
-        }
-        TAK_LOGI("%s = %d", key, seconds);
-        return seconds;
+    // Absent is the normal case on a TV and leaves no error line; text or a fraction is logged there.
+    if (!ICVConf::GetOptional(key, seconds)) {
+        return 0;
     }
-    g_autofree char* text = vconf_get_str(key);
-    double fraction = 0;
-    if (text != nullptr) {
-        TAK_LOGE("%s holds text [%s], not a number of seconds: no deadline", key, text);
-    } else if (vconf_get_dbl(key, &fraction) == VCONF_OK) {
-        TAK_LOGE("%s = %g is not a whole number of seconds: no deadline", key, fraction);
-    } else {
-        TAK_LOGD("%s is not set: no deadline", key);
+    if (seconds < 0 || seconds > MAX_CALLBACK_TIMEOUT_SEC) {
+        TAK_LOGE("%s = %d is outside 0..%d: no deadline", key, seconds, MAX_CALLBACK_TIMEOUT_SEC);
+        return 0;
     }
-    return 0;
+    return seconds;
 }
 
 int CTAKUtil::GetTAKUninstallReason(int reason) {

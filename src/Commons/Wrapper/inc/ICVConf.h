@@ -17,6 +17,10 @@ public:
     static bool Get(const std::string& key, int& value);
     // Any non-zero stored value reads as true; untouched on failure.
     static bool Get(const std::string& key, bool& value);
+    // An optional integer key (a knob that is normally unset): absent is no failure and leaves only a
+    // debug line; a value of another type gets one error line saying what it holds. False unless an
+    // integer was read; `value` is then untouched.
+    static bool GetOptional(const std::string& key, int& value);
 
     // `sync` true writes before returning; false hands the write to the store and returns whether it
     // was accepted: the outcome is then only logged, by ResponseCB.

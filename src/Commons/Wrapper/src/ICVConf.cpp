@@ -1,5 +1,7 @@
 #include "ICVConf.h"
 
+#include <glib.h>
+
 #include <cstdlib>
 
 #include "TAKLog.h"
@@ -66,6 +68,25 @@ bool ICVConf::Get(const std::string& key, bool& value) {
     value = stored != 0;
     TAK_LOGI("vconf key=(%s) value=(%d).", key.c_str(), stored);
     return true;
+}
+
+bool ICVConf::GetOptional(const std::string& key, int& value) {
+    int stored = 0;
+    if (vconf_get_int(key.c_str(), &stored) == VCONF_OK) {
+        value = stored;
+        TAK_LOGI("vconf key=(%s) value=(%d).", key.c_str(), value);
+        return true;
+    }
+    g_autofree char* text = vconf_get_str(key.c_str());
+    double number = 0;
+    if (text != nullptr) {
+        TAK_LOGE("vconf key=(%s) holds text [%s], not a number", key.c_str(), IsSecret(key) ? "..." : text);
+    } else if (vconf_get_dbl(key.c_str(), &number) == VCONF_OK) {
+        TAK_LOGE("vconf key=(%s) = %g is not a whole number", key.c_str(), number);
+    } else {
+        TAK_LOGD("vconf key=(%s) is not set", key.c_str());
+    }
+    return false;
 }
 
 bool ICVConf::Set(const std::string& key, const std::string& value, bool sync) {
