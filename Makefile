@@ -7,7 +7,7 @@ export ASAN_OPTIONS ?= detect_leaks=1:abort_on_error=1:strict_string_checks=1
 export UBSAN_OPTIONS ?= print_stacktrace=1:halt_on_error=1
 export TSAN_OPTIONS ?= halt_on_error=1 second_deadlock_stack=1 suppressions=$(CURDIR)/tests/support/tsan.supp
 
-.PHONY: deps build test test-asan test-tsan fuzz bench demo install package format clean
+.PHONY: deps build test test-asan test-tsan fuzz bench demo install package format clean mutants
 
 # Where `make install` puts the kit: PREFIX/bin, PREFIX/lib/tak-reset, PREFIX/share/doc/tak-reset.
 PREFIX ?= /usr/local
@@ -42,6 +42,12 @@ fuzz: deps
 bench: build
 	@bash scripts/run-bench build
 
+# Mutation testing of the decision code (scripts/mutants; its files and their tests: scripts/mutants.map).
+# MUTANTS a file (10), FILES (a glob; default every mapped file), SEED (1), LABEL (test programs instead
+# of the map's); the report goes to build-mutants/report.md.
+mutants: deps
+	@MUTANTS="$(MUTANTS)" FILES="$(FILES)" SEED="$(SEED)" LABEL="$(LABEL)" python3 scripts/mutants
+
 # The demo prints only itself: installing what is missing and building go to a log file, which is shown
 # only when they fail.
 demo:
@@ -63,4 +69,4 @@ format:
 	@git ls-files '*.cpp' '*.h' | xargs clang-format -i
 
 clean:
-	rm -rf build build-asan build-tsan build-fuzz
+	rm -rf build build-asan build-tsan build-fuzz build-mutants
