@@ -1,5 +1,6 @@
 // One append-only JSON-lines file for every call the kit's stand-ins receive.
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <sys/time.h>
 #include <unistd.h>
 
@@ -71,6 +72,19 @@ Json::Value ContainerToJson(GVariant* value) {
         g_variant_unref(child);
     }
     return array;
+}
+
+// The record is written from inside the reset process (the substitute library): its open must not wait
+// (a FIFO in its place), and only a regular file is written to. -1 with errno otherwise.
+int OpenRecord(const std::string& path) {
+    int fd = open(path.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC | O_NONBLOCK | O_NOCTTY, 0644);
+    struct stat st {};
+    if (fd >= 0 && (fstat(fd, &st) != 0 || !S_ISREG(st.st_mode) || fcntl(fd, F_SETFL, O_APPEND) != 0)) {
+        close(fd);
+        errno = ENXIO;
+        return -1;
+    }
+    return fd;
 }
 
 }  // namespace
@@ -174,9 +188,9 @@ bool RecordCall(const std::string& who, const std::string& method, const Json::V
     }
     std::string line = JsonLine(record) + "\n";
     std::string path = CallsFile();
-    int fd = open(path.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0644);
+    int fd = OpenRecord(path);
     if (fd < 0 && errno == ENOENT && MakeDirs(UnderRoot("var/log"))) {
-        fd = open(path.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0644);
+        fd = OpenRecord(path);
     }
     if (fd < 0) {
         fprintf(stderr, "orvix: cannot open %s: %s\n", path.c_str(), strerror(errno));

@@ -1,6 +1,7 @@
 // Built-in app reset end to end: the real tak-reset, the private bus, the stand-in daemon, a manager
 // client and the substitute common library acting out the library's list and its installs.
 #include <chrono>
+#include <cstring>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -197,6 +198,27 @@ TEST_F(ABuiltInReset, OfTheAppKindMarksItselfWithTwoAndSendsNoProgress) {
     EXPECT_TRUE(Results("biu_service_reset_result").empty());
     EXPECT_TRUE(Progress("tv").empty());
     EXPECT_EQ(Setting("db/built-in-app-upgrader/reset"), "2");
+}
+
+// The library's list and the package records may hold an id that is not UTF-8; the reset installs it once
+// and tells the caller its progress (a bus string of it is made valid), without a GLib critical anywhere.
+TEST_F(ABuiltInReset, ReinstallsAnAppWhoseIdIsNotUtf8Once) {
+    const std::string odd = "bi\xff\xfe;,'id";
+    Json::Value list(Json::arrayValue);
+    list.append(ListEntry(odd));
+    list.append(ListEntry("plain"));
+    Given({{"placeholder"}, {"plain"}}, list);
+    // The kit's command line takes only UTF-8, so the record is renamed in its file.
+    const std::string records = orvix::host::UnderRoot("var/lib/pkgmgr/packages.json");
+    std::string text = orvix::test::ReadWholeFile(records);
+    for (size_t at; (at = text.find("placeholder")) != std::string::npos;) {
+        text.replace(at, strlen("placeholder"), odd);
+    }
+    ASSERT_TRUE(orvix::host::WriteFileAtomically(records, text));
+    StartClient("tv");
+    RunToEnd({"reset=biu_service_reset", "obj=tv", "method=m"}, "biu_service_reset_result");
+    EXPECT_EQ(Installed(), (Lines{odd, "plain"}));
+    EXPECT_EQ(Progress("tv").size(), 4u);  // 500, 501 twice, 502
 }
 
 struct RefusalCase {

@@ -2,6 +2,7 @@
 // the busy handler, single keys, the reset of exactly its 26 keys and what is read from the table.
 #include <algorithm>
 #include <chrono>
+#include <functional>
 
 #include "AppDatabaseSeed.h"
 #include "DbTestSupport.h"
@@ -22,7 +23,14 @@ public:
         CStatementLock lock;
         return m_DeleteByPrimaryKey(key, value);
     }
+    using CTAKDBTable::m_GenerateInsertCmd;
+    using CTAKDBTable::m_GenerateSelectCmd;
+    using CTAKDBTable::m_GenerateTruncateCmd;
+    using CTAKDBTable::m_GenerateUpdateCmd;
 };
+
+// A value that, pasted between quotes, would turn a statement about one row into one about every row.
+const std::string kRewriting = "x' or '1'='1";
 
 // clang-format off
 const std::vector<std::string> kResetKeys = {
@@ -80,6 +88,68 @@ TEST_F(TableTest, TruncateAndDeleteWhatTheirTextsSay) {
     EXPECT_EQ(ReadAppIds(DBPath()), (std::vector<std::string>{"a", "c"}));
     EXPECT_TRUE(table.Truncate({}, false));  // deletes every row with an id
     EXPECT_TRUE(ReadAppIds(DBPath()).empty());
+}
+
+TEST(TableTexts, GeneratedByteForByte) {
+    CTestTable table("T");
+    const std::pair<std::string, std::string> texts[] = {
+        {table.m_GenerateUpdateCmd("", "c", "v; x,\n\xff"), "update T set c = 'v; x,\n\xff'"},
+        {table.m_GenerateUpdateCmd("a b", "c", "v"), "update T set c = 'v' where ID = 'a b'"},
+        {table.m_GenerateUpdateCmd("", "c", -7), "update T set c = -7"},
+        {table.m_GenerateUpdateCmd("i\"d", "c", 42), "update T set c = 42 where ID = 'i\"d'"},
+        {table.m_GenerateInsertCmd("c", "v"), "insert into T ( c ) values ('v')"},
+        {table.m_GenerateInsertCmd("c", 3), "insert into T ( c ) values (3)"},
+        {table.m_GenerateSelectCmd("i;d", "c"), "select c from T where  ID='i;d'"},
+        {table.m_GenerateSelectCmd("", "c"), "select c from T"},
+        {table.m_GenerateTruncateCmd({{"a", ""}, {"b", ""}}, false),
+         "delete from T  where id not in ('a','b')"},
+        {table.m_GenerateTruncateCmd({}, false), "delete from T  where id not in ('')"},
+        {table.m_GenerateTruncateCmd({{"a", ""}}, true),
+         "delete from T  where id not in ('a, '3201903017943', '3201904018125', '3202001019917'')"},
+    };
+    for (const auto& [made, expected] : texts) {
+        EXPECT_EQ(made, expected);
+    }
+}
+
+// Every operation that pastes a value refuses one holding a quote, with one line, and touches nothing:
+// "x' or '1'='1" would otherwise match every row.
+TEST_F(TableTest, AValueWithAQuoteIsRefusedAndTouchesNothing) {
+    ASSERT_TRUE(InsertApps(DBPath(), {DistinctRecord("a", 1), DistinctRecord("b", 2)}));
+    ASSERT_TRUE(InsertConfigRows(DBPath(), {{"RESET_TYPE", "1"}}));
+    ASSERT_NE(CTAKDBConnection::GetInstance(true), nullptr);
+    const std::vector<std::string> apps = ReadAppIds(DBPath());
+    const std::map<std::string, std::string> config = ReadConfigRows(DBPath());
+    CTestTable table;
+    std::string text = "untouched";
+    int number = -1;
+    const std::pair<const char*, std::function<bool()>> operations[] = {
+        {"delete", [&] { return table.DeleteByPrimaryKey("id", kRewriting); }},
+        {"update id", [&] { return table.Update(kRewriting, "title", "t"); }},
+        {"update value", [&] { return table.Update("", "title", kRewriting); }},
+        {"update number", [&] { return table.Update(kRewriting, "app_index", 9); }},
+        {"select text", [&] { return table.Select(kRewriting, "title", text); }},
+        {"select number", [&] { return table.Select(kRewriting, "app_index", number); }},
+        {"exists", [&] { return table.IsPrimaryKeyExists("id", kRewriting); }},
+        {"truncate",
+         [&] {
+             return table.Truncate({{"a", ""}, {kRewriting, ""}}, false);
+         }},
+        {"insert config", [&] { return CTAKConfig().InsertConfig("K", kRewriting); }},
+    };
+    for (const auto& [name, operation] : operations) {
+        LogMark mark;
+        EXPECT_FALSE(operation()) << name;
+        std::string logged = mark.Text();
+        size_t first = logged.find("holds a single quote");
+        EXPECT_TRUE(first != std::string::npos &&
+                    logged.find("holds a single quote", first + 1) == std::string::npos)
+            << name << ": " << logged;
+    }
+    EXPECT_EQ(ReadAppIds(DBPath()), apps);
+    EXPECT_EQ(ReadConfigRows(DBPath()), config);
+    EXPECT_TRUE(text == "untouched" && number == -1);
+    EXPECT_TRUE(SameRecord(DistinctRecord("a", 1), ReadApp("a")));
 }
 
 TEST_F(TableTest, SelectStoresTheFirstRowAndSucceedsOnlyForOne) {

@@ -1,9 +1,11 @@
 // The history log's directory on a file system with no room left: its lines are lost, each with a line
 // in the platform log, the reset goes on and reports, and once there is room again the lines come back.
+// A FIFO in place of the history file: no line may hold the main thread in its open.
 // The directory gets a small tmpfs of its own (the tests run as root); where mounting is refused, the row
 // runs with a history directory that cannot hold a file at all, and says why.
 #include <errno.h>
 #include <sys/mount.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cstring>
@@ -79,4 +81,16 @@ TEST_F(AFullHistoryLogFileSystem, LosesTheHistoryLinesNotTheResetAndWritesThemOn
     std::string history = orvix::test::ReadWholeFile(History());
     EXPECT_EQ(reset_test::Count(history, "[AppsReset][118]Start"), 1u) << history;
     EXPECT_EQ(reset_test::Count(history, "[m_ClearDB][637]End"), 1u) << history;
+}
+
+// Nobody reads the FIFO, so a plain open for writing would wait for good: no result, and the "end" could
+// never be handled. Every line is lost with its failure line instead, and the process serves on.
+TEST_F(AFullHistoryLogFileSystem, FifoInPlaceOfTheFileLosesTheLinesNotTheProcess) {
+    ASSERT_EQ(mkfifo(History().c_str(), 0644), 0) << strerror(errno);
+    RunToEnd({"reset=tak_app_reset", "userdata=83"}, "tak_app_reset_result");
+    EXPECT_EQ(Results("tak_app_reset_result"), One("tak_app_reset_result", "83"));
+    EXPECT_GE(CountInLog("ptLog is NULL"), 2u);
+    EXPECT_EQ(CountInLog("EXEC finish"), 1u);
+    struct stat st {};
+    EXPECT_TRUE(stat(History().c_str(), &st) == 0 && S_ISFIFO(st.st_mode)) << "the FIFO was replaced";
 }

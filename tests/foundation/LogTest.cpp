@@ -2,9 +2,15 @@
 // log over the host framework.
 #include <json/json.h>
 
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
 #include <algorithm>
+#include <cstring>
 #include <ctime>
 #include <fstream>
+#include <functional>
 #include <sstream>
 
 #include <KPILogFramework.h>
@@ -72,6 +78,49 @@ TEST_F(HistoryLogTest, LineCarriesTheUtcTimeAndTheMessageCutAt2047Characters) {
     WriteHistoryLogFile("must not land");
     EXPECT_EQ(TAKDir::FolderSize(Under("elsewhere")), 0);
     EXPECT_TRUE(LogHas(path_ + " is not realpath, so can not open it!!!"));
+}
+
+// Whatever stands where the current file should be, its line is lost with one failure line and the writer
+// goes on at once: a plain open of a FIFO without a reader would wait for good, one with a reader would
+// write the history into a pipe.
+TEST_F(HistoryLogTest, AnythingButARegularFileLosesTheLineWithoutWaiting) {
+    const std::string target = Under("target.log");
+    WriteFile(target, "");
+    int reader = -1;
+    struct Case {
+        const char* name;
+        std::function<bool()> make;
+        std::string says;
+    };
+    const std::string notReal = path_ + " is not realpath, so can not open it!!!";
+    const Case cases[] = {
+        {"fifo without reader", [&] { return mkfifo(path_.c_str(), 0600) == 0; }, "ptLog is NULL"},
+        {"fifo with reader",
+         [&] {
+             return mkfifo(path_.c_str(), 0600) == 0 &&
+                    (reader = open(path_.c_str(), O_RDONLY | O_NONBLOCK)) >= 0;
+         },
+         "ptLog is NULL"},
+        {"directory", [&] { return mkdir(path_.c_str(), 0700) == 0; }, "ptLog is NULL"},
+        {"link to a device", [&] { return symlink("/dev/null", path_.c_str()) == 0; }, notReal},
+        {"link to a file", [&] { return symlink(target.c_str(), path_.c_str()) == 0; }, notReal},
+    };
+    for (const Case& c : cases) {
+        ASSERT_TRUE(c.make()) << c.name << ": " << strerror(errno);
+        orvix::test::LogMark mark;
+        WriteHistoryLogFile("lost %s", c.name);
+        EXPECT_TRUE(mark.Contains(c.says)) << c.name << ": " << mark.Text();
+        if (reader >= 0) {
+            char byte;
+            EXPECT_EQ(read(reader, &byte, 1), 0) << "a line went into the pipe";
+            close(reader);
+            reader = -1;
+        }
+        ASSERT_EQ(remove(path_.c_str()), 0) << c.name;
+    }
+    EXPECT_EQ(ReadFile(target), "");
+    WriteHistoryLogFile("back");
+    EXPECT_EQ(Lines(path_).size(), 1u);
 }
 
 TEST_F(HistoryLogTest, RotatesOnlyAboveTheLimitAndKeepsThreeBackupsNewestFirst) {

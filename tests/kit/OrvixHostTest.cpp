@@ -98,7 +98,6 @@ TEST_F(OrvixHost, RefusesWhatCannotSucceedWithOneLineAndStartsOrWritesNothing) {
     const Case cases[] = {
         {{"launch", "reset=tak_app_reset"}, 2, "orvix-host up"},  // no bus yet
         {{"launch"}, 2, "KEY=VALUE"},
-        {{"launch", "reset=end"}, 1, "nothing to end"},
         {{"log", "nosuch"}, 2, "no log of 'nosuch'"},
         {{"settings", "set", "db/bad key", "1"}, 2, "malformed KEY"},
         {{"settings", "get", "memory/../x"}, 2, "malformed KEY"},

@@ -1,5 +1,8 @@
 // Apps reset (app and service kind) on a board without Android apps, end to end: the real tak-reset, the
 // private bus, the stand-in daemon and the substitute common library.
+#include <sqlite3.h>
+
+#include <algorithm>
 #include <random>
 #include <sstream>
 
@@ -18,6 +21,20 @@ Json::Value ForApp(const std::string& id, const char* key, const Json::Value& va
     behaviour["uninstall"]["delay_ms"] = 20;
     behaviour["uninstall"]["apps"][id][key] = value;
     return behaviour;
+}
+
+// The ids of the app rows, as stored (any bytes).
+Lines RowIds(sqlite3* db) {
+    Lines ids;
+    sqlite3_stmt* select = nullptr;
+    if (sqlite3_prepare_v2(db, "select id from widgetinfo order by id", -1, &select, nullptr) == SQLITE_OK) {
+        while (sqlite3_step(select) == SQLITE_ROW) {
+            ids.emplace_back(reinterpret_cast<const char*>(sqlite3_column_text(select, 0)),
+                             static_cast<size_t>(sqlite3_column_bytes(select, 0)));
+        }
+    }
+    sqlite3_finalize(select);
+    return ids;
 }
 
 struct CallbackCase {
@@ -108,6 +125,75 @@ TEST_F(AnAppsReset, RequestsFrontPlacedAppsFirstAndTakesAppIdsWithQuotesBlanksAn
     for (const auto& id : ids) {
         EXPECT_EQ(CountInLog("removed appid " + id + " "), 1u) << id;
     }
+}
+
+// App ids that would break a pasted statement, a list or a bus string: each is asked for once, and nothing
+// the reset keeps goes. No row is deleted by a text that could match another: the store refuses to paste
+// an id with a quote, and a bus string cannot name an id that is not UTF-8, so those two rows stay.
+TEST_F(AnAppsReset, AsksForOddIdsOnceAndDeletesNothingItKeeps) {
+    struct OddId {
+        std::string id;
+        bool rowStays;
+    };
+    const OddId odd[] = {
+        {"x' or '1'='1", true},      {"semi;colon; delete from widgetinfo", false},
+        {"com,ma", false},           {"new\nline", false},
+        {"bad\xff\xfe utf-8", true}, {std::string(4096, 'L'), false},
+    };
+    const std::string placeholder = "placeholder";  // the bus cannot carry the id that is not UTF-8
+    std::vector<TestApp> apps = {{"kept", 1, true}, {"native", 4}};
+    for (const OddId& app : odd) {
+        apps.push_back({g_utf8_validate(app.id.data(), app.id.size(), nullptr) ? app.id : placeholder});
+    }
+    AddApps(apps);
+    sqlite3* db = nullptr;
+    ASSERT_EQ(sqlite3_open((orvix::host::PathVariable(24) + "/.vardell.db").c_str(), &db), SQLITE_OK);
+    sqlite3_busy_timeout(db, 10000);
+    sqlite3_stmt* rename = nullptr;
+    ASSERT_EQ(sqlite3_prepare_v2(db, "update widgetinfo set id = ? where id = ?", -1, &rename, nullptr),
+              SQLITE_OK);
+    sqlite3_bind_text(rename, 1, odd[4].id.data(), static_cast<int>(odd[4].id.size()), SQLITE_STATIC);
+    sqlite3_bind_text(rename, 2, placeholder.c_str(), -1, SQLITE_STATIC);
+    EXPECT_EQ(sqlite3_step(rename), SQLITE_DONE);
+    sqlite3_finalize(rename);
+
+    RunToEnd({"reset=tak_app_reset"}, "tak_app_reset_result");
+    Lines requested = Requested();
+    std::sort(requested.begin(), requested.end());
+    Lines expected, rows = {"kept", "native"};
+    for (const OddId& app : odd) {
+        expected.push_back(app.id);
+        if (app.rowStays) {
+            rows.push_back(app.id);
+        }
+    }
+    std::sort(expected.begin(), expected.end());
+    std::sort(rows.begin(), rows.end());
+    EXPECT_EQ(requested, expected);
+    EXPECT_EQ(RowIds(db), rows);
+    sqlite3_close(db);
+    EXPECT_EQ(Count(orvix::test::ReadWholeFile(orvix::host::UnderRoot("var/log/innerserver.log")),
+                    "holds a single quote"),
+              1u);
+    EXPECT_EQ(CountInLog("is not UTF-8, so the daemon cannot be asked to remove its row"), 1u);
+}
+
+// The platform starts the process for an "end" when none runs, as for any request: the process does the
+// common library's clean-up and nothing else, and exits.
+TEST_F(AnAppsReset, EndAloneStartsTheProcessForTheCleanUpOnly) {
+    AddApps({{"plain"}});
+    orvix::test::RunResult launched = Launch({"reset=end"});
+    ASSERT_EQ(launched.status, 0) << launched.err;
+    EXPECT_EQ(launched.out.rfind("started tak-reset (pid ", 0), 0) << launched.out;
+    EXPECT_NE(launched.out.find("with reset=end: it does only the common library's clean-up and exits"),
+              std::string::npos)
+        << launched.out;
+    ASSERT_TRUE(WaitForAppExit(std::chrono::seconds(60)));
+    for (const char* cleanUp : {"DestroyInstaller", "DestroyConnector", "QXCurlSSLUnLock"}) {
+        EXPECT_EQ(CallsOf("libtak_common", cleanUp).size(), 1u) << cleanUp;
+    }
+    EXPECT_TRUE(Requested().empty());
+    EXPECT_EQ(CountInLog("EXEC finish"), 1u);
 }
 
 // The reason follows RESET_TYPE (its mapping is checked in the data-store tests); the extras of every

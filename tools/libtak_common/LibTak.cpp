@@ -9,11 +9,13 @@
 #include <unistd.h>
 
 #include <cstdarg>
+#include <cstdio>
 #include <cstring>
 #include <memory>
 #include <mutex>
 
 #include "LibTakWorkers.h"
+#include "TAKFile.h"
 #include "orvix_calls.h"
 #include "orvix_file_stamp.h"
 #include "orvix_host.h"
@@ -22,12 +24,13 @@ namespace libtak {
 
 namespace {
 
+// Only a regular file is read, and its open cannot wait: this runs inside the reset process at every call.
 std::string ReadText(const std::string& path, bool& found) {
-    gchar* data = nullptr;
-    gsize size = 0;
-    found = g_file_get_contents(path.c_str(), &data, &size, nullptr);
-    std::string text = found ? std::string(data, size) : std::string();
-    g_free(data);
+    std::string text;
+    found = TAKFile::ReadRegular(path, text);
+    if (!found && errno != ENOENT) {
+        fprintf(stderr, "libtak_common: cannot read %s: %s\n", path.c_str(), strerror(errno));
+    }
     return text;
 }
 

@@ -188,7 +188,17 @@ void RemovePackage(const std::string& appId) {
     }
 }
 
+// The daemon deletes the row whose id is exactly the one it is given, and a D-Bus string must be UTF-8.
+// An id that is not cannot be named to it: a converted id would be another app's (or nobody's), so the
+// row is left where it is and says so, rather than risk deleting what the reset keeps.
 void RemoveRow(const std::string& appId) {
+    if (!g_utf8_validate(appId.data(), static_cast<gssize>(appId.size()), nullptr)) {
+        g_autofree gchar* shown = g_utf8_make_valid(appId.data(), static_cast<gssize>(appId.size()));
+        fprintf(stderr,
+                "libtak_common: app id [%s] is not UTF-8, so the daemon cannot be asked to remove its row\n",
+                shown);
+        return;
+    }
     GError* error = nullptr;
     GDBusConnection* bus = g_bus_get_sync(G_BUS_TYPE_SYSTEM, nullptr, &error);
     if (bus == nullptr) {

@@ -11,7 +11,8 @@
 //
 // Refused, with one line on standard error and nothing started: no extras at all, a malformed argument
 // (no '=', or an empty key), an uninitialised root, or a new instance while the root's bus is not up
-// (exit status 2, bad input); reset=end while no instance runs (exit status 1: there is nothing to end).
+// (exit status 2, bad input). reset=end while no instance runs starts one with it, as the platform does:
+// that instance does only the common library's clean-up and exits, and the line says so.
 #include <fcntl.h>
 #include <poll.h>
 #include <sys/mman.h>
@@ -84,7 +85,7 @@ Start AwaitReady(int fd) {
 }
 
 Start StartInstance(const std::string& program, const std::string& app, const LaunchExtras& extras,
-                    std::string& error) {
+                    pid_t& pid, std::string& error) {
     std::vector<std::string> arguments;
     for (const auto& [key, value] : extras) {
         arguments.push_back(key + "=" + value);
@@ -110,7 +111,7 @@ Start StartInstance(const std::string& program, const std::string& app, const La
         options.setEnvironment.emplace_back(kLaunchRequestFdEnv, std::to_string(requestFd));
         options.passFds.push_back(requestFd);
     }
-    pid_t pid = (requestFd >= 0 || FitsCommandLine(arguments)) ? SpawnDetached(options, error) : 0;
+    pid = (requestFd >= 0 || FitsCommandLine(arguments)) ? SpawnDetached(options, error) : 0;
     close(ready[1]);
     if (requestFd >= 0) {
         close(requestFd);
@@ -168,18 +169,21 @@ int Queued(const std::string& app, pid_t pid) {
     return 0;
 }
 
-int Started(const std::string& app) {
-    printf("started %s (pid %d) with the request; its log: %s\n", app.c_str(),
-           static_cast<int>(RunningInstance(app)), LogFile(app).c_str());
+// `pid`: the process started; the instance that runs now is named instead when there is one (a racing
+// instance may have taken the request), since an "end" may have ended the started one already.
+int Started(const std::string& app, pid_t pid, const LaunchExtras& extras) {
+    pid_t running = RunningInstance(app);
+    pid = running != 0 ? running : pid;
+    const char* what = EndsTheInstance(extras)
+                           ? "with reset=end: it does only the common library's clean-up and exits"
+                           : "with the request";
+    printf("started %s (pid %d) %s; its log: %s\n", app.c_str(), static_cast<int>(pid), what,
+           LogFile(app).c_str());
     return 0;
 }
 
-// A request that would start an instance which cannot work, or only to end it, starts nothing.
-int RefuseToStart(const std::string& app, const LaunchExtras& extras) {
-    if (EndsTheInstance(extras)) {
-        return Failure(kCommand, "no " + app + " runs for " + Root() + ", so reset=end has nothing to end; " +
-                                     "nothing started");
-    }
+// A request that would start an instance which cannot work starts nothing.
+int RefuseToStart() {
     if (!IsBusUp()) {
         return UsageError(
             kCommand, "the bus of " + Root() + " is not up (run orvix-host up first); " + "nothing started");
@@ -199,13 +203,14 @@ int Deliver(const std::string& program, const LaunchExtras& extras) {
             return Queued(app, running != 0 ? running : RunningInstance(app));
         }
         if (delivery == LaunchDelivery::NoInstance) {
-            if (int refused = RefuseToStart(app, extras)) {
+            if (int refused = RefuseToStart()) {
                 return refused;
             }
             error.clear();
-            Start started = StartInstance(program, app, extras, error);
+            pid_t pid = 0;
+            Start started = StartInstance(program, app, extras, pid, error);
             if (started == Start::Ready) {
-                return Started(app);
+                return Started(app, pid, extras);
             }
             if (started == Start::Failed) {
                 return Failure(kCommand, error);

@@ -5,9 +5,12 @@
 #include <json/json.h>
 
 #include <algorithm>
-#include <fstream>
+#include <cerrno>
+#include <cstring>
+#include <memory>
 #include <utility>
 
+#include "TAKFile.h"
 #include "orvix_calls.h"
 #include "orvix_host.h"
 
@@ -115,14 +118,21 @@ std::string PackagesFile() {
 
 bool LoadPackages(std::vector<PackageRecord>& packages, std::string& error) {
     packages.clear();
-    std::ifstream in(PackagesFile());
-    if (!in) {
-        return true;
+    // Read inside the reset process too (the substitute library): only a regular file, never an open that
+    // can wait.
+    std::string text;
+    if (!TAKFile::ReadRegular(PackagesFile(), text)) {
+        if (errno == ENOENT) {
+            return true;
+        }
+        error = PackagesFile() + " cannot be read: " + strerror(errno);
+        return false;
     }
     Json::Value root;
     Json::CharReaderBuilder builder;
+    std::unique_ptr<Json::CharReader> reader(builder.newCharReader());
     std::string errors;
-    if (!Json::parseFromStream(builder, in, &root, &errors) || !root.isObject() ||
+    if (!reader->parse(text.data(), text.data() + text.size(), &root, &errors) || !root.isObject() ||
         !root["packages"].isArray()) {
         error = PackagesFile() + " is not a package list";
         return false;

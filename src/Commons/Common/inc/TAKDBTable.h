@@ -100,6 +100,12 @@ protected:
 
     bool m_DeleteByPrimaryKey(const std::string& key, const std::string& value);
 
+    // Whether a value may be pasted between single quotes of a statement: one with a quote of its own
+    // would end the quoted text early and let the rest be read as SQL (an app id "x' or '1'='1" would
+    // turn a deletion of one row into a deletion of all). False with one log line; the operation that
+    // asked then fails and touches nothing.
+    static bool m_IsPasteable(const std::string& value);
+
     std::string m_GenerateUpdateCmd(const std::string& id, const std::string& column,
                                     const std::string& value) const;
     std::string m_GenerateUpdateCmd(const std::string& id, const std::string& column, int value) const;

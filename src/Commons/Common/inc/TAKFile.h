@@ -31,4 +31,23 @@ bool IsRealPath(const std::string& path);
 // that could not be opened (true, result -1, errno set).
 int OpenRealPath(const std::string& path, int flags, mode_t mode, bool& isRealPath);
 
+// Opens `path` (open(2) flags and mode) as a regular file, in a way no open can block on: the open
+// itself does not wait (a FIFO without a peer, a device), and what it opened is refused unless it is a
+// regular file. The descriptor is blocking again and closed on exec. -1 on failure, with errno set (EISDIR
+// for a directory, ENXIO for anything else that is not a regular file); the caller logs it, so that each
+// failure keeps its own one line.
+int OpenRegular(const std::string& path, int flags, mode_t mode = 0);
+
+// OpenRegular through the real-path check (see OpenRealPath).
+int OpenRegularRealPath(const std::string& path, int flags, mode_t mode, bool& isRealPath);
+
+// The whole content of a regular file, opened as OpenRegular does. False with errno set (and `text`
+// empty) when it cannot be opened or read; the caller logs it.
+bool ReadRegular(const std::string& path, std::string& text);
+
+// For files that are opened by code that cannot be handed a descriptor (the database engine): true when
+// the path names nothing or (links followed, as that code follows them) a regular file; anything else is
+// refused with one log line.
+bool IsRegularOrAbsent(const std::string& path);
+
 }  // namespace TAKFile

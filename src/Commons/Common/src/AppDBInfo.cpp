@@ -1,5 +1,6 @@
 #include "AppDBInfo.h"
 
+#include <glib.h>
 #include <json/json.h>
 
 #include <cstring>
@@ -30,6 +31,16 @@ constexpr int kInstalledState = 3;
 
 std::string ForBus(const std::string& text) {
     return CProcessDbus::ValidUtf8(text);
+}
+
+// The daemon acts on the row whose id is exactly the one named, and a bus string must be UTF-8: an id that
+// is not cannot be named, and a converted one would name another app's row (or none). False, logged.
+bool CanNameOnBus(const std::string& id) {
+    if (g_utf8_validate(id.data(), static_cast<gssize>(id.size()), nullptr)) {
+        return true;
+    }
+    TAK_LOGE("app id [%s] is not UTF-8, so the daemon cannot be asked about its row", ForBus(id).c_str());
+    return false;
 }
 
 Json::Value FieldToJson(const _APPINFO_T& info, const _APPINFO_FIELD_T& field) {
@@ -158,7 +169,7 @@ bool CAppDBInfo::SetFailedMemoryInfo(FAILED_INFO_TYPE_E type, const std::string&
 }
 
 bool CAppDBInfo::RemoveApp(const std::string& id) {
-    return m_CallInnerServer("remove_app", g_variant_new("(s)", ForBus(id).c_str()));
+    return CanNameOnBus(id) && m_CallInnerServer("remove_app", g_variant_new("(s)", ForBus(id).c_str()));
 }
 
 bool CAppDBInfo::UpdateConfigTable(const std::string& name, const std::string& value) {
@@ -179,14 +190,16 @@ bool CAppDBInfo::ResetForCorvaneReset() {
 }
 
 bool CAppDBInfo::UpdateAppsInfoByKey(APPINFO_UPDATE_KEY_e key, int value, const std::string& id) {
-    return m_CallInnerServer(
-        "update_app_item",
-        g_variant_new("(siiis)", ForBus(id).c_str(), static_cast<int>(key), kItemValueInteger, value, ""));
+    return CanNameOnBus(id) &&
+           m_CallInnerServer("update_app_item",
+                             g_variant_new("(siiis)", ForBus(id).c_str(), static_cast<int>(key),
+                                           kItemValueInteger, value, ""));
 }
 
 bool CAppDBInfo::UpdateAppsInfoByKey(APPINFO_UPDATE_KEY_e key, const std::string& value,
                                      const std::string& id) {
-    return m_CallInnerServer("update_app_item",
+    return CanNameOnBus(id) &&
+           m_CallInnerServer("update_app_item",
                              g_variant_new("(siiis)", ForBus(id).c_str(), static_cast<int>(key),
                                            kItemValueString, 0, ForBus(value).c_str()));
 }

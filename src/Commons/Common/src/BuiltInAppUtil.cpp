@@ -5,7 +5,6 @@
 #include <gio/gunixinputstream.h>
 #include <json/json.h>
 #include <platform_path.h>
-#include <sys/stat.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -96,20 +95,17 @@ std::vector<HOME_TEST_APP> ToHomeTestApps(const std::vector<std::vector<std::str
 // place can neither stall the reset nor be read.
 bool ReadBoundedFile(const std::string& path, size_t limit, std::string& text, bool& absent) {
     text.clear();
-    int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY);
+    int fd = TAKFile::OpenRegular(path, O_RDONLY);
     absent = fd < 0 && errno == ENOENT;
     if (fd < 0) {
-        if (!absent) {
+        if (errno == EISDIR || errno == ENXIO) {
+            TAK_LOGE("%s is not a regular file", path.c_str());
+        } else if (!absent) {
             TAK_LOGE("can not open %s: %s", path.c_str(), g_strerror(errno));
         }
         return false;
     }
     g_autoptr(GInputStream) stream = g_unix_input_stream_new(fd, TRUE);
-    struct stat info {};
-    if (fstat(fd, &info) != 0 || !S_ISREG(info.st_mode)) {
-        TAK_LOGE("%s is not a regular file", path.c_str());
-        return false;
-    }
     // One byte more than allowed tells a file at the limit from one beyond it.
     text.resize(limit + 1);
     gsize got = 0;

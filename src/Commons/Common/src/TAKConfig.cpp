@@ -48,6 +48,9 @@ void BackupDatabase() {
 CTAKConfig::CTAKConfig() : CTAKDBTable(TAK_CONFIG_TABLE_NAME) {}
 
 bool CTAKConfig::InsertConfig(const std::string& name, const std::string& value) {
+    if (!m_IsPasteable(name) || !m_IsPasteable(value)) {
+        return false;
+    }
     CStatementLock lock;
     std::string sql = "insert into " + m_strTableName + " values('" + name + "','" + value + "');";
     if (!Prepare(sql) || Step() != SQLITE_DONE) {

@@ -138,6 +138,11 @@ bool CTAKDBConnection::Connect(const std::string& path) {
         }
         CheckSmack();
     }
+    // The engine opens the file without a way to keep that open from waiting; so whatever is at the path
+    // must already be a regular file (or nothing, for the daemon to create).
+    if (!TAKFile::IsRegularOrAbsent(path)) {
+        return false;
+    }
     int flags = m_bTAKDaemon ? kDaemonOpenFlags : kReaderOpenFlags;
     int ret = sqlite3_open_v2(path.c_str(), &m_pConnection, flags, nullptr);
     if (ret != SQLITE_OK) {

@@ -187,17 +187,23 @@ bool CTAKDBTable::ClearTable() {
 }
 
 bool CTAKDBTable::Update(const std::string& id, const std::string& column, const std::string& value) {
+    if (!m_IsPasteable(id) || !m_IsPasteable(value)) {
+        return false;
+    }
     CStatementLock lock;
     return Prepare(m_GenerateUpdateCmd(id, column, value)) && Step() == SQLITE_DONE;
 }
 
 bool CTAKDBTable::Update(const std::string& id, const std::string& column, int value) {
+    if (!m_IsPasteable(id)) {
+        return false;
+    }
     CStatementLock lock;
     return Prepare(m_GenerateUpdateCmd(id, column, value)) && Step() == SQLITE_DONE;
 }
 
 bool CTAKDBTable::m_SelectFirst(const std::string& id, const std::string& column) {
-    return Prepare(m_GenerateSelectCmd(id, column)) && Step() == SQLITE_ROW;
+    return m_IsPasteable(id) && Prepare(m_GenerateSelectCmd(id, column)) && Step() == SQLITE_ROW;
 }
 
 bool CTAKDBTable::Select(const std::string& id, const std::string& column, std::string& value) {
@@ -219,6 +225,9 @@ bool CTAKDBTable::Select(const std::string& id, const std::string& column, int& 
 }
 
 bool CTAKDBTable::IsPrimaryKeyExists(const std::string& key, const std::string& value) {
+    if (!m_IsPasteable(value)) {
+        return false;
+    }
     CStatementLock lock;
     std::string sql = "select count(*) from " + m_strTableName + " where " + key + " = '" + value + "'";
     TAK_LOGD("%s", sql.c_str());
@@ -230,13 +239,29 @@ bool CTAKDBTable::IsPrimaryKeyExists(const std::string& key, const std::string& 
 }
 
 bool CTAKDBTable::m_DeleteByPrimaryKey(const std::string& key, const std::string& value) {
+    if (!m_IsPasteable(value)) {
+        return false;
+    }
     std::string sql = "delete from " + m_strTableName + " where " + key + "='" + value + "'";
     TAK_LOGD("sql %s", sql.c_str());
     return Prepare(sql) && Step() == SQLITE_DONE;
 }
 
 bool CTAKDBTable::Truncate(const std::map<std::string, std::string>& keep, bool keepFixedApps) {
+    for (const auto& entry : keep) {
+        if (!m_IsPasteable(entry.first)) {
+            return false;
+        }
+    }
     return Exec(m_GenerateTruncateCmd(keep, keepFixedApps));
+}
+
+bool CTAKDBTable::m_IsPasteable(const std::string& value) {
+    if (value.find('\'') == std::string::npos) {
+        return true;
+    }
+    TAK_LOGE("refused: the value [%s] holds a single quote, which would end its quoted text", value.c_str());
+    return false;
 }
 
 std::string CTAKDBTable::m_GenerateUpdateCmd(const std::string& id, const std::string& column,

@@ -9,7 +9,10 @@
 #include <cerrno>
 #include <climits>
 #include <cstdlib>
+#include <cstring>
 #include <string_view>
+
+#include "TAKLog.h"
 
 namespace {
 
@@ -68,6 +71,34 @@ bool IsRealPathByResolving(const std::string& path) {
     struct stat st {};
     return !(lstat(path.c_str(), &st) == 0 && S_ISLNK(st.st_mode));
 }
+
+// Keeps `fd` only if it is a regular file, and makes it blocking again; else closes it, -1 with errno.
+int KeepRegular(int fd) {
+    if (fd < 0) {
+        return -1;
+    }
+    struct stat st {};
+    int error = 0;
+    if (fstat(fd, &st) != 0) {
+        error = errno;
+    } else if (!S_ISREG(st.st_mode)) {
+        error = S_ISDIR(st.st_mode) ? EISDIR : ENXIO;
+    } else {
+        int flags = fcntl(fd, F_GETFL);
+        if (flags < 0 || fcntl(fd, F_SETFL, flags & ~O_NONBLOCK) != 0) {
+            error = errno;
+        }
+    }
+    if (error == 0) {
+        return fd;
+    }
+    close(fd);
+    errno = error;
+    return -1;
+}
+
+// Nothing an open does may wait, nor make the file the process's terminal.
+const int kNoWaitFlags = O_NONBLOCK | O_NOCTTY | O_CLOEXEC;
 
 }  // namespace
 
@@ -130,6 +161,55 @@ int OpenRealPath(const std::string& path, int flags, mode_t mode, bool& isRealPa
     // not resolve to itself.
     isRealPath = !(errno == ELOOP || errno == ENOENT || errno == ENOTDIR);
     return -1;
+}
+
+int OpenRegular(const std::string& path, int flags, mode_t mode) {
+    return KeepRegular(open(path.c_str(), flags | kNoWaitFlags, mode));
+}
+
+int OpenRegularRealPath(const std::string& path, int flags, mode_t mode, bool& isRealPath) {
+    return KeepRegular(OpenRealPath(path, flags | kNoWaitFlags, mode, isRealPath));
+}
+
+bool ReadRegular(const std::string& path, std::string& text) {
+    text.clear();
+    int fd = OpenRegular(path, O_RDONLY);
+    if (fd < 0) {
+        return false;
+    }
+    char buffer[65536];
+    ssize_t got = 0;
+    while ((got = read(fd, buffer, sizeof(buffer))) != 0) {
+        if (got < 0 && errno == EINTR) {
+            continue;
+        }
+        if (got < 0) {
+            int error = errno;
+            close(fd);
+            text.clear();
+            errno = error;
+            return false;
+        }
+        text.append(buffer, static_cast<size_t>(got));
+    }
+    close(fd);
+    return true;
+}
+
+bool IsRegularOrAbsent(const std::string& path) {
+    struct stat st {};
+    if (stat(path.c_str(), &st) != 0) {
+        if (errno == ENOENT) {
+            return true;
+        }
+        TAK_LOGE("can not stat %s: %s", path.c_str(), strerror(errno));
+        return false;
+    }
+    if (!S_ISREG(st.st_mode)) {
+        TAK_LOGE("%s is not a regular file, refused", path.c_str());
+        return false;
+    }
+    return true;
 }
 
 }  // namespace TAKFile

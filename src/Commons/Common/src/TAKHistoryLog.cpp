@@ -100,10 +100,12 @@ size_t FormatLineLocked(char (&line)[kLineBufferSize + 1], const char* format, v
     return length + 1;
 }
 
-// Opens the current file for appending, through the real-path check; -1 (logged) when that fails.
+// Opens the current file for appending, through the real-path check; -1 (logged) when that fails. Only a
+// regular file is written to, and the open cannot wait: a FIFO in its place (with or without a reader)
+// must not hold the thread that writes the line.
 int OpenCurrent(const std::string& path) {
     bool isRealPath = false;
-    int fd = TAKFile::OpenRealPath(path, O_WRONLY | O_APPEND | O_CREAT, 0644, isRealPath);
+    int fd = TAKFile::OpenRegularRealPath(path, O_WRONLY | O_APPEND | O_CREAT, 0644, isRealPath);
     if (!isRealPath) {
         TAK_LOGE("%s is not realpath, so can not open it!!!", path.c_str());
     } else if (fd < 0) {
