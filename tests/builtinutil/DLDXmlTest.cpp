@@ -1,5 +1,6 @@
 // The download-info file, compared byte for byte with what the installer side reads.
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 #include <stdlib.h>
 #include <unistd.h>
 
@@ -143,7 +144,10 @@ TEST_F(DLDXmlTest, ReplacesALongerFile) {
 
 TEST_F(DLDXmlTest, FailsOnlyWhenTheFileCannotBeOpened) {
     std::map<std::string, OPENAPI_APP_DLD_INFO> apps = {{"k", Record("a")}};
-    for (const std::string& path : {dir_ + "/missing/apps.xml", dir_, std::string()}) {
+    // A FIFO without a reader would block a plain open for good; it is refused like a directory.
+    const std::string fifo = dir_ + "/fifo.xml";
+    ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
+    for (const std::string& path : {dir_ + "/missing/apps.xml", dir_, std::string(), fifo}) {
         LogMark mark;
         EXPECT_FALSE(CTAKUtil::WriteAppsDLDXml(path, apps)) << path;
         EXPECT_TRUE(mark.Contains("save app DLD info to " + path + ".")) << mark.Text();

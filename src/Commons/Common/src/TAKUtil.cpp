@@ -3,12 +3,15 @@
 #include <cctype>
 #include <cstdio>
 
+#include <fcntl.h>
 #include <glib.h>
+#include <unistd.h>
 #include <vconf.h>
 
 #include "AppDBInfo.h"
 #include "AppDLDInfo.h"
 #include "ICVConf.h"
+#include "TAKFile.h"
 #include "TAKLog.h"
 #include "TAKString.h"
 
@@ -163,8 +166,13 @@ int CTAKUtil::GetTAKUninstallReason(int reason) {
 
 bool CTAKUtil::WriteAppsDLDXml(const std::string& path, std::map<std::string, OPENAPI_APP_DLD_INFO>& apps) {
     TAK_LOGD("save app DLD info to %s.", path.c_str());
-    FILE* file = fopen(path.c_str(), "w+e");
+    // Not fopen: a FIFO or a device at the path would hold the task in open() for good.
+    int fd = TAKFile::OpenRegular(path, O_RDWR | O_CREAT | O_TRUNC, 0666);
+    FILE* file = fd >= 0 ? fdopen(fd, "w+") : nullptr;
     if (file == nullptr) {
+        if (fd >= 0) {
+            close(fd);
+        }
         TAK_LOGD("failed to open xml file");
         return false;
     }
