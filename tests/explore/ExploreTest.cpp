@@ -451,7 +451,7 @@ protected:
                         break;
                     }
                     if (!orvix::test::WaitUntil(
-                            [&] { return WalkDoneAfter(m_scenario.steps[step.of].cookie); }, Bound(20s))) {
+                            [&] { return WalkDoneAfter(m_scenario.steps[step.of].cookie); }, Bound(10s))) {
                         m_notes.push_back("step " + std::to_string(i + 1) + ": the walk did not end in time");
                     }
                     break;

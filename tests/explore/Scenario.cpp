@@ -131,9 +131,12 @@ void DrawSteps(Draw& draw, Scenario& scenario) {
     int launches = draw.Between(1, 4);
     Kind previous = Kind::Junk;
     bool walkAwaited = true;  // the last launch of the reset task has made its requests
+    bool restart = false;     // this launch restarts the previous one while an app of it never answers
+    Answers last;
     for (int i = 0; i < launches; ++i) {
-        Kind kind = (i > 0 && draw.Chance(0.35)) ? previous : DrawKind(draw);
-        if (UsesResetTask(kind) && (i == 0 || draw.Chance(0.5))) {
+        Kind kind = restart || (i > 0 && draw.Chance(0.35)) ? previous : DrawKind(draw);
+        bool restartNext = false;
+        if (UsesResetTask(kind) && (restart || i == 0 || draw.Chance(0.5))) {
             // New answers only once the earlier run has asked, so that each run meets the answers drawn
             // for it.
             if (!walkAwaited) {
@@ -151,6 +154,20 @@ void DrawSteps(Draw& draw, Scenario& scenario) {
             Step library;
             library.type = Step::Library;
             library.answers = DrawAnswers(draw, scenario.apps);
+            if (restart) {
+                // What the stopped run never got answered, the new run does.
+                for (auto& [id, answer] : library.answers) {
+                    if (last[id].mode == Answer::Silent && answer.mode == Answer::Silent) {
+                        answer.mode = Answer::Delayed;
+                    }
+                }
+            }
+            restartNext = i + 1 < launches && !scenario.apps.empty() && draw.Chance(0.3);
+            if (restartNext) {
+                library.answers[scenario.apps[draw.Between(0, static_cast<int>(scenario.apps.size()) - 1)].id]
+                    .mode = Answer::Silent;
+            }
+            last = library.answers;
             scenario.steps.push_back(library);
         }
         scenario.steps.push_back(LaunchOf(draw, kind, CookieOf(draw, scenario.seed, i)));
@@ -158,7 +175,8 @@ void DrawSteps(Draw& draw, Scenario& scenario) {
         if (UsesResetTask(kind)) {
             walkAwaited = false;
         }
-        int wait = draw.Between(0, 99);
+        int wait = restartNext ? 0 : draw.Between(0, 99);
+        restart = restartNext;
         if (wait < 35 && UsesResetTask(kind)) {
             scenario.steps.push_back({Step::WaitRequests, kind, {}, "", launch, {}});
             walkAwaited = true;
@@ -172,8 +190,14 @@ void DrawSteps(Draw& draw, Scenario& scenario) {
     }
     // Mostly every run is given the time to end first; sometimes "end" comes while runs still wait.
     if (draw.Chance(0.7)) {
-        for (size_t s = 0; s < scenario.steps.size(); ++s) {
-            if (scenario.steps[s].type == Step::Launch && scenario.steps[s].kind != Kind::Junk) {
+        std::vector<bool> awaited(scenario.steps.size(), false);
+        for (const Step& step : scenario.steps) {
+            if (step.type == Step::WaitResult) {
+                awaited[step.of] = true;
+            }
+        }
+        for (size_t s = 0; s < awaited.size(); ++s) {
+            if (scenario.steps[s].type == Step::Launch && scenario.steps[s].kind != Kind::Junk && !awaited[s]) {
                 scenario.steps.push_back({Step::WaitResult, scenario.steps[s].kind, {}, "", s, {}});
             }
         }
