@@ -197,7 +197,8 @@ void DrawSteps(Draw& draw, Scenario& scenario) {
             }
         }
         for (size_t s = 0; s < awaited.size(); ++s) {
-            if (scenario.steps[s].type == Step::Launch && scenario.steps[s].kind != Kind::Junk && !awaited[s]) {
+            if (scenario.steps[s].type == Step::Launch && scenario.steps[s].kind != Kind::Junk &&
+                !awaited[s]) {
                 scenario.steps.push_back({Step::WaitResult, scenario.steps[s].kind, {}, "", s, {}});
             }
         }
