@@ -7,7 +7,7 @@ export ASAN_OPTIONS ?= detect_leaks=1:abort_on_error=1:strict_string_checks=1
 export UBSAN_OPTIONS ?= print_stacktrace=1:halt_on_error=1
 export TSAN_OPTIONS ?= halt_on_error=1 second_deadlock_stack=1 suppressions=$(CURDIR)/tests/support/tsan.supp
 
-.PHONY: deps build test test-asan test-tsan fuzz bench demo install package format clean mutants
+.PHONY: deps build test test-asan test-tsan fuzz bench demo install package format clean mutants explore
 
 # Where `make install` puts the kit: PREFIX/bin, PREFIX/lib/tak-reset, PREFIX/share/doc/tak-reset.
 PREFIX ?= /usr/local
@@ -32,6 +32,12 @@ test-tsan: deps
 	@cmake --preset tsan >/dev/null
 	@cmake --build --preset tsan
 	@ctest --preset tsan
+
+# The scenario explorer on random seeds: `make explore SEEDS=N [START=S]` runs N seeds from S (random when
+# unset), `make explore SEED=S` replays one. It ends with "N scenarios, K invariant failures".
+explore: build
+	@EXPLORE_SEEDS=$(SEED) EXPLORE_COUNT=$(or $(SEEDS),20) EXPLORE_START=$(START) \
+	  build/tests/test_explore --gtest_brief=1
 
 # Each libFuzzer target for FUZZ_SECONDS (default 30) in its own clang build (build-fuzz/).
 fuzz: deps

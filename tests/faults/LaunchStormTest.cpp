@@ -13,6 +13,7 @@
 #include <thread>
 
 #include "FaultFixture.h"
+#include "PlatformLog.h"
 
 using namespace fault_test;
 
@@ -53,25 +54,24 @@ struct LogReading {
 };
 
 LogReading ReadLog(const std::string& log) {
-    static const std::regex line(R"(\((\s*\d+):\s*(\d+)\): )");
     static const std::regex dropped(R"(exiting with (\d+) launch request\(s\) not handled)");
     LogReading reading;
     std::map<pid_t, size_t> lastOf;  // each instance's latest request in reading.handled
-    std::istringstream lines(log);
-    for (std::string text; std::getline(lines, text);) {
-        std::smatch ids;
-        if (!std::regex_search(text, ids, line) || std::stoi(ids[1]) != std::stoi(ids[2])) {
+    for (const orvix::test::LogLine& line : orvix::test::PlatformLogLines(log)) {
+        if (line.pid != line.tid) {
             continue;  // only the main thread handles requests
         }
-        pid_t pid = std::stoi(ids[1]);
+        const std::string& text = line.text;
+        pid_t pid = line.pid;
         Instance& instance = reading.instances[pid];
         std::smatch count;
-        if (size_t at = text.find("has key[reset] value["); at != std::string::npos) {
-            instance.handled.push_back({pid, text.substr(at + 21, text.find(']', at + 21) - at - 21), -1});
+        std::string value;
+        if (orvix::test::RequestValue(line, "reset", value)) {
+            instance.handled.push_back({pid, value, -1});
             lastOf[pid] = reading.handled.size();
             reading.handled.push_back(instance.handled.back());
-        } else if (size_t at = text.find("has key[userdata] value["); at != std::string::npos) {
-            instance.handled.back().cookie = std::stoi(text.substr(at + 24));
+        } else if (orvix::test::RequestValue(line, "userdata", value)) {
+            instance.handled.back().cookie = std::stoi(value);
             reading.handled[lastOf[pid]].cookie = instance.handled.back().cookie;
         } else if (text.find("process already exited, do not handle the new event") != std::string::npos) {
             ++instance.turnedAway;

@@ -55,21 +55,26 @@ protected:
         return result;
     }
 
+    // Installs one app record through the stand-in daemon (`index` numbers its package); true when the
+    // daemon took it.
+    bool AddApp(const TestApp& wanted, int index) const {
+        _APPINFO_T app;
+        app.id = wanted.id;
+        app.app_index = index;
+        app.title = "App " + wanted.id;
+        app.pkgname = "org.test." + std::to_string(app.app_index);
+        app.app_type = wanted.type;
+        app.reserved_tinyint_1 = wanted.disableReset ? 1 : 0;
+        app.reserved_tinyint_2 = wanted.front ? 1 : 0;
+        app.install_state = 3;
+        std::string json = CAppDBInfo::m_MakeAppInfoJson(app);
+        return InnerServer("set_app_info", g_variant_new("(isi)", 2, json.c_str(), 0)) == 1;
+    }
+
     void AddApps(const std::vector<TestApp>& apps) const {
         int index = 1;
         for (const TestApp& wanted : apps) {
-            _APPINFO_T app;
-            app.id = wanted.id;
-            app.app_index = index++;
-            app.title = "App " + wanted.id;
-            app.pkgname = "org.test." + std::to_string(app.app_index);
-            app.app_type = wanted.type;
-            app.reserved_tinyint_1 = wanted.disableReset ? 1 : 0;
-            app.reserved_tinyint_2 = wanted.front ? 1 : 0;
-            app.install_state = 3;
-            std::string json = CAppDBInfo::m_MakeAppInfoJson(app);
-            ASSERT_EQ(InnerServer("set_app_info", g_variant_new("(isi)", 2, json.c_str(), 0)), 1)
-                << wanted.id;
+            ASSERT_TRUE(AddApp(wanted, index++)) << wanted.id;
         }
     }
 

@@ -1,0 +1,390 @@
+#include "Scenario.h"
+
+#include <random>
+#include <sstream>
+
+namespace explore {
+
+namespace {
+
+// Ids that break naive SQL, list texts and buffers.
+const char* const kOddIds[] = {"o'quote", "x' OR '1'='1", "semi;colon", "com,ma", "dq\"uote", "co:lon"};
+
+class Draw {
+public:
+    explicit Draw(uint32_t seed) : m_engine(seed) {}
+    int Between(int low, int high) { return std::uniform_int_distribution<int>(low, high)(m_engine); }
+    bool Chance(double p) { return std::bernoulli_distribution(p)(m_engine); }
+    template <typename T, size_t N>
+    const T& Pick(const T (&items)[N]) {
+        return items[Between(0, static_cast<int>(N) - 1)];
+    }
+
+private:
+    std::mt19937 m_engine;
+};
+
+std::vector<App> DrawApps(Draw& draw) {
+    std::vector<App> apps;
+    bool odd = draw.Chance(0.25);
+    int count = draw.Between(0, 6);
+    for (int i = 1; i <= count; ++i) {
+        App app;
+        app.id = "app." + std::to_string(i);
+        if (odd && draw.Chance(0.5)) {
+            app.id = draw.Chance(0.2) ? std::string(4096, static_cast<char>('a' + i)) : draw.Pick(kOddIds);
+        }
+        for (const App& other : apps) {
+            if (other.id == app.id) {
+                app.id += "." + std::to_string(i);
+            }
+        }
+        app.disableReset = draw.Chance(0.1);
+        app.type = draw.Chance(0.08) ? 4 : 1;
+        apps.push_back(app);
+    }
+    return apps;
+}
+
+Answers DrawAnswers(Draw& draw, const std::vector<App>& apps) {
+    Answers answers;
+    for (const App& app : apps) {
+        Answer answer;
+        int roll = draw.Between(0, 99);
+        answer.mode = roll < 30   ? Answer::Prompt
+                      : roll < 55 ? Answer::Delayed
+                      : roll < 65 ? Answer::Silent
+                      : roll < 74 ? Answer::Twice
+                      : roll < 86 ? Answer::Fail
+                      : roll < 93 ? Answer::AlsoFor
+                                  : Answer::DuringWalk;
+        answer.delayMs = answer.mode == Answer::Prompt ? draw.Between(0, 30) : draw.Between(50, 300);
+        answer.progress = draw.Chance(0.2);
+        answer.fails = answer.mode == Answer::Fail || (answer.mode != Answer::Silent && draw.Chance(0.1));
+        answers[app.id] = answer;
+    }
+    return answers;
+}
+
+Kind DrawKind(Draw& draw) {
+    int roll = draw.Between(0, 99);
+    return roll < 30   ? Kind::App
+           : roll < 45 ? Kind::Service
+           : roll < 60 ? Kind::Corvane
+           : roll < 70 ? Kind::BuiltInApp
+           : roll < 80 ? Kind::BuiltInService
+                       : Kind::Junk;
+}
+
+bool UsesResetTask(Kind kind) {
+    return kind == Kind::App || kind == Kind::Service || kind == Kind::Corvane;
+}
+
+// A request that is no reset: an unknown or mis-spelt value, no value, odd keys.
+std::vector<std::string> JunkExtras(Draw& draw, const std::string& cookie) {
+    const char* const values[] = {"reset=no_such_reset",  "reset=TAK_APP_RESET",
+                                  "reset=tak_app_reset ", "reset=",
+                                  "reset=endx",           "reset=corvane"};
+    std::vector<std::string> extras;
+    if (draw.Chance(0.8)) {
+        extras.push_back(draw.Pick(values));
+    }
+    extras.push_back("userdata=" + cookie);
+    if (draw.Chance(0.5)) {
+        extras.push_back("odd key=odd value");
+    }
+    if (extras.size() == 1 || draw.Chance(0.3)) {
+        extras.push_back("thread_id=not a number");
+    }
+    return extras;
+}
+
+Step LaunchOf(Draw& draw, Kind kind, const std::string& cookie) {
+    Step step;
+    step.type = Step::Launch;
+    step.kind = kind;
+    step.cookie = cookie;
+    if (kind == Kind::Junk) {
+        step.extras = JunkExtras(draw, cookie);
+        return step;
+    }
+    step.extras = {std::string("reset=") + KindName(kind), "userdata=" + cookie};
+    if (kind == Kind::BuiltInService || draw.Chance(0.3)) {
+        step.extras.push_back("obj=tv");
+        step.extras.push_back("method=m");
+    }
+    if (draw.Chance(0.2)) {
+        step.extras.push_back("reset_reason=explore " + cookie);
+    }
+    return step;
+}
+
+// Distinct cookies, some of them at the edges of a 64-bit integer.
+std::string CookieOf(Draw& draw, uint32_t seed, int index) {
+    if (draw.Chance(0.1)) {
+        return index % 2 == 0 ? std::to_string(-1000 - index) : std::to_string(9223372036854775807LL - index);
+    }
+    return std::to_string(static_cast<long long>(seed % 100000) * 100 + index + 1);
+}
+
+void DrawSteps(Draw& draw, Scenario& scenario) {
+    int launches = draw.Between(1, 4);
+    Kind previous = Kind::Junk;
+    bool walkAwaited = true;  // the last launch of the reset task has made its requests
+    bool restart = false;     // this launch restarts the previous one while an app of it never answers
+    Answers last;
+    for (int i = 0; i < launches; ++i) {
+        Kind kind = restart || (i > 0 && draw.Chance(0.35)) ? previous : DrawKind(draw);
+        bool restartNext = false;
+        if (UsesResetTask(kind) && (restart || i == 0 || draw.Chance(0.5))) {
+            // New answers only once the earlier run has asked, so that each run meets the answers drawn
+            // for it.
+            if (!walkAwaited) {
+                Step wait;
+                wait.type = Step::WaitRequests;
+                wait.of = scenario.steps.size() - 1;
+                for (size_t s = scenario.steps.size(); s-- > 0;) {
+                    if (scenario.steps[s].type == Step::Launch && UsesResetTask(scenario.steps[s].kind)) {
+                        wait.of = s;
+                        break;
+                    }
+                }
+                scenario.steps.push_back(wait);
+            }
+            Step library;
+            library.type = Step::Library;
+            library.answers = DrawAnswers(draw, scenario.apps);
+            if (restart) {
+                // What the stopped run never got answered, the new run does.
+                for (auto& [id, answer] : library.answers) {
+                    if (last[id].mode == Answer::Silent && answer.mode == Answer::Silent) {
+                        answer.mode = Answer::Delayed;
+                    }
+                }
+            }
+            restartNext = i + 1 < launches && !scenario.apps.empty() && draw.Chance(0.3);
+            if (restartNext) {
+                library.answers[scenario.apps[draw.Between(0, static_cast<int>(scenario.apps.size()) - 1)].id]
+                    .mode = Answer::Silent;
+            }
+            last = library.answers;
+            scenario.steps.push_back(library);
+        }
+        scenario.steps.push_back(LaunchOf(draw, kind, CookieOf(draw, scenario.seed, i)));
+        size_t launch = scenario.steps.size() - 1;
+        if (UsesResetTask(kind)) {
+            walkAwaited = false;
+        }
+        int wait = restartNext ? 0 : draw.Between(0, 99);
+        restart = restartNext;
+        if (wait < 35 && UsesResetTask(kind)) {
+            scenario.steps.push_back({Step::WaitRequests, kind, {}, "", launch, {}});
+            walkAwaited = true;
+        } else if (wait < 55 && kind != Kind::Junk) {
+            scenario.steps.push_back({Step::WaitResult, kind, {}, "", launch, {}});
+        }
+        if (draw.Chance(0.1)) {
+            scenario.steps.push_back({Step::RestartDaemon, kind, {}, "", 0, {}});
+        }
+        previous = kind;
+    }
+    // Mostly every run is given the time to end first; sometimes "end" comes while runs still wait.
+    if (draw.Chance(0.7)) {
+        std::vector<bool> awaited(scenario.steps.size(), false);
+        for (const Step& step : scenario.steps) {
+            if (step.type == Step::WaitResult) {
+                awaited[step.of] = true;
+            }
+        }
+        for (size_t s = 0; s < awaited.size(); ++s) {
+            if (scenario.steps[s].type == Step::Launch && scenario.steps[s].kind != Kind::Junk &&
+                !awaited[s]) {
+                scenario.steps.push_back({Step::WaitResult, scenario.steps[s].kind, {}, "", s, {}});
+            }
+        }
+    }
+    scenario.steps.push_back({Step::End, Kind::End, {"reset=end"}, "", 0, {}});
+    if (draw.Chance(0.3)) {
+        Kind kind = DrawKind(draw);
+        Step after = LaunchOf(draw, kind == Kind::Junk ? Kind::App : kind, CookieOf(draw, scenario.seed, 90));
+        after.type = Step::AfterEnd;
+        scenario.steps.push_back(after);
+    }
+}
+
+const char* ModeName(Answer::Mode mode) {
+    switch (mode) {
+        case Answer::Prompt:
+            return "answers at once";
+        case Answer::Delayed:
+            return "answers late";
+        case Answer::Silent:
+            return "never answers";
+        case Answer::Twice:
+            return "answers twice";
+        case Answer::Fail:
+            return "fails";
+        case Answer::AlsoFor:
+            return "answers, then once more for an id never requested";
+        case Answer::DuringWalk:
+            return "answers while the requests are still being sent";
+    }
+    return "?";
+}
+
+std::string Shown(const std::string& id) {
+    return id.size() > 40 ? id.substr(0, 8) + "...(" + std::to_string(id.size()) + " bytes)" : id;
+}
+
+}  // namespace
+
+const char* KindName(Kind kind) {
+    switch (kind) {
+        case Kind::App:
+            return "tak_app_reset";
+        case Kind::Service:
+            return "tak_service_reset";
+        case Kind::Corvane:
+            return "corvane_reset";
+        case Kind::BuiltInApp:
+            return "biu_app_reset";
+        case Kind::BuiltInService:
+            return "biu_service_reset";
+        case Kind::End:
+            return "end";
+        case Kind::Junk:
+            return "junk";
+    }
+    return "";
+}
+
+const char* ResultName(Kind kind) {
+    switch (kind) {
+        case Kind::App:
+            return "tak_app_reset_result";
+        case Kind::Service:
+            return "tak_service_reset_result";
+        case Kind::Corvane:
+            return "corvane_reset_result";
+        case Kind::BuiltInApp:
+            return "biu_app_reset_result";
+        case Kind::BuiltInService:
+            return "biu_service_reset_result";
+        default:
+            return "";
+    }
+}
+
+Scenario Generate(uint32_t seed) {
+    Draw draw(seed);
+    Scenario scenario;
+    scenario.seed = seed;
+    scenario.android = draw.Chance(0.3);
+    scenario.binderDelayMs = draw.Between(0, 300);
+    scenario.deadlineSec = draw.Chance(0.35) ? draw.Between(1, 2) : 0;
+    scenario.threads = draw.Chance(0.25) ? draw.Between(2, 3) : 1;
+    scenario.requestDelayMs = scenario.deadlineSec > 0 && draw.Chance(0.5) ? draw.Between(100, 400) : 0;
+    scenario.builtIns = draw.Between(0, 3);
+    scenario.installSilent = scenario.builtIns > 0 && draw.Chance(0.2);
+    scenario.historyFifo = draw.Chance(0.05);
+    scenario.apps = DrawApps(draw);
+    DrawSteps(draw, scenario);
+    return scenario;
+}
+
+Json::Value Scenario::Behaviour(const Answers& answers) const {
+    Json::Value behaviour(Json::objectValue);
+    behaviour["binder"]["delay_ms"] = binderDelayMs;
+    if (requestDelayMs > 0) {
+        behaviour["delay_ms"]["UninstallAppAPI"] = requestDelayMs;
+    }
+    Json::Value& uninstall = behaviour["uninstall"];
+    uninstall["threads"] = threads;
+    uninstall["apps"] = Json::Value(Json::objectValue);
+    int ghost = 0;
+    for (const auto& [id, answer] : answers) {
+        Json::Value& app = uninstall["apps"][id];
+        app["delay_ms"] = answer.delayMs;
+        app["fail"] = answer.fails;
+        app["silent"] = answer.mode == Answer::Silent;
+        app["twice"] = answer.mode == Answer::Twice;
+        app["during_walk"] = answer.mode == Answer::DuringWalk;
+        if (answer.mode == Answer::AlsoFor) {
+            app["also_for"] = "ghost." + std::to_string(++ghost);
+        }
+        if (answer.progress) {
+            app["states"].append(120);
+            app["states"].append(121);
+        }
+    }
+    Json::Value& install = behaviour["builtin"]["install"];
+    install["delay_ms"] = 20;
+    if (installSilent) {
+        install["apps"]["builtin001"]["silent"] = true;
+    }
+    return behaviour;
+}
+
+std::string Scenario::Describe() const {
+    std::ostringstream out;
+    out << "seed " << seed << ": "
+        << (android ? "a board with Android apps (binder after " : "a board without ")
+        << (android ? std::to_string(binderDelayMs) + " ms)" : "Android apps") << ", "
+        << (deadlineSec > 0 ? "deadline " + std::to_string(deadlineSec) + " s" : "no deadline") << ", "
+        << threads << " library thread(s)";
+    if (requestDelayMs > 0) {
+        out << ", each uninstall request takes " << requestDelayMs << " ms";
+    }
+    out << ", " << builtIns << " built-in app(s)"
+        << (installSilent ? " (the first one's install never ends)" : "");
+    if (historyFifo) {
+        out << ", a FIFO at the history log path";
+    }
+    out << "\n  apps:";
+    for (const App& app : apps) {
+        out << " [" << Shown(app.id) << (app.disableReset ? ", disable reset" : "")
+            << (app.type == 4 ? ", default/native" : "") << "]";
+    }
+    if (apps.empty()) {
+        out << " none";
+    }
+    int n = 0;
+    for (const Step& step : steps) {
+        out << "\n  " << ++n << ". ";
+        switch (step.type) {
+            case Step::Library:
+                out << "the library from now on:";
+                for (const auto& [id, answer] : step.answers) {
+                    out << " " << Shown(id) << " " << ModeName(answer.mode);
+                    if (answer.mode != Answer::Silent) {
+                        out << " after " << answer.delayMs << " ms" << (answer.fails ? " with failure" : "")
+                            << (answer.progress ? " (progress first)" : "");
+                    }
+                    out << ";";
+                }
+                break;
+            case Step::Launch:
+            case Step::AfterEnd:
+                out << (step.type == Step::AfterEnd ? "right after it, launch" : "launch");
+                for (const auto& extra : step.extras) {
+                    out << " '" << extra << "'";
+                }
+                break;
+            case Step::WaitRequests:
+                out << "wait until the uninstall requests of step " << step.of + 1 << " are out";
+                break;
+            case Step::WaitResult:
+                out << "wait until step " << step.of + 1 << " has reported";
+                break;
+            case Step::RestartDaemon:
+                out << "kill the stand-in daemon and start it again";
+                break;
+            case Step::End:
+                out << "launch 'reset=end'";
+                break;
+        }
+    }
+    return out.str();
+}
+
+}  // namespace explore
