@@ -4,6 +4,7 @@
 #include <app_launcher.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cstdint>
 #include <unordered_set>
 #include <utility>
@@ -37,6 +38,13 @@ std::unordered_set<const void*>& LiveTasks() {
     static auto* live = new std::unordered_set<const void*>();
     return *live;
 }
+
+// Uninstall callbacks that have come and wait for the singleton lock (the walk holds it for its whole
+// run). The deadline lets them in before it judges: an answer made in time must not lose to the timer
+// only because it had to wait for the walk to end.
+std::atomic<int> g_nAnswersWaiting{0};
+// How soon the deadline looks again while answers wait.
+const unsigned long long kAnswersFirstMs = 5;
 
 std::string AddressText(const void* address) {
     return std::to_string(reinterpret_cast<intptr_t>(address));
@@ -332,6 +340,11 @@ void CReset::m_ArmDeadline() {
 
 gboolean CReset::m_OnDeadline(gpointer self) {
     CReset* task = static_cast<CReset*>(self);
+    if (g_nAnswersWaiting.load() > 0) {
+        task->t_RemoveTimeout(task->m_pDeadline);
+        task->m_pDeadline = task->t_AddTimeout(kAnswersFirstMs, m_OnDeadline, task);
+        return G_SOURCE_REMOVE;
+    }
     std::lock_guard<std::mutex> lock(CTAKSingleton<CReset>::m_tSingletonLock);
     const std::vector<std::string> givenUp = task->m_AppsList.GiveUpDue(g_get_monotonic_time());
     for (const std::string& id : givenUp) {
@@ -375,7 +388,9 @@ bool CReset::m_SendUninstall(TAK_INSTALL_API pfUninstall, app_control_h request,
 
 void CReset::m_UninstallCB(std::string appId, TAK_EVENT_STATE_E state, int /*progress*/, int /*result*/,
                            std::string /*message*/, void* pvUserData) {
-    std::lock_guard<std::mutex> lock(CTAKSingleton<CReset>::m_tSingletonLock);
+    ++g_nAnswersWaiting;
+    std::unique_lock<std::mutex> lock(CTAKSingleton<CReset>::m_tSingletonLock);
+    --g_nAnswersWaiting;
     if (pvUserData == nullptr) {
         TAK_LOGE("NULL == pvUserData");
         return;
