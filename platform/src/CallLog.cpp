@@ -1,6 +1,5 @@
 // One append-only JSON-lines file for every call the kit's stand-ins receive.
 #include <fcntl.h>
-#include <sys/stat.h>
 #include <sys/time.h>
 #include <unistd.h>
 
@@ -12,6 +11,7 @@
 
 #include "orvix_calls.h"
 #include "orvix_host.h"
+#include "orvix_regular_file.h"
 
 namespace orvix::host {
 
@@ -77,14 +77,7 @@ Json::Value ContainerToJson(GVariant* value) {
 // The record is written from inside the reset process (the substitute library): its open must not wait
 // (a FIFO in its place), and only a regular file is written to. -1 with errno otherwise.
 int OpenRecord(const std::string& path) {
-    int fd = open(path.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC | O_NONBLOCK | O_NOCTTY, 0644);
-    struct stat st {};
-    if (fd >= 0 && (fstat(fd, &st) != 0 || !S_ISREG(st.st_mode) || fcntl(fd, F_SETFL, O_APPEND) != 0)) {
-        close(fd);
-        errno = ENXIO;
-        return -1;
-    }
-    return fd;
+    return OpenRegular(path, O_WRONLY | O_CREAT | O_APPEND, 0644);
 }
 
 }  // namespace

@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <atomic>
+#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -13,6 +14,7 @@
 #include <mutex>
 
 #include "dlog.h"
+#include "orvix_regular_file.h"
 
 namespace {
 
@@ -22,14 +24,29 @@ int g_minLevel = DLOG_DEBUG;
 
 int LevelFromText(const char* text) {
     switch (text[0]) {
-        case 'V': case 'v': return DLOG_VERBOSE;
-        case 'D': case 'd': return DLOG_DEBUG;
-        case 'I': case 'i': return DLOG_INFO;
-        case 'W': case 'w': return DLOG_WARN;
-        case 'E': case 'e': return DLOG_ERROR;
-        case 'F': case 'f': return DLOG_FATAL;
-        case 'S': case 's': return DLOG_SILENT;
-        default: return DLOG_DEBUG;
+        case 'V':
+        case 'v':
+            return DLOG_VERBOSE;
+        case 'D':
+        case 'd':
+            return DLOG_DEBUG;
+        case 'I':
+        case 'i':
+            return DLOG_INFO;
+        case 'W':
+        case 'w':
+            return DLOG_WARN;
+        case 'E':
+        case 'e':
+            return DLOG_ERROR;
+        case 'F':
+        case 'f':
+            return DLOG_FATAL;
+        case 'S':
+        case 's':
+            return DLOG_SILENT;
+        default:
+            return DLOG_DEBUG;
     }
 }
 
@@ -38,10 +55,16 @@ void Init() {
         g_minLevel = LevelFromText(level);
     }
     if (const char* file = getenv("ORVIX_LOG_FILE"); file != nullptr && *file != '\0') {
-        int fd = open(file, O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0644);
-        if (fd >= 0) {
-            g_fd = fd;
+        // The open must not wait: a FIFO nobody reads fails at once. A device or a pipe with a reader is
+        // taken, as that is what was asked for (/dev/null, /dev/stdout). On failure the lines go to
+        // standard error, after one that says why.
+        int fd = orvix::host::OpenNoWait(file, O_WRONLY | O_CREAT | O_APPEND, 0644);
+        if (fd < 0) {
+            fprintf(stderr, "cannot open the platform log %s: %s; logging to standard error\n", file,
+                    strerror(errno));
+            return;
         }
+        g_fd = fd;
     }
 }
 
@@ -64,7 +87,8 @@ extern "C" int dlog_vprint(log_priority prio, const char* tag, const char* fmt, 
     localtime_r(&tv.tv_sec, &tmv);
     int n = snprintf(line, sizeof(line), "%02d-%02d %02d:%02d:%02d.%03ld %c/%s(%5d:%5ld): ", tmv.tm_mon + 1,
                      tmv.tm_mday, tmv.tm_hour, tmv.tm_min, tmv.tm_sec, static_cast<long>(tv.tv_usec / 1000),
-                     LevelLetter(prio), tag != nullptr ? tag : "", getpid(), static_cast<long>(syscall(SYS_gettid)));
+                     LevelLetter(prio), tag != nullptr ? tag : "", getpid(),
+                     static_cast<long>(syscall(SYS_gettid)));
     if (n < 0) {
         return -1;
     }

@@ -3,12 +3,15 @@
 #include <glib.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 
+#include "dlog.h"
 #include "orvix_host.h"
 #include "orvix_process.h"
+#include "orvix_regular_file.h"
 
 namespace orvix::host {
 
@@ -17,18 +20,16 @@ namespace {
 // Field 3 (state) and field 22 (start time) of /proc/PID/stat. The command name (field 2) may hold blanks
 // and parentheses, so parsing starts after its last ')'.
 bool ReadStat(pid_t pid, char& state, unsigned long long& startTime) {
-    std::string path = "/proc/" + std::to_string(pid) + "/stat";
-    gchar* text = nullptr;
-    if (!g_file_get_contents(path.c_str(), &text, nullptr, nullptr)) {
+    std::string text;
+    if (!ReadRegular("/proc/" + std::to_string(pid) + "/stat", text)) {
         return false;
     }
-    const char* close = strrchr(text, ')');
+    const char* close = strrchr(text.c_str(), ')');
     // After the name: state, then fields 4 to 21 skipped, then the start time.
     bool ok =
         close != nullptr &&
         sscanf(close + 1, " %c %*s %*s %*s %*s %*s %*s %*s %*s %*s %*s %*s %*s %*s %*s %*s %*s %*s %*s %llu",
                &state, &startTime) == 2;
-    g_free(text);
     return ok;
 }
 
@@ -68,14 +69,16 @@ bool WritePidFile(const std::string& path, const ProcessId& process) {
 }
 
 bool ReadPidFile(const std::string& path, ProcessId& process) {
-    gchar* text = nullptr;
-    if (!g_file_get_contents(path.c_str(), &text, nullptr, nullptr)) {
+    std::string text;
+    if (!ReadRegular(path, text)) {
+        if (IsNotRegularError(errno)) {
+            dlog_print(DLOG_ERROR, "ORVIX", "pid file %s is not a regular file, not read", path.c_str());
+        }
         return false;
     }
     long long pid = 0;
     unsigned long long startTime = 0;
-    bool ok = sscanf(text, "%lld %llu", &pid, &startTime) == 2 && pid > 0;
-    g_free(text);
+    bool ok = sscanf(text.c_str(), "%lld %llu", &pid, &startTime) == 2 && pid > 0;
     if (ok) {
         process = ProcessId{static_cast<pid_t>(pid), startTime};
     }

@@ -19,6 +19,7 @@
 #include "dlog.h"
 #include "orvix_calls.h"
 #include "orvix_host.h"
+#include "orvix_regular_file.h"
 
 namespace {
 
@@ -48,7 +49,7 @@ bool AppendToLog(const std::string& line) {
     if (!orvix::host::MakeDirs(dir)) {
         return false;
     }
-    int fd = open((dir + "/kpi.log").c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0644);
+    int fd = orvix::host::OpenRegular(dir + "/kpi.log", O_WRONLY | O_APPEND | O_CREAT, 0644);
     if (fd < 0) {
         return false;
     }

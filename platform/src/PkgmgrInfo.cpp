@@ -32,6 +32,7 @@
 #include "orvix_file_stamp.h"
 #include "orvix_host.h"
 #include "orvix_pkgmgr.h"
+#include "orvix_regular_file.h"
 #include "pkgmgr-info.h"
 
 namespace {
@@ -207,18 +208,17 @@ std::shared_ptr<const Store> LoadStore(const FileStamp& stamp) {
     if (stamp.statError == ENOENT) {
         return store;
     }
-    g_autofree gchar* text = nullptr;
-    gsize length = 0;
-    g_autoptr(GError) error = nullptr;
+    std::string text;
     ++g_loads;
-    if (!g_file_get_contents(stamp.path.c_str(), &text, &length, &error)) {
-        if (!g_error_matches(error, G_FILE_ERROR, G_FILE_ERROR_NOENT)) {
-            dlog_print(DLOG_ERROR, kTag, "package records cannot be read, no packages: %s", error->message);
+    if (!orvix::host::ReadRegular(stamp.path, text)) {
+        if (errno != ENOENT) {
+            dlog_print(DLOG_ERROR, kTag, "package records cannot be read, no packages: %s: %s",
+                       stamp.path.c_str(), strerror(errno));
         }
         return store;
     }
     std::string problem;
-    if (!ParseStore(text, length, *store, problem)) {
+    if (!ParseStore(text.data(), text.size(), *store, problem)) {
         dlog_print(DLOG_ERROR, kTag, "package records %s are not a package list, no packages: %s",
                    stamp.path.c_str(), problem.c_str());
         return std::make_shared<Store>();

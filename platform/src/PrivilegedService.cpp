@@ -24,6 +24,7 @@
 
 #include "dlog.h"
 #include "orvix_host.h"
+#include "orvix_regular_file.h"
 #include "privileged_service.h"
 
 namespace {
@@ -107,16 +108,14 @@ struct LoopDevice {
 // "major:minor" of a loop device, as the kernel publishes it.
 bool LoopDeviceNumber(int number, dev_t& device) {
     std::string path = "/sys/block/loop" + std::to_string(number) + "/dev";
-    FILE* file = fopen(path.c_str(), "re");
-    if (file == nullptr) {
-        return false;
-    }
+    std::string text;
     unsigned int major = 0;
     unsigned int minor = 0;
-    bool read = fscanf(file, "%u:%u", &major, &minor) == 2;
-    fclose(file);
+    if (!orvix::host::ReadRegular(path, text) || sscanf(text.c_str(), "%u:%u", &major, &minor) != 2) {
+        return false;
+    }
     device = makedev(major, minor);
-    return read;
+    return true;
 }
 
 bool IsNodeOf(const std::string& node, dev_t device) {
@@ -174,7 +173,7 @@ int Configure(LoopDevice& loop, int backing, const std::string& source) {
     if (made != 0) {
         return made;
     }
-    loop.fd = open(loop.node.c_str(), O_RDWR | O_CLOEXEC);
+    loop.fd = orvix::host::OpenNoWait(loop.node, O_RDWR);  // a device by design; only its open must not wait
     if (loop.fd < 0) {
         int error = errno;
         ForgetNode(loop);
@@ -198,7 +197,7 @@ int Configure(LoopDevice& loop, int backing, const std::string& source) {
 }
 
 int Attach(int backing, const std::string& source, LoopDevice& loop) {
-    int control = open(kLoopControl, O_RDWR | O_CLOEXEC);
+    int control = orvix::host::OpenNoWait(kLoopControl, O_RDWR);
     if (control < 0) {
         return Fail(errno, "cannot open %s: %s", kLoopControl, strerror(errno));
     }
@@ -220,16 +219,14 @@ int Attach(int backing, const std::string& source, LoopDevice& loop) {
 }
 
 int OpenImage(const std::string& source) {
-    int fd = open(source.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW);
-    if (fd < 0) {
-        return Fail(errno, "cannot open the image %s: %s", source.c_str(), strerror(errno));
+    int fd = orvix::host::OpenRegular(source, O_RDONLY | O_NOFOLLOW);
+    if (fd >= 0) {
+        return fd;
     }
-    struct stat st {};
-    if (fstat(fd, &st) != 0 || !S_ISREG(st.st_mode)) {
-        close(fd);
+    if (orvix::host::IsNotRegularError(errno)) {
         return Fail(EINVAL, "%s is not an image file", source.c_str());
     }
-    return fd;
+    return Fail(errno, "cannot open the image %s: %s", source.c_str(), strerror(errno));
 }
 
 }  // namespace

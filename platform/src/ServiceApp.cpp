@@ -23,6 +23,7 @@
 #include "orvix_host.h"
 #include "orvix_launch.h"
 #include "orvix_process.h"
+#include "orvix_regular_file.h"
 #include "service_app.h"
 
 namespace {
@@ -120,8 +121,10 @@ void SignalLauncher() {
 
 // The lock on the pid file makes one instance per app and root. A lock on a file that its owner
 // unlinked meanwhile is worthless, hence the inode check.
-int TryLockInstance(const std::string& pidPath) {
-    int fd = open(pidPath.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0644);
+// `refused`: the pid file is not a regular file (a FIFO, a device), so no instance can ever hold it.
+int TryLockInstance(const std::string& pidPath, bool& refused) {
+    int fd = orvix::host::OpenRegular(pidPath, O_RDWR | O_CREAT, 0644);
+    refused = fd < 0 && orvix::host::IsNotRegularError(errno);
     if (fd < 0) {
         return -1;
     }
@@ -148,10 +151,16 @@ Role BecomeInstanceOrForward(const LaunchExtras& first) {
     gint64 deadline = g_get_monotonic_time() + kForwardDeadlineUs;
     std::string error;
     while (g_get_monotonic_time() < deadline) {
-        g_session.lockFd = TryLockInstance(pidPath);
+        bool refused = false;
+        g_session.lockFd = TryLockInstance(pidPath, refused);
         if (g_session.lockFd >= 0) {
             orvix::host::WritePidFileTo(g_session.lockFd, orvix::host::Identify(getpid()));
             return Role::Primary;
+        }
+        if (refused) {
+            dlog_print(DLOG_ERROR, kTag, "pid file %s is not a regular file: %s", pidPath.c_str(),
+                       strerror(errno));
+            return Role::Failed;
         }
         auto delivery = orvix::host::DeliverLaunchRequest(g_session.app, first, kForwardIoTimeoutMs, &error);
         if (delivery == orvix::host::LaunchDelivery::Delivered) {

@@ -31,6 +31,7 @@
 
 #include "dlog.h"
 #include "orvix_host.h"
+#include "orvix_regular_file.h"
 #include "vconf.h"
 
 struct _keynode_t {
@@ -187,14 +188,18 @@ bool ParseValue(const std::string& valueText, _keynode_t& node) {
     }
 }
 
+// A key file that is a FIFO or a device is refused with one line, without waiting in open(). A missing
+// key, or a directory (the parent of other keys), is simply not set.
 bool ReadAll(const std::string& path, std::string& content) {
-    int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW);
+    int fd = orvix::host::OpenRegular(path, O_RDONLY | O_NOFOLLOW);
     if (fd < 0) {
+        if (errno == ENXIO) {
+            dlog_print(DLOG_ERROR, kLogTag, "key file %s is not a regular file, not read", path.c_str());
+        }
         return false;
     }
     struct stat st {};
-    if (fstat(fd, &st) != 0 || !S_ISREG(st.st_mode) ||
-        static_cast<size_t>(st.st_size) > kMaxValueBytes + 64) {
+    if (fstat(fd, &st) != 0 || static_cast<size_t>(st.st_size) > kMaxValueBytes + 64) {
         close(fd);
         return false;
     }
