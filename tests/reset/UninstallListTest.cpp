@@ -150,6 +150,10 @@ INSTANTIATE_TEST_SUITE_P(
                    "assign a b c\nsent a 100\nsent b 200\nsent c 300\nwalk\nnext 100\ndue 99\n"
                    "due 150 a\nanswer a late\nanswer a late\nanswer b counts\nnext 300\ndue 400 c\n"
                    "next none\nanswer c late\nassign a\nsent a 1000\nwalk\nanswer a counts\nanswer a late\n"},
+        // A new run starts with its own due times only, even where the last one ended without a stop.
+        ScriptCase{"ANewRunForgetsTheLastRunsDueTimes",
+                   "assign a\nsent a 100\nwalk\nanswer a counts\nassign a\nsent a 1000\nwalk\nnext 1000\n"
+                   "due 500\nanswer a counts\n"},
         ScriptCase{"AnsweredBeforeItsDueTime",
                    "assign a\nsent a 100\nwalk\nanswer a counts\nnext none\n"
                    "due 200\nanswer a unknown\n"},
