@@ -13,6 +13,7 @@
 
 namespace {
 
+using orvix::test::Count;
 using orvix::test::ReadWholeFile;
 using orvix::test::RunProgram;
 using orvix::test::RunResult;
@@ -41,13 +42,6 @@ protected:
         return value;
     }
     std::string AppLog() const { return ReadWholeFile(LogPath(AppName())); }
-    static size_t Count(const std::string& text, const std::string& what) {
-        size_t count = 0;
-        for (size_t at = text.find(what); at != std::string::npos; at = text.find(what, at + 1)) {
-            ++count;
-        }
-        return count;
-    }
     bool ChannelExists() const { return access(orvix::host::LaunchSocketPath(AppName()).c_str(), F_OK) == 0; }
     pid_t RunningPid() const {
         orvix::host::ProcessId id;
