@@ -24,13 +24,7 @@ std::vector<Fields> FieldsOf(const std::vector<HOME_TEST_APP>& list) {
     return fields;
 }
 
-size_t Count(const std::string& text, const std::string& what) {
-    size_t count = 0;
-    for (size_t at = text.find(what); at != std::string::npos; at = text.find(what, at + 1)) {
-        ++count;
-    }
-    return count;
-}
+using orvix::test::Count;
 
 struct ListCase {
     const char* name;

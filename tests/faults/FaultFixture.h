@@ -124,14 +124,7 @@ protected:
 
     // Every directory a reset empties holds something again, as a TV in use would have it.
     static void FillEveryResetDirectory() {
-        std::vector<std::string> dirs = {
-            ServiceDir(2, "common"),     ServiceDir(2, "appupdate"), ServiceDir(27, "preinstallrecovery"),
-            ServiceDir(27, "clone"),     ServiceDir(27, "RM"),       ServiceDir(27, "appupdate/package"),
-            ServiceDir(27, "system_app")};
-        for (int variable = 66; variable <= 74; ++variable) {
-            dirs.push_back(orvix::host::PathVariable(variable));
-        }
-        for (const auto& dir : dirs) {
+        for (const auto& dir : ResetDirectories(true)) {
             Plant(dir + "/in_use.dat");
         }
         Plant(ServiceDir(27, "bnr_backup/bnr_backup.json"));

@@ -14,18 +14,7 @@ void WriteFile(const std::string& path, const std::string& content) {
 RunResult RunProgram(const std::string& program, const std::string& args) {
     std::list<std::string> parts = TAKString::SplitStringToList(args, "|");
     parts.push_front(program);
-    std::vector<char*> argv;
-    for (std::string& part : parts) {
-        argv.push_back(part.data());
-    }
-    argv.push_back(nullptr);
-    g_autofree gchar* out = nullptr;
-    g_autofree gchar* err = nullptr;
-    gint status = -1;  // stays so when the program cannot be started: reads as not exited normally
-    g_spawn_sync(nullptr, argv.data(), nullptr, G_SPAWN_DEFAULT, nullptr, nullptr, &out, &err, &status,
-                 nullptr);
-    return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, out != nullptr ? out : "",
-            err != nullptr ? err : ""};
+    return orvix::test::RunProgram(std::vector<std::string>(parts.begin(), parts.end()));
 }
 
 bool PumpUntil(const std::function<bool()>& done) {

@@ -13,6 +13,7 @@
 #include <thread>
 #include <vector>
 
+#include "HostFixture.h"
 #include "TAKDir.h"
 #include "TAKFile.h"
 #include "TAKString.h"
@@ -22,12 +23,8 @@
 inline std::string (&ReadFile)(const std::string&) = orvix::test::ReadWholeFile;
 void WriteFile(const std::string& path, const std::string& content);
 
-struct RunResult {
-    int exitCode;  // -1 when the child did not exit normally
-    std::string out, err;
-};
-// Runs a program with the test's environment (no shell) and waits for it. The arguments after the
-// program are one text, split at '|'.
+using orvix::test::RunResult;
+// orvix::test::RunProgram with the arguments after the program given as one text, split at '|'.
 RunResult RunProgram(const std::string& program, const std::string& args);
 
 // Iterates the default main context until `done` holds or 20 s have passed; true when done.

@@ -70,7 +70,7 @@ TEST_F(SettingsTest, KeysOutsideTheStoreAndBrokenKeyFilesFail) {
         EXPECT_NE(vconf_get_bool("db/foundation/bad", &number), VCONF_OK);
         EXPECT_EQ(vconf_get_str("db/foundation/bad"), nullptr);
     }
-    EXPECT_EQ(Tool("settings|get|db/foundation/bad").exitCode, 1);
+    EXPECT_EQ(Tool("settings|get|db/foundation/bad").status, 1);
 }
 
 // The adapter reads and writes each type; a failed get clears a text but leaves a number or a flag as it
@@ -132,8 +132,8 @@ TEST_F(SettingsTest, ChangesByAnotherProcessReachTheCallbacksOnTheMainContext) {
     ASSERT_EQ(vconf_notify_key_changed("memory/foundation/first", Changes::Callback, &ignored), VCONF_OK);
     ASSERT_EQ(vconf_ignore_key_changed("memory/foundation/first", Changes::Callback), VCONF_OK);
 
-    ASSERT_EQ(Tool("settings|set|memory/foundation/first|a").exitCode, 0);
-    ASSERT_EQ(Tool("settings|set|memory/tak/biu_updating_app|org.pkg.one").exitCode, 0);
+    ASSERT_EQ(Tool("settings|set|memory/foundation/first|a").status, 0);
+    ASSERT_EQ(Tool("settings|set|memory/tak/biu_updating_app|org.pkg.one").status, 0);
     ASSERT_TRUE(PumpUntil([&] { return !watched.seen.empty(); }));
     EXPECT_EQ(watched.seen, std::vector<std::string>{std::to_string(VCONF_TYPE_STRING) + " org.pkg.one"});
     EXPECT_EQ(watched.thread, std::this_thread::get_id());
@@ -142,7 +142,7 @@ TEST_F(SettingsTest, ChangesByAnotherProcessReachTheCallbacksOnTheMainContext) {
 }
 
 TEST_F(SettingsTest, ToolSetsAndGetsButRefusesBadInputWithOneLineAndChangesNothing) {
-    ASSERT_EQ(Tool("settings|set|-t|int|db/f/x|7").exitCode, 0);
+    ASSERT_EQ(Tool("settings|set|-t|int|db/f/x|7").status, 0);
     EXPECT_EQ(Tool("settings|get|db/f/x").out, "7\n");
     std::string before = ReadFile(Under("var/lib/vconf/db/f/x"));
     for (const char* args :
@@ -154,7 +154,7 @@ TEST_F(SettingsTest, ToolSetsAndGetsButRefusesBadInputWithOneLineAndChangesNothi
           "settings|frob|db/f/x", "bogus", "", "settings|set|other/key|1", "settings|get|db/f/missing"}) {
         RunResult result = Tool(args);
         SCOPED_TRACE(std::string(args) + ": " + result.err);
-        EXPECT_NE(result.exitCode, 0);
+        EXPECT_NE(result.status, 0);
         EXPECT_EQ(std::count(result.err.begin(), result.err.end(), '\n'), 1);
         EXPECT_EQ(ReadFile(Under("var/lib/vconf/db/f/x")), before);
     }

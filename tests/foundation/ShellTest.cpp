@@ -125,11 +125,11 @@ TEST_F(UtilityTest, RefusesEverythingOutsideTheRoot) {
     EXPECT_NE(ExitCode(ITAKUtility::SetSmack(outside_ + "/precious", "Evil")), 0);
 
     RunResult result = RunProgram(TAKUTILITY_TOOL, "-e|" + outside_ + "/precious");
-    EXPECT_NE(result.exitCode, 0);
+    EXPECT_NE(result.status, 0);
     EXPECT_NE(result.err.find("outside the host root"), std::string::npos);
     for (const std::string& args :
          std::vector<std::string>{"-e|relative/path", "-q|" + Under("data"), "-e"}) {
-        EXPECT_NE(RunProgram(TAKUTILITY_TOOL, args).exitCode, 0) << args;
+        EXPECT_NE(RunProgram(TAKUTILITY_TOOL, args).status, 0) << args;
     }
 }
 

@@ -9,32 +9,21 @@
 #include <iterator>
 #include <thread>
 
-#include "HostFixture.h"
+#include "../reset/ResetFixture.h"
 
 using orvix::host::JsonLine;
 using orvix::test::RunResult;
-using Lines = std::vector<std::string>;
+using reset_test::Lines;
 using namespace std::chrono_literals;
 
 const char kAndroidServiceReady[] = "memory/setting-sync/aot_svc_ready";
 
 namespace {
 
-class ResetProcess : public orvix::test::HostFixture {
+// The process with the seeded apps and built-in list of a default root.
+class ResetProcess : public reset_test::ResetFixture {
 protected:
     std::vector<std::string> InitArguments() const override { return {}; }
-
-    void LaunchOk(const std::vector<std::string>& extras) const {
-        RunResult launched = Launch(extras);
-        ASSERT_EQ(launched.status, 0) << launched.err;
-    }
-
-    // Asks the running process to end and waits until it has left.
-    void End() const {
-        LaunchOk({"reset=end"});
-        ASSERT_TRUE(WaitForAppExit()) << "tak-reset did not exit after reset=end";
-        ExpectNoSanitizerReport();
-    }
 
     // A sanitizer build of tak-reset writes its reports (leaks at exit among them) to its log.
     void ExpectNoSanitizerReport() const {
@@ -55,15 +44,6 @@ protected:
 
     void SetAndroidServiceReady(const char* value) const {
         ASSERT_EQ(Host({"settings", "set", "-t", "int", kAndroidServiceReady, value}).status, 0) << value;
-    }
-
-    // The arguments of one recorder's calls of a method, as JSON lines.
-    Lines ArgsOf(const std::string& who, const std::string& method) const {
-        Lines args;
-        for (const auto& call : CallsOf(who, method)) {
-            args.push_back(JsonLine(call["args"]));
-        }
-        return args;
     }
 
     Lines Boosts() const {
@@ -93,7 +73,7 @@ TEST_F(ResetProcess, EndWithNoTaskDestroysTheLibraryObjectsInOrderAndExitsZero) 
 // Neither reaches the dispatcher, whatever "reset" it carries.
 TEST_F(ResetProcess, MonitoringAndRecoveryRequestsOnlyReachTheLibrary) {
     StartClient("mon1");
-    LaunchOk({"monitor_event=monitor_install", "reset=biu_app_reset", "appkey=app.one", "caller_pid=77",
+    Start({"monitor_event=monitor_install", "reset=biu_app_reset", "appkey=app.one", "caller_pid=77",
               "method=on_progress", "obj=mon1", "thread_id=3", "event_index=4", "deprecated=1"});
     // The library's default monitoring reports four progress states to the manager client.
     ASSERT_TRUE(WaitForCall("managerclient.mon1", "tak_install_result", 20s, 4));
@@ -101,14 +81,14 @@ TEST_F(ResetProcess, MonitoringAndRecoveryRequestsOnlyReachTheLibrary) {
     args[2] = args[3] = args[4] = 0;  // state, progress and result of the library's first step
     EXPECT_EQ(JsonLine(args), R"([3,"app.one",0,0,0,4,"on_progress",1,""])");
     EXPECT_EQ(ArgsOf("libtak_common", "MonitorAppInstallStatusAPI"), Lines{R"(["app.one",77])"});
-    LaunchOk({"recovery_action=changed", "reset=biu_service_reset"});
+    Start({"recovery_action=changed", "reset=biu_service_reset"});
     ASSERT_TRUE(WaitForCall("libtak_common", "NotifyRecoveryActionChangedAPI"));
 
     // Cancelling ends the monitoring with state 160, which frees the record and reaches nobody.
-    LaunchOk(
+    Start(
         {"monitor_event=cancel_monitor_install", "appkey=app.one", "caller_pid=77", "reset=tak_app_reset"});
     ASSERT_TRUE(WaitForLog("app.one is cancelled"));
-    End();
+    EndProcess();
     EXPECT_EQ(CallsOf("managerclient.mon1").size(), 4u) << "a cancelled monitoring reported to the client";
     EXPECT_EQ(CallsOf("libtak_common", "CancelMonitorAppInstallStatusAPI").size(), 1u);
     for (const char* text : {"has key[reset] value[biu_app_reset]", "has key[reset] value[tak_app_reset]",
@@ -120,10 +100,10 @@ TEST_F(ResetProcess, MonitoringAndRecoveryRequestsOnlyReachTheLibrary) {
 
 TEST_F(ResetProcess, AnUnknownResetValueOrBadInputGetsNoReply) {
     StartClient("bad1");
-    LaunchOk({"reset=TAK_APP_RESET", "userdata=5", "method=m", "obj=bad1"});
-    LaunchOk({"reset=", "userdata=not-a-number", "thread_id=x", "method=m", "obj=bad1"});
-    LaunchOk({"reset=\xff\xfe", "obj=\xc3", "method=\xff"});
-    End();
+    Start({"reset=TAK_APP_RESET", "userdata=5", "method=m", "obj=bad1"});
+    Start({"reset=", "userdata=not-a-number", "thread_id=x", "method=m", "obj=bad1"});
+    Start({"reset=\xff\xfe", "obj=\xc3", "method=\xff"});
+    EndProcess();
     EXPECT_TRUE(CallsOf("innerserver").empty());
     EXPECT_TRUE(CallsOf("managerclient.bad1").empty());
     EXPECT_TRUE(InLog("has key[userdata] value[0]"));
@@ -134,9 +114,9 @@ TEST_F(ResetProcess, RunsWithoutTheCommonLibraryAndWithAClientRecordThatMakesNoV
     Json::Value behaviour;
     behaviour["library"] = "missing";
     SetLibTakBehaviour(behaviour);
-    LaunchOk({"reset=biu_service_reset", "userdata=9", "obj=no/such-client", "method=\xff\xfe"});
+    Start({"reset=biu_service_reset", "userdata=9", "obj=no/such-client", "method=\xff\xfe"});
     ASSERT_TRUE(WaitForLog("m_CheckCondition"));
-    End();
+    EndProcess();
     EXPECT_TRUE(MethodsOf("libtak_common").empty());
     EXPECT_TRUE(InLog("open library end, handler 0"));
     // The progress report cannot be addressed and fails with its log line.
@@ -146,11 +126,11 @@ TEST_F(ResetProcess, RunsWithoutTheCommonLibraryAndWithAClientRecordThatMakesNoV
 
 // The first task gets EVENT_EXIT and is waited for; as it ends it answers its requester.
 TEST_F(ResetProcess, ASecondRequestOfTheSameKindStopsTheFirstTaskAndWaitsForIt) {
-    LaunchOk({"reset=biu_app_reset", "userdata=-42"});
+    Start({"reset=biu_app_reset", "userdata=-42"});
     ASSERT_TRUE(WaitForLog("m_CheckCondition"));
-    LaunchOk({"reset=biu_app_reset"});
+    Start({"reset=biu_app_reset"});
     ASSERT_TRUE(WaitForCall("innerserver", "process_result"));
-    End();
+    EndProcess();
     std::string log = TakResetLog();
     size_t secondStart = log.find("BuiltIn Reset Start", log.find("BuiltIn Reset Start") + 1);
     ASSERT_NE(secondStart, std::string::npos);
@@ -168,16 +148,16 @@ TEST_F(ResetProcess, ASecondRequestOfTheSameKindStopsTheFirstTaskAndWaitsForIt) 
 TEST_F(ResetProcess, AnEmptyMethodSuppressesEveryManagerClientReport) {
     StartClient("quiet");
     StartClient("loud");
-    LaunchOk({"reset=biu_service_reset", "userdata=7", "obj=quiet", "method=", "thread_id=1"});
-    LaunchOk({"monitor_event=monitor_install", "appkey=app.q", "caller_pid=5", "obj=quiet", "method="});
+    Start({"reset=biu_service_reset", "userdata=7", "obj=quiet", "method=", "thread_id=1"});
+    Start({"monitor_event=monitor_install", "appkey=app.q", "caller_pid=5", "obj=quiet", "method="});
     ASSERT_TRUE(WaitForCall("libtak_common", "MonitorAppInstallStatusAPI:callback", 20s, 4));
-    LaunchOk({"monitor_event=cancel_monitor_install", "appkey=app.q", "caller_pid=5"});
+    Start({"monitor_event=cancel_monitor_install", "appkey=app.q", "caller_pid=5"});
     ASSERT_TRUE(WaitForLog("app.q is cancelled"));
     // The next built-in request ends the first one, which reports; it is refused, as the first one
     // marked a built-in reset in process, and answers this caller, who gave a method, all the same.
-    LaunchOk(
+    Start(
         {"reset=biu_service_reset", "userdata=8", "obj=loud", "method=done", "thread_id=2", "event_index=9"});
-    End();
+    EndProcess();
     EXPECT_TRUE(CallsOf("managerclient.quiet").empty());
     EXPECT_EQ(ArgsOf("innerserver", "process_result"), (Lines{R"(["biu_service_reset_result",1,"7",""])",
                                                               R"(["biu_service_reset_result",1,"8",""])"}));
@@ -200,13 +180,13 @@ TEST_P(TheUpdateMarker, RaisesAndLowersTheBoostInPairsOnlyWhenBothEntryPointsExi
     SetLibTakBehaviour(behaviour);
     std::string marker = Root() + "/run/tak_update_app";
     std::ofstream(marker) << "";
-    LaunchOk({"reset=none"});
+    Start({"reset=none"});
     ASSERT_TRUE(WaitForLog("has key[reset] value[none]"));
     ASSERT_EQ(::unlink(marker.c_str()), 0);
     ASSERT_TRUE(WaitForLog("tak_update_app is deleted"));
     std::ofstream(marker) << "";
     ASSERT_TRUE(WaitForLog("tak_update_app is created"));
-    End();
+    EndProcess();
     Lines once = {"StartBoostOwnProcessAPI", "StartBoostAppFWAPI", "StopBoostOwnProcessAPI",
                   "StopBoostAppFWAPI"};
     Lines twice = once;
@@ -221,7 +201,7 @@ TEST_F(ResetProcess, CreatesTheBindersOnceWhenTheAndroidServiceBecomesReady) {
     SetSystemFlag("android_on_orvix.support", true);
     SetSystemFlag("dangbei_store.support", true);
     SetAndroidServiceReady("0");
-    LaunchOk({"reset=none"});
+    Start({"reset=none"});
     ASSERT_TRUE(WaitForLog(std::string(kAndroidServiceReady) + " is not 2, waiting..."));
     EXPECT_TRUE(CallsOf("libtak_common", "CreateAppFWBinderAPI").empty());
     SetAndroidServiceReady("2");
@@ -230,7 +210,7 @@ TEST_F(ResetProcess, CreatesTheBindersOnceWhenTheAndroidServiceBecomesReady) {
     ASSERT_TRUE(WaitForLog("SetCommunicatorBinderCreated"));
     SetAndroidServiceReady("3");
     SetAndroidServiceReady("2");
-    End();
+    EndProcess();
     EXPECT_EQ(CallsOf("libtak_common", "CreateCommunicatorBinderAPI").size(), 1u);
     EXPECT_EQ(CallsOf("libtak_common", "CreateAppFWBinderAPI").size(), 1u);
     Lines methods = MethodsOf("libtak_common");

@@ -24,13 +24,7 @@ struct TestApp {
     bool front = false;
 };
 
-inline size_t Count(const std::string& text, const std::string& what) {
-    size_t count = 0;
-    for (size_t at = text.find(what); at != std::string::npos; at = text.find(what, at + what.size())) {
-        ++count;
-    }
-    return count;
-}
+using orvix::test::Count;
 
 class ResetFixture : public orvix::test::HostFixture {
 protected:
@@ -171,9 +165,8 @@ protected:
         std::ofstream(path) << "planted\n";
     }
 
-    // The directories every reset empties are empty, and the backup file is gone; a Corvane reset
-    // empties "system_app/" too.
-    static void ExpectEmptied(bool corvane) {
+    // The directories a reset empties: those of every reset, and "system_app/" of a Corvane reset.
+    static std::vector<std::string> ResetDirectories(bool corvane) {
         std::vector<std::string> dirs = {
             ServiceDir(2, "common"), ServiceDir(2, "appupdate"), ServiceDir(27, "preinstallrecovery"),
             ServiceDir(27, "clone"), ServiceDir(27, "RM"),       ServiceDir(27, "appupdate/package")};
@@ -183,7 +176,11 @@ protected:
         for (int variable = 66; variable <= 74; ++variable) {
             dirs.push_back(orvix::host::PathVariable(variable));
         }
-        for (const auto& dir : dirs) {
+        return dirs;
+    }
+    // Its directories are empty, and the backup file is gone.
+    static void ExpectEmptied(bool corvane) {
+        for (const auto& dir : ResetDirectories(corvane)) {
             EXPECT_TRUE(IsEmptyDir(dir)) << dir;
         }
         EXPECT_FALSE(Exists(ServiceDir(27, "bnr_backup/bnr_backup.json")));

@@ -12,6 +12,9 @@ const std::string& PlatformLogPath();
 // The whole content of a file, or "" when it cannot be read.
 std::string ReadWholeFile(const std::string& path);
 
+// How often `what` occurs in `text`, counting occurrences that do not overlap.
+size_t Count(const std::string& text, const std::string& what);
+
 // A position in the platform log: Text() is what was logged after it.
 class LogMark {
 public:
