@@ -1,13 +1,22 @@
-// CTAKTimer and the main-loop wrapper under it.
-#include <gtest/gtest.h>
-
-#include <tuple>
+// CTAKTimer and the main-loop wrapper under it; CTAKSync, the counting semaphore behind synchronous
+// sends, thread start and thread end; and CTAKSingleton, one lazily made instance whichever thread asks
+// first.
+#include <list>
 
 #include "TAKMainLoop.h"
+#include "TAKSingleton.h"
+#include "TAKSync.h"
 #include "TAKTimer.h"
 #include "TasksTestSupport.h"
 
 namespace {
+
+std::atomic<int> g_Constructed{0};
+
+class Counted : public CTAKSingleton<Counted> {
+public:
+    Counted() { ++g_Constructed; }
+};
 
 // Calls of a timer callback or loop source: how many, and whether any ran on the test's own thread.
 struct Calls {
@@ -31,8 +40,9 @@ void DestroyTimer(CTAKTimer& timer) {
 }  // namespace
 
 // A timer that is wrong would fire again within one interval after its last due call; the reference
-// timer, with the same interval, fires many more times before the test looks.
-TEST(ATimer, RunsTheCallbackExactlyItsRepeatCountOnItsOwnThread) {
+// timer, with the same interval, fires many more times before the test looks. A destroyed timer can be
+// made again, also when destroyed before its thread may even have entered the loop.
+TEST(ATimer, RunsTheCallbackExactlyItsRepeatCountOnItsOwnThreadAndCanBeMadeAgain) {
     // Name, interval (all bits set: never), repeat count and the calls expected.
     const std::vector<std::tuple<const char*, unsigned long long, unsigned long long, long>> cases = {
         {"tak-test-three", 5, 3, 3}, {"tak-test-zero", 5, 0, 0}, {"tak-test-never", ~0ULL, 5, 0}};
@@ -45,35 +55,25 @@ TEST(ATimer, RunsTheCallbackExactlyItsRepeatCountOnItsOwnThread) {
     }
     Calls reference;
     CTAKTimer referenceTimer("tak-test-ref");
+    referenceTimer.Destroy();  // not created: only logs
     ASSERT_TRUE(referenceTimer.Create(5, CTAKTimer::REPEAT_FOREVER, Calls::Record, &reference));
+    EXPECT_FALSE(referenceTimer.Create(1, 1, Calls::Record, &reference));
 
     ASSERT_TRUE(calls[0].count.WaitAtLeast(3));
     ASSERT_TRUE(reference.count.WaitAtLeast(reference.count.Get() + 10));
     for (size_t i = 0; i < cases.size(); ++i) {
-        const char* name = std::get<0>(cases[i]);
-        SCOPED_TRACE(name);
+        SCOPED_TRACE(std::get<0>(cases[i]));
         EXPECT_EQ(calls[i].count.Get(), std::get<3>(cases[i]));
         EXPECT_FALSE(calls[i].onOwner) << "the callback ran on the owner's thread";
         DestroyTimer(*timers[i]);
     }
     DestroyTimer(referenceTimer);
-}
-
-TEST(ATimer, DestroyEndsTheThreadAndTheTimerCanBeCreatedAgain) {
-    Calls calls;
-    CTAKTimer timer("tak-test-end");
-    timer.Destroy();  // not created: only logs
-    for (int life = 0; life < 2; ++life) {
-        SCOPED_TRACE(life);
-        ASSERT_TRUE(timer.Create(2, CTAKTimer::REPEAT_FOREVER, Calls::Record, &calls));
-        EXPECT_FALSE(timer.Create(1, 1, Calls::Record, &calls));
-        ASSERT_TRUE(calls.count.WaitAtLeast(calls.count.Get() + 3));
-        DestroyTimer(timer);  // a timer still created could not be created in the next life
-    }
-    // Destroyed before its thread may even have entered the loop.
+    ASSERT_TRUE(referenceTimer.Create(2, CTAKTimer::REPEAT_FOREVER, Calls::Record, &reference));
+    ASSERT_TRUE(reference.count.WaitAtLeast(reference.count.Get() + 3));
+    DestroyTimer(referenceTimer);
     for (int i = 0; i < 50; ++i) {
-        ASSERT_TRUE(timer.Create(1, CTAKTimer::REPEAT_FOREVER, Calls::Record, &calls));
-        DestroyTimer(timer);
+        ASSERT_TRUE(referenceTimer.Create(1, CTAKTimer::REPEAT_FOREVER, Calls::Record, &reference));
+        DestroyTimer(referenceTimer);
     }
 }
 
@@ -97,4 +97,40 @@ TEST(AMainLoop, DispatchesItsSourcesOnTheThreadThatRunsIt) {
         runner.Join("MainLoopRun() after Destory()");
         EXPECT_FALSE(calls.onOwner) << "a source ran on the thread that added it";
     }
+}
+
+TEST(ASync, CountsGivesAndTakesAndSyncTryZeroNeverWaits) {
+    CTAKSync sync;
+    ASSERT_TRUE(sync.Create());
+    MustReturn("three gives, two takes and SyncTry(0)", [&] {
+        EXPECT_FALSE(sync.SyncTry(0));
+        sync.Give(), sync.Give(), sync.Give(), sync.Take(), sync.Take();
+        EXPECT_TRUE(sync.SyncTry(0));
+        EXPECT_FALSE(sync.SyncTry(0));
+    });
+    sync.Give();
+    sync.Destroy();
+    ASSERT_TRUE(sync.Create());
+    EXPECT_FALSE(sync.SyncTry(0)) << "a give survived Destroy()";
+    EXPECT_FALSE(sync.Create());
+    sync.Destroy();
+}
+
+// GetInstance() does not take m_tSingletonLock: here it is held all along, and nobody may block on it.
+TEST(ASingleton, IsMadeOnFirstUseOnceForAllThreads) {
+    EXPECT_EQ(g_Constructed.load(), 0) << "made before anyone asked";
+    constexpr int kThreads = 8;
+    Signal go;
+    std::vector<Counted*> seen(kThreads, nullptr);
+    {
+        std::lock_guard<std::mutex> guard(Counted::m_tSingletonLock);
+        std::list<BoundedThread> threads;
+        for (int i = 0; i < kThreads; ++i) {
+            threads.emplace_back([&, i] { seen[i] = go.Wait() ? Counted::GetInstance() : nullptr; });
+        }
+        go.Set();
+    }
+    EXPECT_EQ(g_Constructed.load(), 1);
+    EXPECT_NE(seen[0], nullptr);
+    EXPECT_EQ(std::vector<Counted*>(kThreads, seen[0]), seen);
 }
