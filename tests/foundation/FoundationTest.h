@@ -2,20 +2,14 @@
 #pragma once
 
 #include <gtest/gtest.h>
-#include <orvix_host.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
-#include <fstream>
 #include <list>
 #include <map>
-#include <thread>
 
 #include "HostFixture.h"
 #include "TAKDir.h"
 #include "TAKFile.h"
 #include "TAKString.h"
-#include "TestLog.h"
 
 // The whole content of a file, or "" when it cannot be read.
 inline std::string (&ReadFile)(const std::string&) = orvix::test::ReadWholeFile;

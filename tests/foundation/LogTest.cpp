@@ -1,24 +1,17 @@
 // The history log (time prefix, cut, rotation, backups, link refusal, concurrent writers) and the KPI
 // log over the host framework.
-#include <json/json.h>
 
 #include <fcntl.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <cstring>
-#include <ctime>
-#include <fstream>
-#include <functional>
-#include <sstream>
 
 #include <KPILogFramework.h>
 
 #include "FoundationTest.h"
 #include "IClogger.h"
 #include "TAKHistoryLog.h"
-#include "orvix_host.h"
 
 namespace {
 

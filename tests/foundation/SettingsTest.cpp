@@ -2,7 +2,6 @@
 #include <vconf.h>
 
 #include <algorithm>
-#include <climits>
 #include <future>
 
 #include "FoundationTest.h"

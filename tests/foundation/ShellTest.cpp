@@ -3,7 +3,6 @@
 #include <signal.h>
 
 #include <cerrno>
-#include <cstdlib>
 
 #include <platform_path.h>
 
