@@ -141,13 +141,12 @@ TEST(ATask, HandlesEverythingQueuedInOneIdleDispatch) {
     long handledAfterProbe = 0;  // task thread only until Destroy()
     task.onEvent = [&](PTEvent* ev) {
         if (ev->data == 1) {
-            GSource* probe = g_idle_source_new();
+            g_autoptr(GSource) probe = g_idle_source_new();
             g_source_set_priority(probe, G_PRIORITY_HIGH);
             g_source_set_callback(
                 probe, [](gpointer ran) -> gboolean { return static_cast<Signal*>(ran)->Set(), FALSE; },
                 &probeRan, nullptr);
             g_source_attach(probe, g_source_get_context(g_main_current_source()));
-            g_source_unref(probe);
             firstEntered.Set();
             EXPECT_TRUE(releaseFirst.Wait());
         }

@@ -1,9 +1,8 @@
-// CTAKTimer and the main-loop wrapper under it; CTAKSync, the counting semaphore behind synchronous
-// sends, thread start and thread end; and CTAKSingleton, one lazily made instance whichever thread asks
-// first.
+// CTAKTimer (the main-loop wrapper under it is met through the timer and the task base); CTAKSync, the
+// counting semaphore behind synchronous sends, thread start and thread end; and CTAKSingleton, one lazily
+// made instance whichever thread asks first.
 #include <list>
 
-#include "TAKMainLoop.h"
 #include "TAKSingleton.h"
 #include "TAKSync.h"
 #include "TAKTimer.h"
@@ -29,7 +28,6 @@ struct Calls {
         calls->onOwner = calls->onOwner || pthread_equal(pthread_self(), calls->owner);
         calls->count.Add();
     }
-    static gboolean Once(gpointer data) { return Record(data), FALSE; }
 };
 
 // Stops the program rather than leaving a timer thread on a freed object behind.
@@ -74,28 +72,6 @@ TEST(ATimer, RunsTheCallbackExactlyItsRepeatCountOnItsOwnThreadAndCanBeMadeAgain
     for (int i = 0; i < 50; ++i) {
         ASSERT_TRUE(referenceTimer.Create(1, CTAKTimer::REPEAT_FOREVER, Calls::Record, &reference));
         DestroyTimer(referenceTimer);
-    }
-}
-
-// Sources added from another thread while the loop runs, or is about to, are dispatched on the loop's
-// thread, the only other one here. On the default context only attached sources are tried: an invoke there
-// may run in place.
-TEST(AMainLoop, DispatchesItsSourcesOnTheThreadThatRunsIt) {
-    for (bool defaultContext : {false, true}) {
-        SCOPED_TRACE(defaultContext);
-        CTAKMainLoop loop;
-        Calls calls;
-        ASSERT_TRUE(loop.Create(defaultContext));
-        BoundedThread runner([&] { loop.MainLoopRun(); });
-        EXPECT_NE(loop.AddIdleSource(Calls::Once, &calls), nullptr);
-        EXPECT_NE(loop.AddTimeoutSource(1, Calls::Once, &calls), nullptr);
-        if (!defaultContext) {
-            loop.MainContextInvoke(Calls::Once, &calls);
-        }
-        ASSERT_TRUE(calls.count.WaitAtLeast(defaultContext ? 2 : 3));
-        loop.Destory();
-        runner.Join("MainLoopRun() after Destory()");
-        EXPECT_FALSE(calls.onOwner) << "a source ran on the thread that added it";
     }
 }
 
