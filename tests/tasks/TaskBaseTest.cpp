@@ -16,12 +16,17 @@ public:
     std::function<bool()> onCreate;
     std::function<void(PTEvent*)> onEvent = [](PTEvent*) {};
     std::function<void()> onDestroy = [] {};
+    std::function<void()> beforeDestroy = [] {};  // on the owner's thread, as Destroy() begins
     Counter handled;
     pthread_t taskThread{};  // written by t_Create(), before any event
 
     void Post(long data, bool synchronous = false, unsigned long number = kTestEvent) {
         PTEvent ev{number, this, nullptr, data, 0};
         Send(&ev, synchronous);
+    }
+    void Destroy() override {
+        beforeDestroy();
+        CTAKTaskBase::Destroy();
     }
     void ExitAndDestroy() {
         Post(0, false, EVENT_EXIT);
@@ -200,9 +205,10 @@ TEST(ATask, SurvivesMisuseAndAFailedTCreateAndItsDestroyWaitsForTDestroy) {
     Signal releaseDestroy;
     std::atomic<bool> destroyFinished{false};
     task.onDestroy = [&] { destroyFinished = releaseDestroy.Wait(); };
+    // t_Destroy() is held until Destroy() begins: a Destroy() that does not wait returns first.
+    task.beforeDestroy = [&] { releaseDestroy.Set(); };
     MustReturn("a synchronous EVENT_EXIT", [&] { task.Post(0, true, CTAKTaskBase::EVENT_EXIT); });
     MustReturn("Destroy()", [&] {
-        releaseDestroy.Set();
         task.Destroy();
         EXPECT_TRUE(destroyFinished) << "Destroy() returned while t_Destroy() still ran";
     });
