@@ -69,10 +69,6 @@ struct ViewCase {
     const char* finished;  // the last line the view ends with, a regular expression
 };
 
-void PrintTo(const ViewCase& c, std::ostream* out) {
-    *out << c.name;
-}
-
 class TheProgressView : public AManagerClient, public ::testing::WithParamInterface<ViewCase> {};
 
 TEST_P(TheProgressView, DrawsTheBarAtTheTotalAdvancesPerAppAndEndsWithTheCountAndTime) {
