@@ -2,7 +2,6 @@
 // plan (CPlanRequest). The clean-up steps show in the plan texts and the reset tests.
 #include <gtest/gtest.h>
 
-#include <cstdint>
 #include <list>
 #include <string>
 #include <vector>
@@ -172,15 +171,4 @@ TEST(APlanRequest, ReadsTheLaunchKeysStrictly) {
             EXPECT_EQ(error.find('\n'), std::string::npos);
         }
     }
-
-    CPlanRequest request;
-    std::string error;
-    ASSERT_TRUE(request.Parse({"reset=biu_service_reset", "userdata=-9223372036854775808", "thread_id=-1",
-                               "event_index=2147483647", "obj=tv", "caller_process_name=a=b"},
-                              error));
-    EXPECT_EQ(request.GetKind(), CPlanRequest::KIND_BIU_SERVICE);
-    EXPECT_EQ(request.GetUserData(), INT64_MIN);
-    EXPECT_EQ(request.GetClient().thread_id, -1);
-    EXPECT_EQ(request.GetClient().caller_process_name, "a=b");
-    EXPECT_EQ(request.GetClient().method, "");
 }
