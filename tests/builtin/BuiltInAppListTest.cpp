@@ -10,7 +10,6 @@
 #include <vector>
 
 #include "BuiltInAppList.h"
-#include "BuiltInResetRules.h"
 
 namespace {
 
@@ -45,8 +44,6 @@ std::vector<std::string> Ids(const BUILTIN_APP_LIST& list) {
 struct ScriptedQuery : CBuiltInAppList::Query {
     std::map<std::string, std::string> versions;  // installed packages
     std::map<std::string, std::string> instantReset;
-    std::set<std::string> notRemovable;
-    std::set<std::string> updating;
     std::set<std::string> robotInstalled;
     std::vector<HOME_TEST_APP> homeTests;
     std::vector<HOME_TEST_APP> candidates;
@@ -73,10 +70,8 @@ struct ScriptedQuery : CBuiltInAppList::Query {
         value = it->second;
         return true;
     }
-    bool IsRemovable(const std::string& pkgId, bool) override { return notRemovable.count(pkgId) == 0; }
-    bool IsUpdating(const std::string&, const std::string& pkgId) override {
-        return updating.count(pkgId) != 0;
-    }
+    bool IsRemovable(const std::string&, bool) override { return true; }
+    bool IsUpdating(const std::string&, const std::string&) override { return false; }
     void HomeTestList(std::vector<HOME_TEST_APP>& list) override { list = homeTests; }
     void CandidateList(const std::string&, std::vector<HOME_TEST_APP>& list) override { list = candidates; }
 };
@@ -184,91 +179,16 @@ TEST(ABuiltInResetCondition, AsksRobotAppsByTheirOrvixIdAndTakesOnlyTrue) {
               query.metadataAsked.end());
 }
 
-// Writes each decision it hears as one line.
-struct RecordingObserver : CBuiltInAppList::Observer {
-    std::vector<std::string> events;
-
-    void OnHomePackage(CBuiltInAppList::HomePackageKind kind, const std::string& pkgId) override {
-        const char* names[] = {"base", "installed test", "candidate"};
-        events.push_back(std::string("home ") + names[kind] + " " + pkgId);
-    }
-    void OnRemoved(const OPENAPI_BUILTIN_APP_INFO& app, const std::string& pkgid,
-                   const OPENAPI_REQUIRE_INFO* require, bool versionKnown,
-                   const std::string& installedVersion) override {
-        std::string why = require == nullptr ? "own package" : "requires " + require->version;
-        events.push_back("removed " + app.appId + " by " + pkgid + ": " + why + ", installed " +
-                         (versionKnown ? installedVersion : "unknown"));
-    }
-    void OnMoved(const OPENAPI_BUILTIN_APP_INFO& required, const OPENAPI_BUILTIN_APP_INFO& app) override {
-        events.push_back("moved " + required.appId + " before " + app.appId);
-    }
-    void OnSkipped(const OPENAPI_BUILTIN_APP_INFO& app, CBuiltInAppList::SkipReason reason,
-                   const std::string* metadata) override {
-        const char* names[] = {"not installed", "no instant reset", "not removable"};
-        events.push_back("skipped " + app.appId + ": " + names[reason] +
-                         (metadata != nullptr ? " \"" + *metadata + "\"" : ""));
-    }
-    void OnAccepted(const OPENAPI_BUILTIN_APP_INFO& app, bool updating) override {
-        events.push_back("accepted " + app.appId + (updating ? " (updating)" : ""));
-    }
-};
-
-TEST(ABuiltInListObserver, HearsEveryDecisionInTheOrderMadeWithoutChangingAny) {
+// The Home test packages, installed or candidates, leave the list like the base package, with the apps
+// that need a newer one or whose installed version cannot be read.
+TEST(ABuiltInListRemoval, TakesTheHomeTestPackagesLikeTheBasePackage) {
     ScriptedQuery query;
-    for (const char* pkg : {"pkg.alpha", "pkg.beta", "pkg.upper", "pkg.nometa", "pkg.fixed", "pkg.busy"}) {
-        query.versions[pkg] = "1.0";
-    }
-    query.versions["pkg.home"] = "4.9";
-    query.versions["pkg.test"] = "unreadable";
-    query.instantReset = {{"pkg.alpha", "true"},
-                          {"pkg.beta", "true"},
-                          {"pkg.upper", "TRUE"},
-                          {"pkg.fixed", "true"},
-                          {"pkg.busy", "true"}};
-    query.notRemovable = {"pkg.fixed"};
-    query.updating = {"pkg.busy"};
+    query.versions = {{"pkg.test", "unreadable"}, {"pkg.cand", "2.0"}};
     query.homeTests = {{"test.app", "pkg.test", "", "", "", ""}};
     query.candidates = {{"cand.app", "pkg.cand", "", "", "", ""}};
-    const BUILTIN_APP_LIST input = {App("beta", {"alpha"}),
-                                    App("home", {}, "pkg.home"),
-                                    Requiring("needs", "pkg.home", "5.0"),
-                                    Requiring("fits", "pkg.home", "4.0"),
-                                    Requiring("tested", "pkg.test", "1.0"),
-                                    App("cand", {}, "pkg.cand"),
-                                    App("upper"),
-                                    App("nometa"),
-                                    App("fixed"),
-                                    App("missing"),
-                                    App("busy"),
-                                    App("alpha")};
-
-    RecordingObserver observer;
-    std::vector<std::string> waiting;
-    BUILTIN_APP_LIST heard =
-        CBuiltInResetRules::InstantResetList(input, "pkg.home", query, waiting, &observer);
-    std::vector<std::string> waitingUnheard;
-    BUILTIN_APP_LIST unheard = CBuiltInResetRules::InstantResetList(input, "pkg.home", query, waitingUnheard);
-
-    EXPECT_EQ(Ids(heard), (std::vector<std::string>{"alpha", "beta", "busy"}));
-    EXPECT_EQ(Ids(unheard), Ids(heard));
-    EXPECT_EQ(waiting, std::vector<std::string>{"pkg.busy"});
-    EXPECT_EQ(waitingUnheard, waiting);
-    EXPECT_EQ(observer.events, (std::vector<std::string>{
-                                   "home base pkg.home",
-                                   "removed home by pkg.home: own package, installed 4.9",
-                                   "removed needs by pkg.home: requires 5.0, installed 4.9",
-                                   "home installed test pkg.test",
-                                   "removed tested by pkg.test: requires 1.0, installed unknown",
-                                   "home candidate pkg.cand",
-                                   "removed cand by pkg.cand: own package, installed unknown",
-                                   "moved alpha before beta",
-                                   "accepted alpha",
-                                   "accepted beta",
-                                   "skipped fits: not installed",
-                                   "skipped upper: no instant reset \"TRUE\"",
-                                   "skipped nometa: no instant reset",
-                                   "skipped fixed: not removable",
-                                   "skipped missing: not installed",
-                                   "accepted busy (updating)",
-                               }));
+    BUILTIN_APP_LIST list = {App("test", {}, "pkg.test"),           Requiring("tested", "pkg.test", "1.0"),
+                             App("cand", {}, "pkg.cand"),           Requiring("fits", "pkg.cand", "2.0"),
+                             Requiring("newer", "pkg.cand", "3.0"), App("free")};
+    CBuiltInAppList(query).RemoveHomeTestVersion(list);
+    EXPECT_EQ(Ids(list), (std::vector<std::string>{"fits", "free"}));
 }

@@ -157,17 +157,6 @@ TEST_F(ABuiltInReset, OfTheServiceKindReinstallsInRequirementOrderWithProgressTo
     EXPECT_EQ(CallsOf("libtak_common", "GetBuiltInAppListAPI").at(0)["args"][0].asString(), "settings");
 }
 
-TEST_F(ABuiltInReset, OfTheAppKindMarksItselfWithTwoAndSendsNoProgress) {
-    Given({{"solo"}}, {"solo"});
-    StartClient("tv");
-    RunToEnd({"reset=biu_app_reset", "userdata=-9", "obj=tv", "method=m"}, "biu_app_reset_result");
-    EXPECT_EQ(Installed(), Lines{"solo"});
-    EXPECT_EQ(Results("biu_app_reset_result"), One("biu_app_reset_result", "-9"));
-    EXPECT_TRUE(Results("biu_service_reset_result").empty());
-    EXPECT_TRUE(Progress("tv").empty());
-    EXPECT_EQ(Setting("db/built-in-app-upgrader/reset"), "2");
-}
-
 // The library's list and the package records may hold an id that is not UTF-8; the reset installs it once
 // and tells the caller its progress (a bus string of it is made valid), without a GLib critical anywhere.
 TEST_F(ABuiltInReset, ReinstallsAnAppWhoseIdIsNotUtf8Once) {
@@ -276,11 +265,14 @@ TEST_F(ABuiltInReset, StoppedByASecondRequestAnswersOnceAndTheSecondIsRefused) {
     EXPECT_EQ(Installed(), Lines{"slow"});
 }
 
-TEST_F(ABuiltInReset, WaitsForABackgroundUpdateUntilTheSettingSaysItEnded) {
+// The app kind marks itself with 2 and sends no progress; it waits for a background update of an app it
+// reinstalls until the setting says the update ended.
+TEST_F(ABuiltInReset, OfTheAppKindWaitsForABackgroundUpdateUntilTheSettingSaysItEnded) {
     Given({{"busy"}}, {"busy"});
     SetSetting("string", "memory/tak/biu_updating_app",
                R"({"pkgname":"pkg.busy","status":"update","value":"start"})");
-    Start({"reset=biu_app_reset", "userdata=3"});
+    StartClient("tv");
+    Start({"reset=biu_app_reset", "userdata=-9", "obj=tv", "method=m"});
     ASSERT_TRUE(WaitForLog("skip the event"));
     ASSERT_TRUE(WaitForCall("libtak_common", "RegisterVconfChangeCBAPI"));
     EXPECT_TRUE(Installed().empty());
@@ -292,7 +284,10 @@ TEST_F(ABuiltInReset, WaitsForABackgroundUpdateUntilTheSettingSaysItEnded) {
     EXPECT_EQ(Installed(), Lines{"busy"});
     EXPECT_EQ(CountInLog("vconf name biu updating app change to"), 1u);
     EXPECT_EQ(CallsOf("libtak_common", "UnregisterVconfChangeCBAPI").size(), 1u);
-    EXPECT_EQ(Results("biu_app_reset_result"), One("biu_app_reset_result", "3"));
+    EXPECT_EQ(Results("biu_app_reset_result"), One("biu_app_reset_result", "-9"));
+    EXPECT_TRUE(Results("biu_service_reset_result").empty());
+    EXPECT_TRUE(Progress("tv").empty());
+    EXPECT_EQ(Setting("db/built-in-app-upgrader/reset"), "2");
 }
 
 class ABuiltInResetWithoutAnEntryPoint : public ABuiltInReset,
