@@ -48,8 +48,7 @@ TEST(TheAppsResetKeepRule, TakesTheFirstMatchingRuleAndLogsItAsTheWalkDoes) {
     const CAppsResetRules::AppMap general = {{"general", ""}, {"3201903017943", ""}};
     struct Case {
         _APPINFO_T app;
-        bool aot;
-        bool service;
+        bool aot, service;
         RESET_KEEP_RULE_E rule;
         const char* line;  // the one line logged; nullptr: none
     };
@@ -70,12 +69,9 @@ TEST(TheAppsResetKeepRule, TakesTheFirstMatchingRuleAndLogsItAsTheWalkDoes) {
         LogMark mark;
         EXPECT_EQ(CAppsResetRules(test.aot, test.service, defaults, general).KeepRule(test.app), test.rule);
         std::string log = mark.Text();
-        if (test.line == nullptr) {
-            EXPECT_EQ(log, "");
-        } else {
-            EXPECT_NE(log.find(test.line), std::string::npos) << log;
-            EXPECT_EQ(log.find('\n'), log.size() - 1) << "one line only: " << log;
-        }
+        EXPECT_EQ(log.empty(), test.line == nullptr) << log;
+        EXPECT_TRUE(test.line == nullptr || log.find(test.line) != std::string::npos) << log;
+        EXPECT_LE(orvix::test::Count(log, "\n"), 1u) << "one line only: " << log;
     }
 }
 
