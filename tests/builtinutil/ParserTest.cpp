@@ -12,14 +12,10 @@ namespace {
 using orvix::test::LogMark;
 using Fields = std::vector<std::string>;
 
-Fields FieldsOf(const HOME_TEST_APP& app) {
-    return {app.appId, app.pkgId, app.version, app.groupType, app.groupTag, app.installType};
-}
-
 std::vector<Fields> FieldsOf(const std::vector<HOME_TEST_APP>& list) {
     std::vector<Fields> fields;
     for (const auto& app : list) {
-        fields.push_back(FieldsOf(app));
+        fields.push_back({app.appId, app.pkgId, app.version, app.groupType, app.groupTag, app.installType});
     }
     return fields;
 }
@@ -106,9 +102,9 @@ TEST(ListParsers, MegabyteTextsParseAndReportSkipsOnce) {
     while (good.size() + 10 <= kMiB) {
         good += "a,p,1,g,t;";
     }
-    auto home = CBuiltInAppUtil::ParseHomeTestList(good);
+    std::vector<Fields> home = Home(good);
     ASSERT_EQ(home.size(), good.size() / 10);
-    EXPECT_EQ(FieldsOf(home.back()), (Fields{"a", "p", "1", "g", "t", ""}));
+    EXPECT_EQ(home.back(), (Fields{"a", "p", "1", "g", "t", ""}));
 
     std::string damaged;
     while (damaged.size() < kMiB) {
