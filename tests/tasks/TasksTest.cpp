@@ -1,11 +1,86 @@
-// CTAKTaskBase: posting order, the pending queue before t_Create(), synchronous sends, EVENT_EXIT,
-// EVENT_RENDEZVOUS, the task's life cycle and the log lines of its failures.
-#include <list>
+// The task framework: CTAKTaskBase (posting order, the pending queue before t_Create(), synchronous
+// sends, EVENT_EXIT, EVENT_RENDEZVOUS, the task's life cycle and the log lines of its failures), CTAKTimer
+// (the main-loop wrapper under it is met through the timer and the task base), CTAKSync (the counting
+// semaphore behind synchronous sends, thread start and thread end) and CTAKSingleton. Nothing here
+// sleeps: every wait is bounded.
+#include <gtest/gtest.h>
+#include <pthread.h>
 
+#include <atomic>
+#include <condition_variable>
+#include <future>
+#include <list>
+#include <regex>
+
+#include "TAKSingleton.h"
+#include "TAKSync.h"
 #include "TAKTaskBase.h"
-#include "TasksTestSupport.h"
+#include "TAKTimer.h"
+#include "TestLog.h"
 
 namespace {
+
+using orvix::test::LogMark;
+// Upper bound of every wait; generous so that a loaded two-core machine under a sanitizer passes.
+constexpr std::chrono::milliseconds kBound{30000};
+
+// The values added so far, watched by waiters until there are enough; as a Signal, set means one.
+struct Counter {
+    std::mutex m_Mutex;
+    std::condition_variable m_Cond;
+    std::vector<long> m_Values;
+
+    void Add(long value = 0) {
+        std::lock_guard<std::mutex> guard(m_Mutex);
+        m_Values.push_back(value);
+        m_Cond.notify_all();
+    }
+    std::vector<long> Values() {
+        std::lock_guard<std::mutex> guard(m_Mutex);
+        return m_Values;
+    }
+    long Get() { return Values().size(); }
+    bool WaitAtLeast(size_t count) {
+        std::unique_lock<std::mutex> lock(m_Mutex);
+        return m_Cond.wait_for(lock, kBound, [&] { return m_Values.size() >= count; });
+    }
+    void Set() { Add(); }
+    bool Wait() { return WaitAtLeast(1); }
+};
+using Signal = Counter;
+
+// A thread whose end is awaited within the bound. One that does not end in time still uses the test's
+// objects, so there is nothing to recover: the program stops with the reason.
+class BoundedThread {
+public:
+    explicit BoundedThread(std::function<void()> fn)
+        : m_Done(std::async(std::launch::async, std::move(fn))) {}
+    ~BoundedThread() { Join("thread"); }
+    void Join(const char* what) {
+        if (m_Done.valid() && m_Done.wait_for(kBound) != std::future_status::ready) {
+            fprintf(stderr, "FATAL: %s did not return within %lld ms\n", what, (long long)kBound.count());
+            abort();
+        }
+        if (m_Done.valid()) {
+            m_Done.get();
+        }
+    }
+
+private:
+    std::future<void> m_Done;
+};
+
+// Runs fn on a thread of its own; the program stops if it does not return within the bound.
+inline void MustReturn(const char* what, std::function<void()> fn) {
+    BoundedThread(std::move(fn)).Join(what);
+}
+
+// An error (red) line written after `mark` in `func`. The task framework logs under the task base's name.
+inline bool HasError(const LogMark& mark, const std::string& func, const std::string& text) {
+    const std::string quoted = std::regex_replace(text, std::regex(R"([()])"), R"(\$&)");
+    return std::regex_search(mark.Text(), std::regex("\033\\[31m[^\n]*/TAKTaskBase: " + func +
+                                                     "\\([^\n]*\\) > " + quoted + "\033\\[0m"));
+}
 
 // Every test event uses this number; the data word tells the events apart.
 constexpr unsigned long kTestEvent = 100;
@@ -54,6 +129,31 @@ protected:
     }
 };
 
+std::atomic<int> g_Constructed{0};
+
+class Counted : public CTAKSingleton<Counted> {
+public:
+    Counted() { ++g_Constructed; }
+};
+
+// Calls of a timer callback or loop source: how many, and whether any ran on the test's own thread.
+struct Calls {
+    Counter count;
+    pthread_t owner = pthread_self();
+    std::atomic<bool> onOwner{false};
+
+    static void Record(void* data) {
+        Calls* calls = static_cast<Calls*>(data);
+        calls->onOwner = calls->onOwner || pthread_equal(pthread_self(), calls->owner);
+        calls->count.Add();
+    }
+};
+
+// Stops the program rather than leaving a timer thread on a freed object behind.
+void DestroyTimer(CTAKTimer& timer) {
+    MustReturn("CTAKTimer::Destroy()", [&] { timer.Destroy(); });
+}
+
 }  // namespace
 
 // Every reset creates its task anew. In each life the task handles what it sent itself in t_Create(),
@@ -64,9 +164,7 @@ TEST(ATask, HandlesEventsPostedBeforeReadyAfterItsOwnFromTCreateInEveryLife) {
     TestTask task;
     task.onEvent = [&](PTEvent* ev) {
         if (ev->data == 100) {
-            task.Post(2000, true);
-            task.Post(0, false, CTAKTaskBase::EVENT_EXIT);
-            task.Post(3000);
+            task.Post(2000, true), task.Post(0, false, CTAKTaskBase::EVENT_EXIT), task.Post(3000);
         }
     };
     std::vector<long> expected;
@@ -76,14 +174,12 @@ TEST(ATask, HandlesEventsPostedBeforeReadyAfterItsOwnFromTCreateInEveryLife) {
         Signal othersPosted;
         task.onCreate = [&] {
             EXPECT_TRUE(othersPosted.Wait());
-            task.Post(1001);
-            return task.Post(1002, true), true;
+            return task.Post(1001), task.Post(1002, true), true;
         };
         ASSERT_TRUE(task.Create());
         expected.insert(expected.end(), {1001, 1002});
         for (long i = 1; i <= 100; ++i) {
-            task.Post(i);
-            expected.push_back(i);
+            task.Post(i), expected.push_back(i);
         }
         expected.push_back(2000);
         othersPosted.Set();
@@ -119,9 +215,7 @@ TEST(ATask, HandlesEveryEventOfEightProducersOnceAndInEachProducersOrder) {
                     bool synchronous = seq > 1000 && seq % 256 == 0;
                     task.Post((p << 32) | seq, synchronous);
                     syncReturnedEarly += synchronous && next[p] <= seq;
-                    if (seq == 999) {
-                        posted.Add();
-                    }
+                    seq == 999 ? posted.Add() : void();
                 }
             });
         }
@@ -129,8 +223,7 @@ TEST(ATask, HandlesEveryEventOfEightProducersOnceAndInEachProducersOrder) {
     ASSERT_TRUE(task.handled.WaitAtLeast(kProducers * kPerProducer));
     task.ExitAndDestroy();
 
-    EXPECT_EQ(task.handled.Get(), kProducers * kPerProducer);
-    EXPECT_EQ(syncReturnedEarly.load(), 0);
+    EXPECT_TRUE(task.handled.Get() == kProducers * kPerProducer && syncReturnedEarly == 0);
     for (int p = 0; p < kProducers; ++p) {
         EXPECT_EQ(next[p].load(), kPerProducer) << "producer " << p;
     }
@@ -152,8 +245,7 @@ TEST(ATask, HandlesEverythingQueuedInOneIdleDispatch) {
                 probe, [](gpointer ran) -> gboolean { return static_cast<Signal*>(ran)->Set(), FALSE; },
                 &probeRan, nullptr);
             g_source_attach(probe, g_source_get_context(g_main_current_source()));
-            firstEntered.Set();
-            EXPECT_TRUE(releaseFirst.Wait());
+            EXPECT_TRUE((firstEntered.Set(), releaseFirst.Wait()));
         }
         handledAfterProbe += probeRan.Get() > 0 ? 1 : 0;
     };
@@ -174,26 +266,23 @@ TEST(ATask, HandlesEverythingQueuedInOneIdleDispatch) {
 TEST(ATask, SurvivesMisuseAndAFailedTCreateAndItsDestroyWaitsForTDestroy) {
     TestTask task;
     LogMark before;
-    task.Destroy();
-    task.Post(1);
+    task.Destroy(), task.Post(1);
     MustReturn("a synchronous send to a task not created", [&] { task.Post(2, true); });
     PTEvent orphan{kTestEvent, nullptr, nullptr, 0, 0};
     MustReturn("a synchronous send without receiver", [&] { CTAKTaskBase::Send(&orphan, true); });
-    EXPECT_TRUE(HasError(before, "Destroy", "FlagCreate() return false")) << before.Text();
-    EXPECT_TRUE(HasError(before, "Send", "receiver is not created")) << before.Text();
-    EXPECT_TRUE(HasError(before, "Send", "receiver is NULL")) << before.Text();
+    EXPECT_TRUE(HasError(before, "Destroy", "FlagCreate() return false") &&
+                HasError(before, "Send", "receiver is not created") &&
+                HasError(before, "Send", "receiver is NULL"))
+        << before.Text();
 
     Signal releaseCreate;
     task.onCreate = [&] { return !releaseCreate.Wait(); };
     task.onDestroy = [] { ADD_FAILURE() << "t_Destroy() runs only after a loop"; };
     ASSERT_TRUE(task.Create());
-    task.Post(3);  // waits in the pending queue of a life that never gets ready
-    releaseCreate.Set();
+    task.Post(3), releaseCreate.Set();  // 3 waits in the pending queue of a life that never gets ready
     MustReturn("Destroy() after t_Create() failed", [&] { task.Destroy(); });
-    EXPECT_FALSE(task.IsCreated());
-
     task.onCreate = nullptr;
-    ASSERT_TRUE(task.Create());
+    ASSERT_TRUE(!task.IsCreated() && task.Create());
     LogMark created;
     EXPECT_FALSE(task.Create());
     EXPECT_TRUE(HasError(created, "Create", "FlagCreate() return true")) << created.Text();
@@ -234,9 +323,76 @@ TEST(Rendezvous, FreesTheArrayOnlyWhenTheSecondSyncIsGiven) {
         EXPECT_EQ(HasError(mark, "t_OnEvent", "ret return false"), !secondGiven) << mark.Text();
         if (!secondGiven) {
             EXPECT_TRUE(syncs[0].IsCreated() && syncs[1].IsCreated());
-            syncs[0].Destroy();
-            syncs[1].Destroy();
+            syncs[0].Destroy(), syncs[1].Destroy();
             delete[] syncs;
         }
     }
+}
+
+// A timer that is wrong would fire again within one interval after its last due call; the reference
+// timer, with the same interval, fires many more times before the test looks. A destroyed timer can be
+// made again, also when destroyed before its thread may even have entered the loop.
+TEST(ATimer, RunsTheCallbackExactlyItsRepeatCountOnItsOwnThreadAndCanBeMadeAgain) {
+    // Name, interval (all bits set: never), repeat count and the calls expected.
+    const std::vector<std::tuple<const char*, unsigned long long, unsigned long long, long>> cases = {
+        {"tak-test-three", 5, 3, 3}, {"tak-test-zero", 5, 0, 0}, {"tak-test-never", ~0ULL, 5, 0}};
+    std::vector<Calls> calls(cases.size());
+    std::vector<std::unique_ptr<CTAKTimer>> timers;
+    for (size_t i = 0; i < cases.size(); ++i) {
+        auto [name, intervalMs, repeatCount, expected] = cases[i];
+        timers.push_back(std::make_unique<CTAKTimer>(name));
+        ASSERT_TRUE(timers[i]->Create(intervalMs, repeatCount, Calls::Record, &calls[i]));
+    }
+    Calls reference;
+    CTAKTimer referenceTimer("tak-test-ref");
+    referenceTimer.Destroy();  // not created: only logs
+    ASSERT_TRUE(referenceTimer.Create(5, CTAKTimer::REPEAT_FOREVER, Calls::Record, &reference));
+    EXPECT_FALSE(referenceTimer.Create(1, 1, Calls::Record, &reference));
+    ASSERT_TRUE(calls[0].count.WaitAtLeast(3) && reference.count.WaitAtLeast(reference.count.Get() + 10));
+    for (size_t i = 0; i < cases.size(); ++i) {
+        SCOPED_TRACE(std::get<0>(cases[i]));
+        EXPECT_EQ(calls[i].count.Get(), std::get<3>(cases[i]));
+        EXPECT_FALSE(calls[i].onOwner) << "the callback ran on the owner's thread";
+        DestroyTimer(*timers[i]);
+    }
+    DestroyTimer(referenceTimer);
+    ASSERT_TRUE(referenceTimer.Create(2, CTAKTimer::REPEAT_FOREVER, Calls::Record, &reference) &&
+                reference.count.WaitAtLeast(reference.count.Get() + 3));
+    DestroyTimer(referenceTimer);
+    for (int i = 0; i < 50; ++i) {
+        ASSERT_TRUE(referenceTimer.Create(1, CTAKTimer::REPEAT_FOREVER, Calls::Record, &reference));
+        DestroyTimer(referenceTimer);
+    }
+}
+
+TEST(ASync, CountsGivesAndTakesAndSyncTryZeroNeverWaits) {
+    CTAKSync sync;
+    ASSERT_TRUE(sync.Create());
+    MustReturn("three gives, two takes and SyncTry(0)", [&] {
+        EXPECT_FALSE(sync.SyncTry(0));
+        sync.Give(), sync.Give(), sync.Give(), sync.Take(), sync.Take();
+        EXPECT_TRUE(sync.SyncTry(0) && !sync.SyncTry(0));
+    });
+    sync.Give(), sync.Destroy();
+    ASSERT_TRUE(sync.Create());
+    EXPECT_FALSE(sync.SyncTry(0) || sync.Create()) << "a give survived Destroy(), or created twice";
+    sync.Destroy();
+}
+
+// GetInstance() does not take m_tSingletonLock: here it is held all along, and nobody may block on it.
+TEST(ASingleton, IsMadeOnFirstUseOnceForAllThreads) {
+    EXPECT_EQ(g_Constructed.load(), 0) << "made before anyone asked";
+    constexpr int kThreads = 8;
+    Signal go;
+    std::vector<Counted*> seen(kThreads, nullptr);
+    {
+        std::lock_guard<std::mutex> guard(Counted::m_tSingletonLock);
+        std::list<BoundedThread> threads;
+        for (int i = 0; i < kThreads; ++i) {
+            threads.emplace_back([&, i] { seen[i] = go.Wait() ? Counted::GetInstance() : nullptr; });
+        }
+        go.Set();
+    }
+    EXPECT_TRUE(g_Constructed == 1 && seen[0] != nullptr);
+    EXPECT_EQ(std::vector<Counted*>(kThreads, seen[0]), seen);
 }
