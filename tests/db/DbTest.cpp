@@ -291,11 +291,12 @@ protected:
     void SetUp() override {
         DbTest::SetUp();
         ASSERT_TRUE(SeedAppDatabase(24));  // enough apps for both preinstalled lists
-        ASSERT_TRUE(InsertConfigRows(DBPath(), {{"RESET_TYPE", "2"},
-                                                {"KORBIT_SYNC_STATE", "1"},
-                                                {"HOME_TEST_LIST", "x"},
-                                                {"RESERVED_16", "t,pkg.t"},
-                                                {"RESERVED_17", "done"}}));
+        const Map held = {{"RESET_TYPE", "2"},
+                          {"KORBIT_SYNC_STATE", "1"},
+                          {"HOME_TEST_LIST", "x"},
+                          {"RESERVED_16", "t,pkg.t"},
+                          {"RESERVED_17", "done"}};
+        ASSERT_TRUE(InsertConfigRows(DBPath(), held));
         ASSERT_NE(CTAKDBConnection::GetInstance(true), nullptr);
         m_Before = ReadConfigRows(DBPath());
     }
@@ -338,8 +339,7 @@ TEST_F(SeededTest, AValueWithAQuoteIsRefusedAndTouchesNothing) {
 // Calls with the counts 0 to 49 retry after 10 ms each; the call with 50 gives up.
 TEST_F(SeededTest, LockedDatabaseIsRetriedFiftyTimes) {
     sqlite3* writer = nullptr;
-    ASSERT_EQ(sqlite3_open(DBPath().c_str(), &writer), SQLITE_OK);
-    ASSERT_EQ(sqlite3_exec(writer, "begin exclusive", nullptr, nullptr, nullptr), SQLITE_OK);
+    Damage("lock:begin exclusive", writer);
     std::string value, log;
     LogMark mark;
     auto start = std::chrono::steady_clock::now();

@@ -632,7 +632,7 @@ TEST_F(ShellTest, ResultIsTheRawWaitStatusOrARefusal) {
     struct sigaction previous {};
     ignore.sa_handler = SIG_IGN;
     ASSERT_EQ(sigaction(SIGCHLD, &ignore, &previous), 0);
-    std::string exitFive[] = {FOUNDATION_PROBE, "exit", "5"};
+    std::string exitFive[] = {"/bin/sh", "-c", "exit 5"};
     int status = CTAKShell::ExecShell(exitFive, 3);
     ASSERT_EQ(sigaction(SIGCHLD, &previous, &ignore), 0);
     EXPECT_TRUE(ignore.sa_handler == SIG_IGN && ExitCode(status) == 5) << status;
@@ -651,13 +651,18 @@ TEST_F(ShellTest, ResultIsTheRawWaitStatusOrARefusal) {
     EXPECT_EQ(ExitCode(CTAKShell::ExecShell(plain, 1)), EACCES);
 }
 
-// A probe that finds another one between its two marker lines writes "overlap".
+// A child that finds another one between its two marker lines (its flag file there) writes "overlap"; each
+// stays in flight for a moment, so that a second child started beside it would find the flag.
 TEST_F(ShellTest, ChildrenOfTwoThreadsRunOneAtATime) {
     std::string markers = Under("markers"), expected;
     auto runTen = [&] {
-        std::string argv[] = {FOUNDATION_PROBE, "mark", markers};
+        std::string argv[] = {
+            "/bin/sh", "-c",
+            "if (set -C; : >\"$0.busy\") 2>/dev/null; then echo start >>\"$0\"; /bin/sleep 0.005; "
+            "echo end >>\"$0\"; exec /bin/rm \"$0.busy\"; fi; echo overlap >>\"$0\"",
+            markers};
         for (int i = 0; i < 10; ++i) {
-            CTAKShell::ExecShell(argv, 3);
+            CTAKShell::ExecShell(argv, 4);
         }
     };
     std::thread first(runTen);
