@@ -31,7 +31,6 @@ using orvix::test::LogMark;
 using orvix::test::ReadWholeFile;
 using Db = std::unique_ptr<sqlite3, int (*)(sqlite3*)>;
 using Map = std::map<std::string, std::string>;
-using Ids = std::vector<std::string>;
 
 // Database files read and written over connections of the test's own, and app records to compare.
 struct DbFiles {
@@ -59,13 +58,7 @@ struct DbFiles {
     static Map ReadConfigRows(const std::string& path) {
         return Rows(path, "select name, value from TAKConfigTable");
     }
-    static Ids ReadAppIds(const std::string& path) {
-        Ids ids;
-        for (const auto& row : Rows(path, "select id, id from widgetinfo")) {
-            ids.push_back(row.first);
-        }
-        return ids;
-    }
+    static Map ReadAppIds(const std::string& path) { return Rows(path, "select id, '' from widgetinfo"); }
     static bool InsertApps(const std::string& path, const std::vector<_APPINFO_T>& apps) {
         Db db = Open(path);
         sqlite3_stmt* stmt = nullptr;
@@ -256,7 +249,7 @@ TEST_F(ConnectionTest, DamagedFileIsReplacedByTheBackupWhenThereIsOne) {
         LogMark mark;
         ASSERT_NE(CTAKDBConnection::GetInstance(true), nullptr);
         EXPECT_TRUE(mark.Contains("DB restored"));
-        EXPECT_EQ(ReadAppIds(DBPath()), (Ids{"one", "two"}));
+        EXPECT_EQ(ReadAppIds(DBPath()), (Map{{"one", ""}, {"two", ""}}));
         EXPECT_EQ(ReadConfigRows(DBPath()), expected);
         EXPECT_EQ(ReadConfigRows(BackupDBPath()), expected);  // the new keys were backed up
         EXPECT_TRUE(orvix::test::WaitUntil([&] {
@@ -309,8 +302,8 @@ protected:
 // "x' or '1'='1" would otherwise match every row.
 TEST_F(SeededTest, AValueWithAQuoteIsRefusedAndTouchesNothing) {
     const std::string rewriting = "x' or '1'='1";
-    const Ids apps = ReadAppIds(DBPath());
-    const std::string first = Json(ReadApp(apps[0]));
+    const Map apps = ReadAppIds(DBPath());
+    const std::string firstId = apps.begin()->first, first = Json(ReadApp(firstId));
     CWidgetInfoDB table;
     const std::pair<const char*, std::function<bool()>> operations[] = {
         {"delete", [&] { return table.RemoveAppInfoById(rewriting); }},
@@ -319,7 +312,7 @@ TEST_F(SeededTest, AValueWithAQuoteIsRefusedAndTouchesNothing) {
         {"update number", [&] { return table.Update(rewriting, "app_index", 9); }},
         {"truncate",
          [&] {
-             return table.Truncate({{apps[0], ""}, {rewriting, ""}}, false);
+             return table.Truncate({{firstId, ""}, {rewriting, ""}}, false);
          }},
         {"insert config", [&] { return CTAKConfig().InsertConfig("K", rewriting); }},
     };
@@ -333,7 +326,7 @@ TEST_F(SeededTest, AValueWithAQuoteIsRefusedAndTouchesNothing) {
             << name << ": " << logged;
     }
     EXPECT_TRUE(ReadAppIds(DBPath()) == apps && ReadConfigRows(DBPath()) == m_Before);
-    EXPECT_EQ(Json(ReadApp(apps[0])), first);
+    EXPECT_EQ(Json(ReadApp(firstId)), first);
 }
 
 // Calls with the counts 0 to 49 retry after 10 ms each; the call with 50 gives up.

@@ -439,31 +439,17 @@ INSTANTIATE_TEST_SUITE_P(KitFiles, NoWaitOpenTest, ::testing::ValuesIn(kFifoCase
 
 namespace {
 
-// What change callbacks or the completion of an asynchronous set saw (type and text of each change;
-// result, name, type and value of a completion's node), and the thread it came on.
-struct Seen {
-    std::mutex mutex;
-    std::vector<std::string> items;
+// Change notifications: type and text of each, and the thread they came on (the main context's).
+struct Changes {
+    std::vector<std::string> seen;
     std::thread::id thread;
 
-    void Add(const std::string& item) {
-        std::lock_guard<std::mutex> lock(mutex);
-        items.push_back(item);
-        thread = std::this_thread::get_id();
-    }
-    std::vector<std::string> Items() {
-        std::lock_guard<std::mutex> lock(mutex);
-        return items;
-    }
-    static void Change(keynode_t* node, void* data) {
+    static void Callback(keynode_t* node, void* data) {
+        auto* self = static_cast<Changes*>(data);
         const char* text = vconf_keynode_get_str(node);
-        static_cast<Seen*>(data)->Add(std::to_string(vconf_keynode_get_type(node)) + " " +
-                                      (text != nullptr ? text : ""));
-    }
-    static void Done(int result, keynode_t* node, void* data) {
-        static_cast<Seen*>(data)->Add(std::to_string(result) + " " + vconf_keynode_get_name(node) + " " +
-                                      std::to_string(vconf_keynode_get_type(node)) + " " +
-                                      std::to_string(vconf_keynode_get_int(node)));
+        self->seen.push_back(std::to_string(vconf_keynode_get_type(node)) + " " +
+                             (text != nullptr ? text : ""));
+        self->thread = std::this_thread::get_id();
     }
 };
 
@@ -523,12 +509,21 @@ TEST_F(SettingsTest, AdapterReadsWritesAndLogsAllButTheAccessToken) {
     WriteFile(Under("run/vconf/memory/blocked"), "a file where a directory should be");
     EXPECT_TRUE(ICVConf::Set("memory/blocked/key", 5, false));
     // Asynchronous sets are written in submission order: once this one completes, so have all before it.
-    Seen barrier;
-    ASSERT_EQ(vconf_set_int_async("memory/tak/boot_status", 42, Seen::Done, &barrier), VCONF_OK);
-    ASSERT_TRUE(orvix::test::WaitUntil([&] { return !barrier.Items().empty(); }));
-    EXPECT_EQ(barrier.Items(),
-              std::vector<std::string>{"0 memory/tak/boot_status " + std::to_string(VCONF_TYPE_INT) + " 42"});
-    EXPECT_NE(barrier.thread, std::this_thread::get_id());
+    using Completion = std::promise<std::pair<std::string, std::thread::id>>;  // node and thread
+    Completion barrier;
+    auto done = [](int result, keynode_t* node, void* data) {
+        static_cast<Completion*>(data)->set_value({std::to_string(result) + " " +
+                                                       vconf_keynode_get_name(node) + " " +
+                                                       std::to_string(vconf_keynode_get_type(node)) + " " +
+                                                       std::to_string(vconf_keynode_get_int(node)),
+                                                   std::this_thread::get_id()});
+    };
+    ASSERT_EQ(vconf_set_int_async("memory/tak/boot_status", 42, done, &barrier), VCONF_OK);
+    auto arrived = barrier.get_future();
+    ASSERT_EQ(arrived.wait_for(std::chrono::seconds(20)), std::future_status::ready);
+    auto [node, thread] = arrived.get();
+    EXPECT_EQ(node, "0 memory/tak/boot_status " + std::to_string(VCONF_TYPE_INT) + " 42");
+    EXPECT_NE(thread, std::this_thread::get_id());
     EXPECT_TRUE(vconf_get_int("memory/tak/boot_status", &number) == VCONF_OK && number == 42);
 
     EXPECT_TRUE(ICVConf::Get("db/comss/atoken", text) && text == secret + "-later");
@@ -542,21 +537,22 @@ TEST_F(SettingsTest, AdapterReadsWritesAndLogsAllButTheAccessToken) {
 // registered on a worker thread; an ignored key's callback is not called. Changes arrive in the order
 // they happened: once the second key's change is seen, one of the first key would have been seen.
 TEST_F(SettingsTest, ChangesByAnotherProcessReachTheCallbacksOnTheMainContext) {
-    Seen ignored, watched;
+    Changes ignored, watched;
     std::thread([&] {
-        EXPECT_EQ(vconf_notify_key_changed("memory/tak/biu_updating_app", Seen::Change, &watched), VCONF_OK);
+        EXPECT_EQ(vconf_notify_key_changed("memory/tak/biu_updating_app", Changes::Callback, &watched),
+                  VCONF_OK);
     }).join();
     // The same callback on another key: ignoring that one must leave the first watch alone.
-    ASSERT_EQ(vconf_notify_key_changed("memory/foundation/first", Seen::Change, &ignored), VCONF_OK);
-    ASSERT_EQ(vconf_ignore_key_changed("memory/foundation/first", Seen::Change), VCONF_OK);
+    ASSERT_EQ(vconf_notify_key_changed("memory/foundation/first", Changes::Callback, &ignored), VCONF_OK);
+    ASSERT_EQ(vconf_ignore_key_changed("memory/foundation/first", Changes::Callback), VCONF_OK);
     ASSERT_EQ(Run(ORVIX_HOST_TOOL, "settings|set|memory/foundation/first|a").status, 0);
     ASSERT_EQ(Run(ORVIX_HOST_TOOL, "settings|set|memory/tak/biu_updating_app|org.pkg.one").status, 0);
     // The notifications are dispatched by the default main context, which nothing else iterates here.
     ASSERT_TRUE(orvix::test::WaitUntil(
-        [&] { return g_main_context_iteration(nullptr, FALSE), !watched.Items().empty(); }));
-    EXPECT_EQ(watched.Items(), std::vector<std::string>{std::to_string(VCONF_TYPE_STRING) + " org.pkg.one"});
-    EXPECT_TRUE(watched.thread == std::this_thread::get_id() && ignored.Items().empty());
-    EXPECT_EQ(vconf_ignore_key_changed("memory/tak/biu_updating_app", Seen::Change), VCONF_OK);
+        [&] { return g_main_context_iteration(nullptr, FALSE), !watched.seen.empty(); }));
+    EXPECT_EQ(watched.seen, std::vector<std::string>{std::to_string(VCONF_TYPE_STRING) + " org.pkg.one"});
+    EXPECT_TRUE(watched.thread == std::this_thread::get_id() && ignored.seen.empty());
+    EXPECT_EQ(vconf_ignore_key_changed("memory/tak/biu_updating_app", Changes::Callback), VCONF_OK);
 }
 
 TEST_F(SettingsTest, ToolSetsAndGetsButRefusesBadInputWithOneLineAndChangesNothing) {
