@@ -51,8 +51,9 @@ using Signal = Counter;
 
 // A thread whose end is awaited within the bound. One that does not end in time still uses the test's
 // objects, so there is nothing to recover: the program stops with the reason.
-class BoundedThread {
-public:
+struct BoundedThread {
+    std::future<void> m_Done;
+
     explicit BoundedThread(std::function<void()> fn)
         : m_Done(std::async(std::launch::async, std::move(fn))) {}
     ~BoundedThread() { Join("thread"); }
@@ -65,9 +66,6 @@ public:
             m_Done.get();
         }
     }
-
-private:
-    std::future<void> m_Done;
 };
 
 // Runs fn on a thread of its own; the program stops if it does not return within the bound.
@@ -86,8 +84,7 @@ inline bool HasError(const LogMark& mark, const std::string& func, const std::st
 constexpr unsigned long kTestEvent = 100;
 
 // A task that records the data word of each test event it handles, with hooks set before Create().
-class TestTask : public CTAKTaskBase {
-public:
+struct TestTask : CTAKTaskBase {
     std::function<bool()> onCreate;
     std::function<void(PTEvent*)> onEvent = [](PTEvent*) {};
     std::function<void()> onDestroy = [] {};
@@ -107,8 +104,6 @@ public:
         Post(0, false, EVENT_EXIT);
         MustReturn("Destroy() after EVENT_EXIT", [this] { Destroy(); });
     }
-
-protected:
     bool t_Create() override {
         taskThread = pthread_self();
         return onCreate ? onCreate() : CTAKTaskBase::t_Create();
@@ -131,8 +126,7 @@ protected:
 
 std::atomic<int> g_Constructed{0};
 
-class Counted : public CTAKSingleton<Counted> {
-public:
+struct Counted : CTAKSingleton<Counted> {
     Counted() { ++g_Constructed; }
 };
 
