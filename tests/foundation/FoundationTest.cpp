@@ -94,6 +94,7 @@ TEST_F(FileDirTest, QueriesNeverFollowALink) {
     EXPECT_TRUE(TAKFile::Size(inside_ + "/sub/deeper/c.txt") == 3 && TAKFile::Size(Under("missing")) == -1);
     EXPECT_EQ(TAKDir::FolderSize(inside_), 1 + 1 + 3);
     EXPECT_TRUE(TAKDir::FolderSize(Under("missing")) == -1 && TAKDir::FolderSize(inside_ + "/a.txt") == -1);
+    EXPECT_FALSE(TAKDir::Create("") || TAKDir::Create(inside_ + "/a.txt/sub"));
 
     EXPECT_TRUE(TAKFile::IsRealPath(inside_ + "/a.txt") &&
                 TAKFile::IsRealPath(inside_ + "/not-yet-created.log"));
@@ -101,6 +102,10 @@ TEST_F(FileDirTest, QueriesNeverFollowALink) {
                                     inside_ + "//a.txt", std::string("relative/a.txt")}) {
         EXPECT_FALSE(TAKFile::IsRealPath(path)) << path;
     }
+    // Relative to a working directory where it exists, a path is still not a real path.
+    ASSERT_EQ(chdir(inside_.c_str()), 0);
+    EXPECT_FALSE(TAKFile::IsRealPath("sub/new.log"));
+    ASSERT_EQ(chdir("/"), 0);
 }
 
 // The first flag removes the directory itself, the second keeps the tree of sub-directories; with both,
@@ -159,6 +164,12 @@ TEST(TAKStringTest, NumbersFromAndToText) {
     EXPECT_TRUE(TAKString::UlInteger("18446744073709551616") == 0 && TAKString::UlInteger("-1") == 0 &&
                 TAKString::UlInteger("7x") == 0 && TAKString::UlInteger("") == 0);
     EXPECT_EQ(TAKString::ToString(LLONG_MIN), "-9223372036854775808");
+    // UCS-2 at every place where the UTF-8 length changes and at both ends of each surrogate range; a lone
+    // surrogate becomes U+FFFD.
+    EXPECT_EQ(TAKString::Ucs2ToUtf8(std::u16string{0x7F, 0x80, 0x7FF, 0x800, 0xFFFF, 0xD800, 0xDC00, 0xDBFF,
+                                                   0xDFFF, 0xDC00, 0xD800}),
+              "\x7F\xC2\x80\xDF\xBF\xE0\xA0\x80\xEF\xBF\xBF\xF0\x90\x80\x80\xF4\x8F\xBF\xBF\xEF\xBF\xBD\xEF"
+              "\xBF\xBD");
     EXPECT_TRUE(!TAKString::Diff("ok", "ok") && !TAKString::Diff(nullptr, nullptr) &&
                 TAKString::Diff("ok", "OK") && TAKString::Diff(nullptr, "ok") &&
                 TAKString::Diff("", nullptr));
