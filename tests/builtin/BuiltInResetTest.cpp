@@ -20,20 +20,12 @@ struct BuiltIn {
     bool removable = true;
 };
 
-std::string PkgOf(const std::string& appId) {
-    return "pkg." + appId;
-}
-
-Json::Value ListEntry(const std::string& appId, const std::vector<std::string>& requires = {}) {
+Json::Value ListEntry(const std::string& appId) {
     Json::Value entry(Json::objectValue);
     entry["appId"] = appId;
-    entry["pkgId"] = PkgOf(appId);
+    entry["pkgId"] = "pkg." + appId;
     entry["orvixId"] = appId + ".orvix";
     entry["baseVersion"] = "1.0.0";
-    for (const auto& required : requires) {
-        entry["requires"][required]["version"] = "1.0";
-        entry["requires"][required]["pkgid"] = PkgOf(required);
-    }
     return entry;
 }
 
@@ -49,19 +41,15 @@ protected:
         m_behaviour["builtin"]["install"]["delay_ms"] = 10;
     }
 
-    void AddPackages(const std::vector<BuiltIn>& apps) const {
+    // The library lists `listed` in that order; every package of `apps` exists as described.
+    void Given(const std::vector<BuiltIn>& apps, const std::vector<std::string>& listed) {
         for (const BuiltIn& app : apps) {
             orvix::test::RunResult added =
-                Host({"pkg", "add", PkgOf(app.appId), "--builtin", "--version", app.version, "--removable",
+                Host({"pkg", "add", "pkg." + app.appId, "--builtin", "--version", app.version, "--removable",
                       app.removable ? "true" : "false", "--app", app.appId, "--main", app.appId, "--meta",
                       "http://orvix.com/tv/metadata/prefer_instant_reset=" + app.instantReset});
             ASSERT_EQ(added.status, 0) << added.err;
         }
-    }
-
-    // The library lists `listed` in that order; every package of `apps` exists as described.
-    void Given(const std::vector<BuiltIn>& apps, const std::vector<std::string>& listed) {
-        AddPackages(apps);
         m_behaviour["builtin"]["list"] = Json::Value(Json::arrayValue);
         for (const std::string& appId : listed) {
             m_behaviour["builtin"]["list"].append(ListEntry(appId));
@@ -107,14 +95,12 @@ protected:
 };
 
 TEST_F(ABuiltInReset, OfTheServiceKindReinstallsInRequirementOrderWithProgressToTheCaller) {
-    AddPackages({{"alpha"}, {"beta"}, {"upper", "2.0.0", "TRUE"}, {"fixed", "2.0.0", "true", false}});
-    Json::Value list(Json::arrayValue);
-    for (const Json::Value& entry : {ListEntry("beta", {"alpha"}), ListEntry("upper"), ListEntry("fixed"),
-                                     ListEntry("gone"), ListEntry("alpha")}) {
-        list.append(entry);
-    }
-    list[0]["resetMode"] = "anytime";
-    m_behaviour["builtin"]["list"] = list;
+    Given({{"alpha"}, {"beta"}, {"upper", "2.0.0", "TRUE"}, {"fixed", "2.0.0", "true", false}},
+          {"beta", "upper", "fixed", "gone", "alpha"});
+    Json::Value& beta = m_behaviour["builtin"]["list"][0];
+    beta["requires"]["alpha"]["version"] = "1.0";
+    beta["requires"]["alpha"]["pkgid"] = "pkg.alpha";
+    beta["resetMode"] = "anytime";
     m_behaviour["builtin"]["dld"]["alpha"]["url"] = "http://store/alpha.tpk?a=1&b=<2>";
     m_behaviour["builtin"]["dld"]["alpha"]["fileSize"] = 1024;
     m_behaviour["builtin"]["dld"]["alpha"]["removable"] = true;
