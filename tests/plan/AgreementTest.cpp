@@ -229,35 +229,27 @@ TEST_P(ThePlanAndTheBuiltInReset, AgreeOnTheInstallOrder) {
     for (int i = static_cast<int>(5 + random() % 6); i > 0; --i) {
         appIds.push_back("b" + std::to_string(random() % 100));
     }
-    AddPackage({"pkg.home", "--builtin", "--version", Chance(random, 50) ? "4.9" : "5.2", "--app", "home",
-                "--main", "home"});
+    AddBuiltIn("home", Chance(random, 50) ? "4.9" : "5.2");
     SetSetting("string", "db/home/homeversion_pkg_id", "pkg.home");
 
     Json::Value behaviour(Json::objectValue);
     behaviour["builtin"]["install"]["delay_ms"] = 5;
     std::set<std::string> packaged;
     for (const std::string& appId : appIds) {
-        Json::Value entry(Json::objectValue);
-        entry["appId"] = appId;
-        entry["pkgId"] = "pkg." + appId;
-        entry["baseVersion"] = "1.0.0";
+        std::vector<std::pair<std::string, std::string>> required;
         for (int r = static_cast<int>(random() % 3); r > 0; --r) {
-            std::string required = appIds[random() % appIds.size()];
-            entry["requires"][required]["version"] = "1.0";
-            entry["requires"][required]["pkgid"] = "pkg." + required;
+            required.push_back({appIds[random() % appIds.size()], "1.0"});
         }
         if (Chance(random, 25)) {
-            entry["requires"]["home"]["version"] = "5.0";
-            entry["requires"]["home"]["pkgid"] = "pkg.home";
+            required.push_back({"home", "5.0"});
         }
-        behaviour["builtin"]["list"].append(entry);
+        behaviour["builtin"]["list"].append(ListEntry(appId, required));
+        behaviour["builtin"]["list"][behaviour["builtin"]["list"].size() - 1]["baseVersion"] = "1.0.0";
         if (Chance(random, 15) || !packaged.insert(appId).second) {
             continue;
         }
-        const char* metadata = Chance(random, 85) ? "true" : "TRUE";
-        AddPackage({"pkg." + appId, "--builtin", "--version", "2.0.0", "--removable",
-                    Chance(random, 85) ? "true" : "false", "--app", appId, "--main", appId, "--meta",
-                    std::string("http://orvix.com/tv/metadata/prefer_instant_reset=") + metadata});
+        const char* instantReset = Chance(random, 85) ? "true" : "TRUE";
+        AddBuiltIn(appId, "2.0.0", Chance(random, 85) ? "true" : "false", instantReset);
     }
     SetLibTakBehaviour(behaviour);
     const std::string updating = seed % 3 == 0 ? "pkg." + appIds.back() : "";
