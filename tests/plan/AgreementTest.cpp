@@ -9,6 +9,7 @@
 #include <map>
 #include <random>
 #include <set>
+#include <tuple>
 
 #include "PlanFixture.h"
 
@@ -19,21 +20,15 @@ namespace {
 
 namespace fs = std::filesystem;
 
-struct Tree {
-    bool exists = false;
-    long long files = 0;
-    long long bytes = 0;
-    bool operator==(const Tree& other) const {
-        return exists == other.exists && files == other.files && bytes == other.bytes;
-    }
-};
+// Whether a path exists, and its files and bytes.
+using Tree = std::tuple<bool, long long, long long>;
 
 // What is below a path now, counted as a removal would count it: links are not followed.
 Tree Measure(const std::string& path) {
     std::error_code error;
     fs::file_status status = fs::symlink_status(path, error);
     if (error || !fs::exists(status)) {
-        return {};
+        return {false, 0, 0};
     }
     auto size = [](fs::file_status s, const fs::path& p) {
         return fs::is_regular_file(s) ? static_cast<long long>(fs::file_size(p)) : 0;
@@ -45,8 +40,8 @@ Tree Measure(const std::string& path) {
     for (auto it = fs::recursive_directory_iterator(path, error); !error && it != fs::end(it);
          it.increment(error)) {
         if (!fs::is_directory(it->symlink_status())) {
-            ++tree.files;
-            tree.bytes += size(it->symlink_status(), it->path());
+            ++std::get<1>(tree);
+            std::get<2>(tree) += size(it->symlink_status(), it->path());
         }
     }
     return tree;
@@ -199,11 +194,12 @@ TEST_P(ThePlanAndTheAppsReset, AgreeAppByAppAndDirectoryByDirectory) {
     EXPECT_EQ(Results(result).size(), 1u);
     EXPECT_EQ(plan["result"]["when"].asString(), "end");
     for (const auto& [path, step] : planned) {
-        Tree now = Measure(path);
+        const auto& [action, before] = step;
+        auto [exists, files, bytes] = Measure(path);
         // An absent directory stays absent; one that was there stays, empty. Whatever else is removed.
-        EXPECT_TRUE(step.first == "empty" ? now.exists == step.second.exists && now.files == 0 : !now.exists)
-            << step.first << " " << path;
-        EXPECT_TRUE(step.first != "empty" || !now.exists || IsEmptyDir(path)) << path;
+        EXPECT_TRUE(action == "empty" ? exists == std::get<0>(before) && files + bytes == 0 : !exists)
+            << action << " " << path;
+        EXPECT_TRUE(action != "empty" || !exists || IsEmptyDir(path)) << path;
         untouched.erase(path.substr(0, path.find_last_not_of('/') + 1));
     }
     // What the plan leaves out, the reset leaves alone.
@@ -273,15 +269,10 @@ TEST_P(ThePlanAndTheBuiltInReset, AgreeOnTheInstallOrder) {
     }
     ASSERT_TRUE(WaitForResult(plan["result"]["name"].asString()));
     EndProcess();
-    Lines installed;
+    Lines installed, install = Actions(plan, "install");
     for (const auto& call : CallsOf("libtak_common", "InstallAppAPI")) {
-        for (const auto& pair : call["args"][0]) {
-            if (pair[0].asString() == "appkey") {
-                installed.push_back(pair[1].asString());
-            }
-        }
+        installed.push_back(call["args"][0][0][1].asString());  // the app key comes first
     }
-    Lines install = Actions(plan, "install");
     EXPECT_EQ(installed, install);
     // Only an app that is installed makes the reset wait for its background update.
     bool waits = !updating.empty() && std::count(install.begin(), install.end(), updating.substr(4)) > 0;

@@ -159,7 +159,6 @@ Result: "tak_app_reset_result" 1, user data 7, when the reset ends
          {"Plan of tak_service_reset", "Board: runs Android apps: yes",
           "Apps in uninstall order: 8 (2 uninstall, 6 keep)",
           "      2  keep       fixed id           3201903017943",
-          "      3  keep       fixed id           3201904018125",
           "      4  keep       fixed id           3202001019917",
           "      7  keep       general app        3202110000259",
           "  memory/tak/app_change   0 -> 1\n\nResult: \"tak_service_reset_result\" 1, user data -3",
@@ -193,16 +192,11 @@ Result: "tak_app_reset_result" 1, user data 7, when the reset ends
          {"reset=corvane_reset"},
          nullptr,
          // The Corvane text with the apps listed and the record writes first.
-         {"Board: runs Android apps: yes", "Apps in uninstall order: 8 (5 uninstall, 3 keep)",
-          "      4  uninstall                     3202001019917",
-          "      7  keep       general app        3202110000259",
-          "  empty                       2            13  <root>/opt/usr/data/vardell/common/",
+         {"Apps in uninstall order: 8 (5 uninstall, 3 keep)",
           "  db/tak/app_canary_internal_test           0 -> 0\n"
           "  memory/tak/app_change                     0 -> 1\n"
           "  db/tak/app_sync_status                    1 -> 0\n"
-          "  memory/tak/boot_status                    1 -> 0\n",
-          "Notes:\n  - the board runs Android apps: the uninstalls wait until the service's binder "
-          "exists\n"}},
+          "  memory/tak/boot_status                    1 -> 0\n"}},
         {"BuiltInAppReset",
          "built-ins",
          {"reset=biu_app_reset", "userdata=12", "caller_process_name=settings"},
