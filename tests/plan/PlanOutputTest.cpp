@@ -315,18 +315,40 @@ protected:
     bool StartsBus() const override { return false; }
 };
 
-TEST_F(ThePlanCommand, RefusesBadArgumentsAndFailsOnlyWhenItCouldReadNothing) {
-    const std::vector<std::string> bad[] = {
-        {},
-        {"reset=tak_app_reset", "userdata=seven"},
-        {"--colour", "reset=tak_app_reset"},
+// The launch keys are read strictly: what it refuses is one line on standard error and status 2, and a
+// root with nothing to read is status 1.
+TEST_F(ThePlanCommand, ReadsTheLaunchKeysStrictlyAndFailsOnlyWhenItCouldReadNothing) {
+    const struct {
+        std::vector<std::string> args;
+        const char* error;  // part of the one-line error; nullptr: accepted
+    } cases[] = {
+        {{"reset=tak_app_reset"}, nullptr},
+        {{"reset=biu_service_reset", "userdata=-9223372036854775808", "thread_id=-1",
+          "event_index=2147483647", "deprecated=0", "method=m", "obj=tv", "caller_process_name=a=b",
+          "reset_reason="},
+         nullptr},
+        {{}, "no reset=KIND given"},
+        {{"reset=end"}, "reset=end stops tak-reset"},
+        {{"reset=TAK_APP_RESET"}, "reset=\"TAK_APP_RESET\" starts no reset"},
+        {{"reset=tak_app_reset", "reset=corvane_reset"}, "\"reset\" is given twice"},
+        {{"reset=tak_app_reset", "colour=red"}, "unknown key \"colour\""},
+        {{"--colour", "reset=tak_app_reset"}, "--colour"},
+        {{"reset=tak_app_reset", "plain"}, "\"plain\" is not KEY=VALUE"},
+        {{"reset=tak_app_reset", "userdata=12x"}, "\"userdata\" takes a whole number"},
+        {{"reset=tak_app_reset", "userdata=9223372036854775808"}, "\"userdata\" takes a whole number"},
+        {{"reset=tak_app_reset", "event_index= 1"}, "\"event_index\" takes a whole number"},
+        {{"reset=tak_app_reset", "deprecated="}, "\"deprecated\" takes a whole number"},
     };
-    for (const auto& args : bad) {
-        PlanRun run = Plan(args);
-        EXPECT_EQ(run.status, 2);
-        EXPECT_EQ(run.out, "");
-        EXPECT_EQ(run.err.rfind("tak-reset-plan: ", 0), 0u) << run.err;
-        EXPECT_EQ(run.err.find('\n'), run.err.size() - 1) << run.err;
+    for (const auto& test : cases) {
+        SCOPED_TRACE(test.args.empty() ? "(none)" : test.args.back());
+        PlanRun run = Plan(test.args);
+        EXPECT_EQ(run.status, test.error == nullptr ? 0 : 2) << run.err;
+        if (test.error != nullptr) {
+            EXPECT_EQ(run.out, "");
+            EXPECT_EQ(run.err.rfind("tak-reset-plan: ", 0), 0u) << run.err;
+            EXPECT_NE(run.err.find(test.error), std::string::npos) << run.err;
+            EXPECT_EQ(run.err.find('\n'), run.err.size() - 1) << run.err;
+        }
     }
     orvix::test::RunResult run =
         orvix::test::RunProgram({PlanPath(), "reset=tak_app_reset"},
