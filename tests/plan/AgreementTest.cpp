@@ -9,6 +9,7 @@
 #include <map>
 #include <random>
 #include <set>
+#include <sstream>
 #include <tuple>
 
 #include "PlanFixture.h"
@@ -72,9 +73,13 @@ bool Chance(std::mt19937& random, int percent) {
 class ThePlanAndTheReset : public PlanFixture, public ::testing::WithParamInterface<int> {
 protected:
     // The plan, made now; the root is unchanged by it.
-    Json::Value PlanUnchanged(const std::vector<std::string>& args) {
+    Json::Value PlanUnchanged(std::vector<std::string> args) {
         std::map<std::string, std::string> before = Snapshot(Root());
-        Json::Value plan = PlanJson(args);
+        args.insert(args.begin(), "--json");
+        orvix::test::RunResult run = Plan(args);
+        EXPECT_EQ(run.status, 0) << run.err;
+        Json::Value plan;
+        std::istringstream(run.out) >> plan;
         EXPECT_TRUE(before == Snapshot(Root())) << "the plan changed the root";
         return plan;
     }

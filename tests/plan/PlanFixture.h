@@ -4,7 +4,6 @@
 
 #include <json/json.h>
 
-#include <sstream>
 #include <string>
 #include <vector>
 
@@ -12,38 +11,22 @@
 
 namespace plan_test {
 
-struct PlanRun {
-    int status = -1;
-    std::string out;  // standard output and error, the root written as "<root>"
-    std::string err;
-};
-
 class PlanFixture : public reset_test::ResetFixture {
 protected:
     static std::string PlanPath() { return BinaryDir() + "/src/tak-reset-plan"; }
 
-    // tak-reset-plan ARGS... on this root, with the platform log dropped below errors.
-    PlanRun Plan(const std::vector<std::string>& args) const {
+    // tak-reset-plan ARGS... on this root, with the platform log dropped below errors; the root is written
+    // as "<root>" in what it prints.
+    orvix::test::RunResult Plan(const std::vector<std::string>& args) const {
         std::vector<std::string> argv = {PlanPath()};
         argv.insert(argv.end(), args.begin(), args.end());
-        orvix::test::RunResult run =
+        orvix::test::RunResult plan =
             orvix::test::RunProgram(argv, {{"ORVIX_HOST_ROOT", Root()}, {"ORVIX_LOG_LEVEL", "E"}});
-        PlanRun plan{run.status, run.out, run.err};
         for (std::string* text : {&plan.out, &plan.err}) {
             for (size_t at = text->find(Root()); at != std::string::npos; at = text->find(Root(), at)) {
                 text->replace(at, Root().size(), "<root>");
             }
         }
-        return plan;
-    }
-
-    // The --json plan, parsed; a failed run fails the test, bad JSON throws.
-    Json::Value PlanJson(std::vector<std::string> args) const {
-        args.insert(args.begin(), "--json");
-        PlanRun run = Plan(args);
-        EXPECT_EQ(run.status, 0) << run.err;
-        Json::Value plan;
-        std::istringstream(run.out) >> plan;
         return plan;
     }
 

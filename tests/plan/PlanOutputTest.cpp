@@ -84,7 +84,7 @@ TEST_P(APlan, PrintsTheExpectedText) {
     const OutputCase& test = GetParam();
     Given(test.root);
     ASSERT_FALSE(HasFatalFailure());
-    PlanRun run = Plan(test.args);
+    orvix::test::RunResult run = Plan(test.args);
     EXPECT_EQ(run.status, 0) << run.err;
     EXPECT_EQ(run.err, test.err);
     if (test.expected != nullptr) {
@@ -341,7 +341,7 @@ TEST_F(ThePlanCommand, ReadsTheLaunchKeysStrictlyAndFailsOnlyWhenItCouldReadNoth
     };
     for (const auto& test : cases) {
         SCOPED_TRACE(test.args.empty() ? "(none)" : test.args.back());
-        PlanRun run = Plan(test.args);
+        orvix::test::RunResult run = Plan(test.args);
         EXPECT_EQ(run.status, test.error == nullptr ? 0 : 2) << run.err;
         if (test.error != nullptr) {
             EXPECT_EQ(run.out, "");
