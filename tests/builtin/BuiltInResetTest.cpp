@@ -185,12 +185,12 @@ TEST_P(ABuiltInResetThatMayNotRun, IsRefusedWithItsNoticeAndStillAnswers) {
     EXPECT_EQ(Setting("db/built-in-app-upgrader/reset"), test.resetAfter);
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    Refusals, ABuiltInResetThatMayNotRun,
-    ::testing::Values(RefusalCase{"AnotherResetInProcess", "db/built-in-app-upgrader/reset", "int", "2", "2"},
-                      RefusalCase{"UpgraderOff", "db/built-in-app-upgrader/server_upgrade", "bool", "false",
-                                  "0"}),
-    [](const auto& info) { return std::string(info.param.name); });
+INSTANTIATE_TEST_SUITE_P(Refusals, ABuiltInResetThatMayNotRun,
+                         ::testing::ValuesIn(std::vector<RefusalCase>{
+                             {"AnotherResetInProcess", "db/built-in-app-upgrader/reset", "int", "2", "2"},
+                             {"UpgraderOff", "db/built-in-app-upgrader/server_upgrade", "bool", "false",
+                              "0"}}),
+                         [](const auto& info) { return std::string(info.param.name); });
 
 // How the library's callbacks move the reset: which ones end an app, which only touch the test list.
 // The second app always ends with 103, which leaves the test list alone.
@@ -224,17 +224,16 @@ TEST_P(ABuiltInResetCallback, AdvancesOnlyOnTheEndStatesOfTheHeadApp) {
 
 INSTANTIATE_TEST_SUITE_P(
     States, ABuiltInResetCallback,
-    ::testing::Values(
-        CallbackCase{"End110RecordsTheTestApp", R"({"terminal": 110})", "", "one,pkg.one", ""},
-        CallbackCase{"End111", R"({"terminal": 111})", "", "", ""},
-        CallbackCase{"TwiceEndsOnce", R"({"terminal": 110, "twice": true})", "", "one,pkg.one",
-                     "one is not in upgrade list"},
-        CallbackCase{"UnknownAppIgnored", R"({"terminal": 110, "also_for": "ghost"})", "", "one,pkg.one",
-                     "ghost is not in upgrade list"},
-        CallbackCase{"UninstallStatesOnlyTouchTheTestList",
-                     R"({"terminal": 103, "states": [[101, 10, 0], [122, 0, 0], [50, 0, 0], [123, 0, 1]]})",
-                     "one,pkg.one;keep,pkg.keep", "keep,pkg.keep",
-                     "strAppID[one] uninstall  state 123 result 1"}),
+    ::testing::ValuesIn(std::vector<CallbackCase>{
+        {"End110RecordsTheTestApp", R"({"terminal": 110})", "", "one,pkg.one", ""},
+        {"End111", R"({"terminal": 111})", "", "", ""},
+        {"TwiceEndsOnce", R"({"terminal": 110, "twice": true})", "", "one,pkg.one",
+         "one is not in upgrade list"},
+        {"UnknownAppIgnored", R"({"terminal": 110, "also_for": "ghost"})", "", "one,pkg.one",
+         "ghost is not in upgrade list"},
+        {"UninstallStatesOnlyTouchTheTestList",
+         R"({"terminal": 103, "states": [[101, 10, 0], [122, 0, 0], [50, 0, 0], [123, 0, 1]]})",
+         "one,pkg.one;keep,pkg.keep", "keep,pkg.keep", "strAppID[one] uninstall  state 123 result 1"}}),
     [](const auto& info) { return std::string(info.param.name); });
 
 TEST_F(ABuiltInReset, StoppedByASecondRequestAnswersOnceAndTheSecondIsRefused) {
