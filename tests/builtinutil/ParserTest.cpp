@@ -48,8 +48,7 @@ TEST(ListParsers, TakeEntriesOfTheirFieldCountAndSkipOthers) {
         bool skips;
     } cases[] = {
         {"one entry", Home, "app,pkg,1.0,grp,tag", "app|pkg|1.0|grp|tag|/", false},
-        {"trailing and doubled separators", Home, ";a,p,1,g,t;;b,q,2,h,u;", "a|p|1|g|t|/b|q|2|h|u|/",
-         false},
+        {"trailing and doubled separators", Home, ";a,p,1,g,t;;b,q,2,h,u;", "a|p|1|g|t|/b|q|2|h|u|/", false},
         {"truncated last entry", Home, "a,p,1,g,t;b,q,2", "a|p|1|g|t|/", true},
         {"no field separator at all", Home, "justtext", "", true},
         {"extra fields ignored", Home, "a,p,1,g,t,x,y", "a|p|1|g|t|/", false},
