@@ -15,7 +15,7 @@ struct OutputCase {
     std::vector<std::string> args;
     const char* expected;            // the whole text; nullptr: a near-copy of another case, and
     std::vector<std::string> lines;  // the lines where it differs, found in this order
-    std::string err = "";            // standard error
+    std::string unread = "";         // what it could not read, on standard error and in the plan
 };
 
 class APlan : public PlanFixture, public ::testing::WithParamInterface<OutputCase> {
@@ -86,7 +86,9 @@ TEST_P(APlan, PrintsTheExpectedText) {
     ASSERT_FALSE(HasFatalFailure());
     orvix::test::RunResult run = Plan(test.args);
     EXPECT_EQ(run.status, 0) << run.err;
-    EXPECT_EQ(run.err, test.err);
+    EXPECT_EQ(run.err, test.unread.empty() ? "" : "tak-reset-plan: " + test.unread + "\n");
+    EXPECT_TRUE(test.unread.empty() || run.out.find("  - " + test.unread + "\n") != std::string::npos)
+        << run.out;
     if (test.expected != nullptr) {
         EXPECT_EQ(run.out, test.expected);
     }
@@ -96,9 +98,6 @@ TEST_P(APlan, PrintsTheExpectedText) {
         ASSERT_NE(at, std::string::npos) << line << "\nin:\n" << run.out;
     }
 }
-
-const char kCouldNotLoad[] =
-    "tak-reset-plan: the common library <root>/usr/lib64/libtak_common.so could not be loaded\n";
 
 INSTANTIATE_TEST_SUITE_P(
     EachKind, APlan,
@@ -262,17 +261,14 @@ Notes:
          "no database",
          {"reset=tak_app_reset"},
          nullptr,
-         {"Apps in uninstall order: 0 (0 uninstall, 0 keep)",
-          "Could not read:", "  - there is no app database at <root>/home/owner/.vardell.db"},
-         "tak-reset-plan: there is no app database at <root>/home/owner/.vardell.db\n"},
+         {"Apps in uninstall order: 0 (0 uninstall, 0 keep)", "Could not read:"},
+         "there is no app database at <root>/home/owner/.vardell.db"},
         {"CorruptDatabase",
          "corrupt database",
          {"reset=corvane_reset"},
          nullptr,
-         {"Clean-up in order:",
-          "  - the app database <root>/home/owner/.vardell.db cannot be read: file is not a database"},
-         "tak-reset-plan: the app database <root>/home/owner/.vardell.db cannot be read: file is not a "
-         "database\n"},
+         {"Clean-up in order:"},
+         "the app database <root>/home/owner/.vardell.db cannot be read: file is not a database"},
         {"NoLibraryForAnAppsReset",
          "missing library",
          {"reset=tak_app_reset"},
@@ -281,9 +277,8 @@ Notes:
           "Result: \"tak_app_reset_result\" 1, user data 0, only when its task is ended (a later request or "
           "reset=end)",
           "  - the common library has no UninstallAppAPI: the reset stops before its first uninstall "
-          "request; nothing is uninstalled or cleaned up",
-          "  - the common library <root>/usr/lib64/libtak_common.so could not be loaded"},
-         kCouldNotLoad},
+          "request; nothing is uninstalled or cleaned up"},
+         "the common library <root>/usr/lib64/libtak_common.so could not be loaded"},
         {"ABrokenLibraryForABuiltInReset",
          "broken library",
          {"reset=biu_service_reset", "obj=tv", "method=m"},
@@ -291,7 +286,7 @@ Notes:
          {"Condition: passes", "Progress to managerclient.tv, method \"m\": 502 only when its task is ended",
           "db/built-in-app-upgrader/reset  0 -> 1", "only when its task is ended",
           "  - the common library has no GetBuiltInAppListAPI: the reset stops after its condition check"},
-         kCouldNotLoad},
+         "the common library <root>/usr/lib64/libtak_common.so could not be loaded"},
         {"NoPackageRecords",
          "no package records",
          {"reset=biu_app_reset"},
