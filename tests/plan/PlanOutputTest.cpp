@@ -18,6 +18,11 @@ struct OutputCase {
     std::string unread = "";         // what it could not read, on standard error and in the plan
 };
 
+// Test lists name a case by its name, not by its bytes.
+void PrintTo(const OutputCase& test, std::ostream* out) {
+    *out << test.name;
+}
+
 class APlan : public PlanFixture, public ::testing::WithParamInterface<OutputCase> {
 protected:
     std::vector<std::string> InitArguments() const override {
