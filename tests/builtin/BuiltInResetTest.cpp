@@ -20,20 +20,12 @@ struct BuiltIn {
     bool removable = true;
 };
 
-std::string PkgOf(const std::string& appId) {
-    return "pkg." + appId;
-}
-
-Json::Value ListEntry(const std::string& appId, const std::vector<std::string>& requires = {}) {
+Json::Value ListEntry(const std::string& appId) {
     Json::Value entry(Json::objectValue);
     entry["appId"] = appId;
-    entry["pkgId"] = PkgOf(appId);
+    entry["pkgId"] = "pkg." + appId;
     entry["orvixId"] = appId + ".orvix";
     entry["baseVersion"] = "1.0.0";
-    for (const auto& required : requires) {
-        entry["requires"][required]["version"] = "1.0";
-        entry["requires"][required]["pkgid"] = PkgOf(required);
-    }
     return entry;
 }
 
@@ -49,19 +41,15 @@ protected:
         m_behaviour["builtin"]["install"]["delay_ms"] = 10;
     }
 
-    void AddPackages(const std::vector<BuiltIn>& apps) const {
+    // The library lists `listed` in that order; every package of `apps` exists as described.
+    void Given(const std::vector<BuiltIn>& apps, const std::vector<std::string>& listed) {
         for (const BuiltIn& app : apps) {
             orvix::test::RunResult added =
-                Host({"pkg", "add", PkgOf(app.appId), "--builtin", "--version", app.version, "--removable",
+                Host({"pkg", "add", "pkg." + app.appId, "--builtin", "--version", app.version, "--removable",
                       app.removable ? "true" : "false", "--app", app.appId, "--main", app.appId, "--meta",
                       "http://orvix.com/tv/metadata/prefer_instant_reset=" + app.instantReset});
             ASSERT_EQ(added.status, 0) << added.err;
         }
-    }
-
-    // The library lists `listed` in that order; every package of `apps` exists as described.
-    void Given(const std::vector<BuiltIn>& apps, const std::vector<std::string>& listed) {
-        AddPackages(apps);
         m_behaviour["builtin"]["list"] = Json::Value(Json::arrayValue);
         for (const std::string& appId : listed) {
             m_behaviour["builtin"]["list"].append(ListEntry(appId));
@@ -107,14 +95,12 @@ protected:
 };
 
 TEST_F(ABuiltInReset, OfTheServiceKindReinstallsInRequirementOrderWithProgressToTheCaller) {
-    AddPackages({{"alpha"}, {"beta"}, {"upper", "2.0.0", "TRUE"}, {"fixed", "2.0.0", "true", false}});
-    Json::Value list(Json::arrayValue);
-    for (const Json::Value& entry : {ListEntry("beta", {"alpha"}), ListEntry("upper"), ListEntry("fixed"),
-                                     ListEntry("gone"), ListEntry("alpha")}) {
-        list.append(entry);
-    }
-    list[0]["resetMode"] = "anytime";
-    m_behaviour["builtin"]["list"] = list;
+    Given({{"alpha"}, {"beta"}, {"upper", "2.0.0", "TRUE"}, {"fixed", "2.0.0", "true", false}},
+          {"beta", "upper", "fixed", "gone", "alpha"});
+    Json::Value& beta = m_behaviour["builtin"]["list"][0];
+    beta["requires"]["alpha"]["version"] = "1.0";
+    beta["requires"]["alpha"]["pkgid"] = "pkg.alpha";
+    beta["resetMode"] = "anytime";
     m_behaviour["builtin"]["dld"]["alpha"]["url"] = "http://store/alpha.tpk?a=1&b=<2>";
     m_behaviour["builtin"]["dld"]["alpha"]["fileSize"] = 1024;
     m_behaviour["builtin"]["dld"]["alpha"]["removable"] = true;
@@ -199,12 +185,12 @@ TEST_P(ABuiltInResetThatMayNotRun, IsRefusedWithItsNoticeAndStillAnswers) {
     EXPECT_EQ(Setting("db/built-in-app-upgrader/reset"), test.resetAfter);
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    Refusals, ABuiltInResetThatMayNotRun,
-    ::testing::Values(RefusalCase{"AnotherResetInProcess", "db/built-in-app-upgrader/reset", "int", "2", "2"},
-                      RefusalCase{"UpgraderOff", "db/built-in-app-upgrader/server_upgrade", "bool", "false",
-                                  "0"}),
-    [](const auto& info) { return std::string(info.param.name); });
+INSTANTIATE_TEST_SUITE_P(Refusals, ABuiltInResetThatMayNotRun,
+                         ::testing::ValuesIn(std::vector<RefusalCase>{
+                             {"AnotherResetInProcess", "db/built-in-app-upgrader/reset", "int", "2", "2"},
+                             {"UpgraderOff", "db/built-in-app-upgrader/server_upgrade", "bool", "false",
+                              "0"}}),
+                         [](const auto& info) { return std::string(info.param.name); });
 
 // How the library's callbacks move the reset: which ones end an app, which only touch the test list.
 // The second app always ends with 103, which leaves the test list alone.
@@ -238,17 +224,16 @@ TEST_P(ABuiltInResetCallback, AdvancesOnlyOnTheEndStatesOfTheHeadApp) {
 
 INSTANTIATE_TEST_SUITE_P(
     States, ABuiltInResetCallback,
-    ::testing::Values(
-        CallbackCase{"End110RecordsTheTestApp", R"({"terminal": 110})", "", "one,pkg.one", ""},
-        CallbackCase{"End111", R"({"terminal": 111})", "", "", ""},
-        CallbackCase{"TwiceEndsOnce", R"({"terminal": 110, "twice": true})", "", "one,pkg.one",
-                     "one is not in upgrade list"},
-        CallbackCase{"UnknownAppIgnored", R"({"terminal": 110, "also_for": "ghost"})", "", "one,pkg.one",
-                     "ghost is not in upgrade list"},
-        CallbackCase{"UninstallStatesOnlyTouchTheTestList",
-                     R"({"terminal": 103, "states": [[101, 10, 0], [122, 0, 0], [50, 0, 0], [123, 0, 1]]})",
-                     "one,pkg.one;keep,pkg.keep", "keep,pkg.keep",
-                     "strAppID[one] uninstall  state 123 result 1"}),
+    ::testing::ValuesIn(std::vector<CallbackCase>{
+        {"End110RecordsTheTestApp", R"({"terminal": 110})", "", "one,pkg.one", ""},
+        {"End111", R"({"terminal": 111})", "", "", ""},
+        {"TwiceEndsOnce", R"({"terminal": 110, "twice": true})", "", "one,pkg.one",
+         "one is not in upgrade list"},
+        {"UnknownAppIgnored", R"({"terminal": 110, "also_for": "ghost"})", "", "one,pkg.one",
+         "ghost is not in upgrade list"},
+        {"UninstallStatesOnlyTouchTheTestList",
+         R"({"terminal": 103, "states": [[101, 10, 0], [122, 0, 0], [50, 0, 0], [123, 0, 1]]})",
+         "one,pkg.one;keep,pkg.keep", "keep,pkg.keep", "strAppID[one] uninstall  state 123 result 1"}}),
     [](const auto& info) { return std::string(info.param.name); });
 
 TEST_F(ABuiltInReset, StoppedByASecondRequestAnswersOnceAndTheSecondIsRefused) {

@@ -119,10 +119,8 @@ TEST_F(UpdatingTest, RefusesIdsThatNameOtherFiles) {
 
 // The candidate file: absent is an empty list; oversized or not a file is a failure; a file at the size
 // limit is read whole; a link to a file is followed.
-TEST(CandidateFile, IsReadWithinBounds) {
-    char pattern[] = "/tmp/candidate-XXXXXX";
-    ASSERT_NE(mkdtemp(pattern), nullptr);
-    const std::string dir = pattern;
+TEST_F(UpdatingTest, ReadsTheCandidateFileWithinBounds) {
+    const std::string dir = Root();
     const std::string path = dir + "/p0testcandidate.xml";
     auto read = [&](bool result) {
         std::vector<HOME_TEST_APP> list = {HOME_TEST_APP{"stale", "stale", "", "", "", ""}};
@@ -150,7 +148,6 @@ TEST(CandidateFile, IsReadWithinBounds) {
     std::ofstream(dir + "/target") << "c,r,3,g,t,i";
     symlink((dir + "/target").c_str(), path.c_str());
     EXPECT_EQ(read(true), "r;");
-    TAKDir::RemoveAllFiles(dir, true, false);
 }
 
 }  // namespace

@@ -1,6 +1,5 @@
 // What the package-information tests share: a fresh host root per test whose package records the test
-// writes, the process's platform log since the test began, and a check at tear-down that every
-// package-manager handle opened during the test was released.
+// writes, and a check at tear-down that every package-manager handle opened during the test was released.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -35,9 +34,6 @@ protected:
         ASSERT_TRUE(orvix::host::WriteFileAtomically(RecordsPath(), text, &error)) << error;
     }
 
-    bool LogHas(const std::string& text) const { return mark_.Contains(text); }
-
     std::string root_;
-    orvix::test::LogMark mark_;
     long handlesAtStart_ = 0;
 };

@@ -43,6 +43,7 @@ TEST_F(PkgInfoTest, PackageAnswers) {
         bool robot, installed, removable;
         const char* version;  // nullptr: cannot be read
     };
+    orvix::test::LogMark mark;
     for (const Case& c : std::vector<Case>{{"org.tv.player", false, true, false, "2.1.0"},
                                            {"org.tv.plain", false, true, true, ""},
                                            {"org.tv.odd", false, true, true, nullptr},
@@ -57,7 +58,7 @@ TEST_F(PkgInfoTest, PackageAnswers) {
         EXPECT_EQ(info.CheckAppVersion(version), c.version != nullptr);
         EXPECT_EQ(version, c.version != nullptr ? c.version : "kept");
     }
-    EXPECT_TRUE(LogHas("src/Commons/Wrapper/src/PkgInfo: CheckAppVersion("));
+    EXPECT_TRUE(mark.Contains("src/Commons/Wrapper/src/PkgInfo: CheckAppVersion("));
 }
 
 // The main app is the package's "mainapp", not its first app; a key declared twice keeps its later value,

@@ -9,6 +9,8 @@
 #include <map>
 #include <random>
 #include <set>
+#include <sstream>
+#include <tuple>
 
 #include "PlanFixture.h"
 
@@ -19,21 +21,15 @@ namespace {
 
 namespace fs = std::filesystem;
 
-struct Tree {
-    bool exists = false;
-    long long files = 0;
-    long long bytes = 0;
-    bool operator==(const Tree& other) const {
-        return exists == other.exists && files == other.files && bytes == other.bytes;
-    }
-};
+// Whether a path exists, and its files and bytes.
+using Tree = std::tuple<bool, long long, long long>;
 
 // What is below a path now, counted as a removal would count it: links are not followed.
 Tree Measure(const std::string& path) {
     std::error_code error;
     fs::file_status status = fs::symlink_status(path, error);
     if (error || !fs::exists(status)) {
-        return {};
+        return {false, 0, 0};
     }
     auto size = [](fs::file_status s, const fs::path& p) {
         return fs::is_regular_file(s) ? static_cast<long long>(fs::file_size(p)) : 0;
@@ -45,8 +41,8 @@ Tree Measure(const std::string& path) {
     for (auto it = fs::recursive_directory_iterator(path, error); !error && it != fs::end(it);
          it.increment(error)) {
         if (!fs::is_directory(it->symlink_status())) {
-            ++tree.files;
-            tree.bytes += size(it->symlink_status(), it->path());
+            ++std::get<1>(tree);
+            std::get<2>(tree) += size(it->symlink_status(), it->path());
         }
     }
     return tree;
@@ -77,9 +73,13 @@ bool Chance(std::mt19937& random, int percent) {
 class ThePlanAndTheReset : public PlanFixture, public ::testing::WithParamInterface<int> {
 protected:
     // The plan, made now; the root is unchanged by it.
-    Json::Value PlanUnchanged(const std::vector<std::string>& args) {
+    Json::Value PlanUnchanged(std::vector<std::string> args) {
         std::map<std::string, std::string> before = Snapshot(Root());
-        Json::Value plan = PlanJson(args);
+        args.insert(args.begin(), "--json");
+        orvix::test::RunResult run = Plan(args);
+        EXPECT_EQ(run.status, 0) << run.err;
+        Json::Value plan;
+        std::istringstream(run.out) >> plan;
         EXPECT_TRUE(before == Snapshot(Root())) << "the plan changed the root";
         return plan;
     }
@@ -199,11 +199,12 @@ TEST_P(ThePlanAndTheAppsReset, AgreeAppByAppAndDirectoryByDirectory) {
     EXPECT_EQ(Results(result).size(), 1u);
     EXPECT_EQ(plan["result"]["when"].asString(), "end");
     for (const auto& [path, step] : planned) {
-        Tree now = Measure(path);
+        const auto& [action, before] = step;
+        auto [exists, files, bytes] = Measure(path);
         // An absent directory stays absent; one that was there stays, empty. Whatever else is removed.
-        EXPECT_TRUE(step.first == "empty" ? now.exists == step.second.exists && now.files == 0 : !now.exists)
-            << step.first << " " << path;
-        EXPECT_TRUE(step.first != "empty" || !now.exists || IsEmptyDir(path)) << path;
+        EXPECT_TRUE(action == "empty" ? exists == std::get<0>(before) && files + bytes == 0 : !exists)
+            << action << " " << path;
+        EXPECT_TRUE(action != "empty" || !exists || IsEmptyDir(path)) << path;
         untouched.erase(path.substr(0, path.find_last_not_of('/') + 1));
     }
     // What the plan leaves out, the reset leaves alone.
@@ -229,35 +230,27 @@ TEST_P(ThePlanAndTheBuiltInReset, AgreeOnTheInstallOrder) {
     for (int i = static_cast<int>(5 + random() % 6); i > 0; --i) {
         appIds.push_back("b" + std::to_string(random() % 100));
     }
-    AddPackage({"pkg.home", "--builtin", "--version", Chance(random, 50) ? "4.9" : "5.2", "--app", "home",
-                "--main", "home"});
+    AddBuiltIn("home", Chance(random, 50) ? "4.9" : "5.2");
     SetSetting("string", "db/home/homeversion_pkg_id", "pkg.home");
 
     Json::Value behaviour(Json::objectValue);
     behaviour["builtin"]["install"]["delay_ms"] = 5;
     std::set<std::string> packaged;
     for (const std::string& appId : appIds) {
-        Json::Value entry(Json::objectValue);
-        entry["appId"] = appId;
-        entry["pkgId"] = "pkg." + appId;
-        entry["baseVersion"] = "1.0.0";
+        std::vector<std::pair<std::string, std::string>> required;
         for (int r = static_cast<int>(random() % 3); r > 0; --r) {
-            std::string required = appIds[random() % appIds.size()];
-            entry["requires"][required]["version"] = "1.0";
-            entry["requires"][required]["pkgid"] = "pkg." + required;
+            required.push_back({appIds[random() % appIds.size()], "1.0"});
         }
         if (Chance(random, 25)) {
-            entry["requires"]["home"]["version"] = "5.0";
-            entry["requires"]["home"]["pkgid"] = "pkg.home";
+            required.push_back({"home", "5.0"});
         }
-        behaviour["builtin"]["list"].append(entry);
+        behaviour["builtin"]["list"].append(ListEntry(appId, required));
+        behaviour["builtin"]["list"][behaviour["builtin"]["list"].size() - 1]["baseVersion"] = "1.0.0";
         if (Chance(random, 15) || !packaged.insert(appId).second) {
             continue;
         }
-        const char* metadata = Chance(random, 85) ? "true" : "TRUE";
-        AddPackage({"pkg." + appId, "--builtin", "--version", "2.0.0", "--removable",
-                    Chance(random, 85) ? "true" : "false", "--app", appId, "--main", appId, "--meta",
-                    std::string("http://orvix.com/tv/metadata/prefer_instant_reset=") + metadata});
+        const char* instantReset = Chance(random, 85) ? "true" : "TRUE";
+        AddBuiltIn(appId, "2.0.0", Chance(random, 85) ? "true" : "false", instantReset);
     }
     SetLibTakBehaviour(behaviour);
     const std::string updating = seed % 3 == 0 ? "pkg." + appIds.back() : "";
@@ -281,15 +274,10 @@ TEST_P(ThePlanAndTheBuiltInReset, AgreeOnTheInstallOrder) {
     }
     ASSERT_TRUE(WaitForResult(plan["result"]["name"].asString()));
     EndProcess();
-    Lines installed;
+    Lines installed, install = Actions(plan, "install");
     for (const auto& call : CallsOf("libtak_common", "InstallAppAPI")) {
-        for (const auto& pair : call["args"][0]) {
-            if (pair[0].asString() == "appkey") {
-                installed.push_back(pair[1].asString());
-            }
-        }
+        installed.push_back(call["args"][0][0][1].asString());  // the app key comes first
     }
-    Lines install = Actions(plan, "install");
     EXPECT_EQ(installed, install);
     // Only an app that is installed makes the reset wait for its background update.
     bool waits = !updating.empty() && std::count(install.begin(), install.end(), updating.substr(4)) > 0;

@@ -4,7 +4,6 @@
 
 #include <json/json.h>
 
-#include <sstream>
 #include <string>
 #include <vector>
 
@@ -12,44 +11,46 @@
 
 namespace plan_test {
 
-struct PlanRun {
-    int status = -1;
-    std::string out;  // standard output, the root written as "<root>"
-    std::string err;
-};
-
 class PlanFixture : public reset_test::ResetFixture {
 protected:
     static std::string PlanPath() { return BinaryDir() + "/src/tak-reset-plan"; }
 
-    // tak-reset-plan ARGS... on this root, with the platform log dropped below errors.
-    PlanRun Plan(const std::vector<std::string>& args) const {
+    // tak-reset-plan ARGS... on this root, with the platform log dropped below errors; the root is written
+    // as "<root>" in what it prints.
+    orvix::test::RunResult Plan(const std::vector<std::string>& args) const {
         std::vector<std::string> argv = {PlanPath()};
         argv.insert(argv.end(), args.begin(), args.end());
-        orvix::test::RunResult run =
+        orvix::test::RunResult plan =
             orvix::test::RunProgram(argv, {{"ORVIX_HOST_ROOT", Root()}, {"ORVIX_LOG_LEVEL", "E"}});
-        PlanRun plan{run.status, run.out, run.err};
-        for (size_t at = plan.out.find(Root()); at != std::string::npos; at = plan.out.find(Root(), at)) {
-            plan.out.replace(at, Root().size(), "<root>");
+        for (std::string* text : {&plan.out, &plan.err}) {
+            for (size_t at = text->find(Root()); at != std::string::npos; at = text->find(Root(), at)) {
+                text->replace(at, Root().size(), "<root>");
+            }
         }
         return plan;
     }
 
-    // The --json plan, parsed; a failed run fails the test, bad JSON throws.
-    Json::Value PlanJson(std::vector<std::string> args) const {
-        args.insert(args.begin(), "--json");
-        PlanRun run = Plan(args);
-        EXPECT_EQ(run.status, 0) << run.err;
-        Json::Value plan;
-        std::istringstream(run.out) >> plan;
-        return plan;
+    // A built-in package pkg.APPID whose main app is APPID.
+    void AddBuiltIn(const std::string& appId, const std::string& version,
+                    const std::string& removable = "true", const std::string& instantReset = "true") const {
+        orvix::test::RunResult added =
+            Host({"pkg", "add", "pkg." + appId, "--builtin", "--version", version, "--removable", removable,
+                  "--app", appId, "--main", appId, "--meta",
+                  "http://orvix.com/tv/metadata/prefer_instant_reset=" + instantReset});
+        ASSERT_EQ(added.status, 0) << added.err;
     }
 
-    void AddPackage(const std::vector<std::string>& args) const {
-        std::vector<std::string> command = {"pkg", "add"};
-        command.insert(command.end(), args.begin(), args.end());
-        orvix::test::RunResult added = Host(command);
-        ASSERT_EQ(added.status, 0) << added.err;
+    // An entry of the library's built-in list, requiring each of `required` (app id, version).
+    static Json::Value ListEntry(const std::string& appId,
+                                 const std::vector<std::pair<std::string, std::string>>& required = {}) {
+        Json::Value entry(Json::objectValue);
+        entry["appId"] = appId;
+        entry["pkgId"] = "pkg." + appId;
+        for (const auto& [id, version] : required) {
+            entry["requires"][id]["version"] = version;
+            entry["requires"][id]["pkgid"] = "pkg." + id;
+        }
+        return entry;
     }
 };
 

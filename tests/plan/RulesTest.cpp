@@ -1,5 +1,5 @@
-// The decisions of the apps and Corvane resets on their own (CAppsResetRules), and the launch keys of a
-// plan (CPlanRequest). The clean-up steps show in the plan texts and the reset tests.
+// The decisions of the apps and Corvane resets on their own (CAppsResetRules). The clean-up steps show in
+// the plan texts and the reset tests.
 #include <gtest/gtest.h>
 
 #include <list>
@@ -7,7 +7,6 @@
 #include <vector>
 
 #include "AppsResetRules.h"
-#include "PlanRequest.h"
 #include "TestLog.h"
 
 namespace {
@@ -131,40 +130,5 @@ TEST(TheResetSettings, AreWrittenAtTheirStagesInOrder) {
         EXPECT_EQ(at(RESET_STAGE_RECORDS_RESET), test.records);
         EXPECT_EQ(at(RESET_STAGE_CLEAN_UP), test.cleanUp);
         EXPECT_EQ(at(RESET_STAGE_RESULT), test.result);
-    }
-}
-
-TEST(APlanRequest, ReadsTheLaunchKeysStrictly) {
-    struct Case {
-        std::vector<std::string> args;
-        const char* error;  // part of the one-line error; nullptr: accepted
-    };
-    const Case cases[] = {
-        {{"reset=tak_app_reset"}, nullptr},
-        {{"reset=biu_service_reset", "userdata=-9223372036854775808", "thread_id=-1",
-          "event_index=2147483647", "deprecated=0", "method=m", "obj=tv", "caller_process_name=a=b",
-          "reset_reason="},
-         nullptr},
-        {{}, "no reset=KIND given"},
-        {{"reset=end"}, "reset=end stops tak-reset"},
-        {{"reset=TAK_APP_RESET"}, "reset=\"TAK_APP_RESET\" starts no reset"},
-        {{"reset=tak_app_reset", "reset=corvane_reset"}, "\"reset\" is given twice"},
-        {{"reset=tak_app_reset", "colour=red"}, "unknown key \"colour\""},
-        {{"reset=tak_app_reset", "plain"}, "\"plain\" is not KEY=VALUE"},
-        {{"reset=tak_app_reset", "userdata=12x"}, "\"userdata\" takes a whole number"},
-        {{"reset=tak_app_reset", "userdata=9223372036854775808"}, "\"userdata\" takes a whole number"},
-        {{"reset=tak_app_reset", "event_index= 1"}, "\"event_index\" takes a whole number"},
-        {{"reset=tak_app_reset", "deprecated="}, "\"deprecated\" takes a whole number"},
-    };
-    for (const auto& test : cases) {
-        SCOPED_TRACE(test.args.empty() ? "(none)" : test.args.back());
-        CPlanRequest request;
-        std::string error;
-        bool parsed = request.Parse(test.args, error);
-        EXPECT_EQ(parsed, test.error == nullptr) << error;
-        if (test.error != nullptr) {
-            EXPECT_NE(error.find(test.error), std::string::npos) << error;
-            EXPECT_EQ(error.find('\n'), std::string::npos);
-        }
     }
 }
