@@ -81,6 +81,8 @@ TEST_F(UpdatingTest, ReportsTheUpdatedPackageAndCleansUpAfterTheOthers) {
         }
         Touch(mine);
         EXPECT_EQ(CBuiltInAppUtil::CheckUpdating("app.a", "pkg.a"), c.updating) << c.setting;
+        // A waiting list is served only when the package being updated is not in it.
+        EXPECT_EQ(CBuiltInAppUtil::CheckWaitingList({"pkg.x", "pkg.a"}), !c.updating) << c.setting;
         EXPECT_EQ(Remaining(mine), c.updating ? mine.size() : 0u) << c.setting;
         EXPECT_EQ(Remaining(others), others.size()) << c.setting;
     }
