@@ -10,12 +10,8 @@
 #include <vector>
 
 #include "BuiltInAppList.h"
-#include "BuiltInResetRules.h"
-#include "TestLog.h"
 
 namespace {
-
-using orvix::test::LogMark;
 
 OPENAPI_BUILTIN_APP_INFO App(const std::string& appId, const std::vector<std::string>& requires = {},
                              const std::string& pkgId = "") {
@@ -48,12 +44,9 @@ std::vector<std::string> Ids(const BUILTIN_APP_LIST& list) {
 struct ScriptedQuery : CBuiltInAppList::Query {
     std::map<std::string, std::string> versions;  // installed packages
     std::map<std::string, std::string> instantReset;
-    std::set<std::string> notRemovable;
-    std::set<std::string> updating;
     std::set<std::string> robotInstalled;
     std::vector<HOME_TEST_APP> homeTests;
     std::vector<HOME_TEST_APP> candidates;
-    std::string candidatePath;
     std::vector<std::string> metadataAsked;
 
     bool InstalledVersion(const std::string& pkgId, std::string& version) override {
@@ -77,23 +70,11 @@ struct ScriptedQuery : CBuiltInAppList::Query {
         value = it->second;
         return true;
     }
-    bool IsRemovable(const std::string& pkgId, bool) override { return notRemovable.count(pkgId) == 0; }
-    bool IsUpdating(const std::string&, const std::string& pkgId) override {
-        return updating.count(pkgId) != 0;
-    }
+    bool IsRemovable(const std::string&, bool) override { return true; }
+    bool IsUpdating(const std::string&, const std::string&) override { return false; }
     void HomeTestList(std::vector<HOME_TEST_APP>& list) override { list = homeTests; }
-    void CandidateList(const std::string& path, std::vector<HOME_TEST_APP>& list) override {
-        candidatePath = path;
-        list = candidates;
-    }
+    void CandidateList(const std::string&, std::vector<HOME_TEST_APP>& list) override { list = candidates; }
 };
-
-HOME_TEST_APP TestApp(const std::string& pkgId) {
-    HOME_TEST_APP app;
-    app.appId = pkgId + ".app";
-    app.pkgId = pkgId;
-    return app;
-}
 
 // The assembly exactly as the rule reads: take the first entry off a working array, pull each required
 // app (key order) that is still in the array in front of it, repeat. Slow on purpose.
@@ -148,30 +129,15 @@ TEST(ABuiltInListAssembly, AgreesWithTheLiteralRuleOnRandomLists) {
 }
 
 TEST(ABuiltInListRemoval, DropsThePackageAndTheAppsThatNeedANewerOne) {
-    struct Case {
-        const char* installed;
-        bool kept;
-    };
-    const Case cases[] = {
-        {"4.9", false}, {"5.0", true}, {"5.0.0", true}, {"5.1", true}, {"unreadable", false}};
-    for (const auto& test : cases) {
-        SCOPED_TRACE(test.installed);
+    using Lines = std::vector<std::string>;
+    for (const auto& [installed, kept] : std::vector<std::pair<std::string, bool>>{
+             {"4.9", false}, {"5.0", true}, {"5.0.0", true}, {"5.1", true}, {"unreadable", false}}) {
         ScriptedQuery query;
-        query.versions["pkg.home"] = test.installed;
+        query.versions["pkg.home"] = installed;
         BUILTIN_APP_LIST list = {App("home", {}, "pkg.home"), Requiring("needs", "pkg.home", "5.0"),
                                  App("free")};
-        LogMark mark;
         CBuiltInAppList(query).RemoveHomeBasePkg("pkg.home", list);
-        std::vector<std::string> expected = {"free"};
-        if (test.kept) {
-            expected.insert(expected.begin(), "needs");
-        }
-        EXPECT_EQ(Ids(list), expected);
-        EXPECT_TRUE(mark.Contains("Home base pkg pkg.home"));
-        EXPECT_TRUE(mark.Contains("remove Home base/test pkg pkg.home from general biu list"));
-        EXPECT_EQ(mark.Contains("remove needs because it requires higher Home base/test pkg version than "
-                                "installed version"),
-                  !test.kept);
+        EXPECT_EQ(Ids(list), (kept ? Lines{"needs", "free"} : Lines{"free"})) << installed;
     }
 }
 
@@ -204,115 +170,25 @@ TEST(ABuiltInResetCondition, AsksRobotAppsByTheirOrvixIdAndTakesOnlyTrue) {
     OPENAPI_BUILTIN_APP_INFO almostRobot = App("almost");
     almostRobot.appType = "ROBOTAPPX";
     std::vector<std::string> waiting;
-    LogMark mark;
     EXPECT_FALSE(CBuiltInAppList(query).CheckResetCondition(App("one"), waiting));
     EXPECT_TRUE(CBuiltInAppList(query).CheckResetCondition(robot, waiting));
     EXPECT_FALSE(CBuiltInAppList(query).CheckResetCondition(almostRobot, waiting));
-    EXPECT_TRUE(mark.Contains("one[pkg.one] not support instant reset, skip it")) << mark.Text();
-    EXPECT_TRUE(mark.Contains("almost[pkg.almost] not installed, skip it")) << mark.Text();
     EXPECT_TRUE(waiting.empty());
     EXPECT_NE(std::find(query.metadataAsked.begin(), query.metadataAsked.end(),
                         std::string("robot:robot.orvix ") + CBuiltInAppList::INSTANT_RESET_KEY),
               query.metadataAsked.end());
 }
 
-// Writes each decision it hears as one line.
-struct RecordingObserver : CBuiltInAppList::Observer {
-    std::vector<std::string> events;
-
-    void OnHomePackage(CBuiltInAppList::HomePackageKind kind, const std::string& pkgId) override {
-        const char* names[] = {"base", "installed test", "candidate"};
-        events.push_back(std::string("home ") + names[kind] + " " + pkgId);
-    }
-    void OnRemoved(const OPENAPI_BUILTIN_APP_INFO& app, const std::string& pkgid,
-                   const OPENAPI_REQUIRE_INFO* require, bool versionKnown,
-                   const std::string& installedVersion) override {
-        std::string why = require == nullptr ? "own package" : "requires " + require->version;
-        events.push_back("removed " + app.appId + " by " + pkgid + ": " + why + ", installed " +
-                         (versionKnown ? installedVersion : "unknown"));
-    }
-    void OnMoved(const OPENAPI_BUILTIN_APP_INFO& required, const OPENAPI_BUILTIN_APP_INFO& app) override {
-        events.push_back("moved " + required.appId + " before " + app.appId);
-    }
-    void OnSkipped(const OPENAPI_BUILTIN_APP_INFO& app, CBuiltInAppList::SkipReason reason,
-                   const std::string* metadata) override {
-        const char* names[] = {"not installed", "no instant reset", "not removable"};
-        events.push_back("skipped " + app.appId + ": " + names[reason] +
-                         (metadata != nullptr ? " \"" + *metadata + "\"" : ""));
-    }
-    void OnAccepted(const OPENAPI_BUILTIN_APP_INFO& app, bool updating) override {
-        events.push_back("accepted " + app.appId + (updating ? " (updating)" : ""));
-    }
-};
-
-TEST(ABuiltInListObserver, HearsEveryDecisionInTheOrderMadeWithoutChangingAny) {
+// The Home test packages, installed or candidates, leave the list like the base package, with the apps
+// that need a newer one or whose installed version cannot be read.
+TEST(ABuiltInListRemoval, TakesTheHomeTestPackagesLikeTheBasePackage) {
     ScriptedQuery query;
-    for (const char* pkg : {"pkg.alpha", "pkg.beta", "pkg.upper", "pkg.nometa", "pkg.fixed", "pkg.busy"}) {
-        query.versions[pkg] = "1.0";
-    }
-    query.versions["pkg.home"] = "4.9";
-    query.versions["pkg.test"] = "unreadable";
-    query.instantReset = {{"pkg.alpha", "true"},
-                          {"pkg.beta", "true"},
-                          {"pkg.upper", "TRUE"},
-                          {"pkg.fixed", "true"},
-                          {"pkg.busy", "true"}};
-    query.notRemovable = {"pkg.fixed"};
-    query.updating = {"pkg.busy"};
-    query.homeTests = {TestApp("pkg.test")};
-    query.candidates = {TestApp("pkg.cand")};
-    const BUILTIN_APP_LIST input = {App("beta", {"alpha"}),
-                                    App("home", {}, "pkg.home"),
-                                    Requiring("needs", "pkg.home", "5.0"),
-                                    Requiring("fits", "pkg.home", "4.0"),
-                                    Requiring("tested", "pkg.test", "1.0"),
-                                    App("cand", {}, "pkg.cand"),
-                                    App("upper"),
-                                    App("nometa"),
-                                    App("fixed"),
-                                    App("missing"),
-                                    App("busy"),
-                                    App("alpha")};
-
-    RecordingObserver observer;
-    std::vector<std::string> waiting;
-    LogMark mark;
-    BUILTIN_APP_LIST heard =
-        CBuiltInResetRules::InstantResetList(input, "pkg.home", query, waiting, &observer);
-    std::string log = mark.Text();
-    std::vector<std::string> waitingUnheard;
-    BUILTIN_APP_LIST unheard = CBuiltInResetRules::InstantResetList(input, "pkg.home", query, waitingUnheard);
-
-    EXPECT_EQ(Ids(heard), (std::vector<std::string>{"alpha", "beta", "busy"}));
-    EXPECT_EQ(Ids(unheard), Ids(heard));
-    EXPECT_EQ(waiting, std::vector<std::string>{"pkg.busy"});
-    EXPECT_EQ(waitingUnheard, waiting);
-    EXPECT_EQ(observer.events, (std::vector<std::string>{
-                                   "home base pkg.home",
-                                   "removed home by pkg.home: own package, installed 4.9",
-                                   "removed needs by pkg.home: requires 5.0, installed 4.9",
-                                   "home installed test pkg.test",
-                                   "removed tested by pkg.test: requires 1.0, installed unknown",
-                                   "home candidate pkg.cand",
-                                   "removed cand by pkg.cand: own package, installed unknown",
-                                   "moved alpha before beta",
-                                   "accepted alpha",
-                                   "accepted beta",
-                                   "skipped fits: not installed",
-                                   "skipped upper: no instant reset \"TRUE\"",
-                                   "skipped nometa: no instant reset",
-                                   "skipped fixed: not removable",
-                                   "skipped missing: not installed",
-                                   "accepted busy (updating)",
-                               }));
-    // The reset's own lines stay as they were, and each app taken is logged as added.
-    size_t at = 0;
-    for (const char* line :
-         {"Home base pkg pkg.home", "add require app alpha before app beta",
-          "add alpha to instant reset list", "add beta to instant reset list",
-          "upper[pkg.upper] not support instant reset, skip it", "add busy to instant reset list"}) {
-        at = log.find(line, at);
-        ASSERT_NE(at, std::string::npos) << line;
-    }
-    EXPECT_EQ(log.find("add upper to instant reset list"), std::string::npos);
+    query.versions = {{"pkg.test", "unreadable"}, {"pkg.cand", "2.0"}};
+    query.homeTests = {{"test.app", "pkg.test", "", "", "", ""}};
+    query.candidates = {{"cand.app", "pkg.cand", "", "", "", ""}};
+    BUILTIN_APP_LIST list = {App("test", {}, "pkg.test"),           Requiring("tested", "pkg.test", "1.0"),
+                             App("cand", {}, "pkg.cand"),           Requiring("fits", "pkg.cand", "2.0"),
+                             Requiring("newer", "pkg.cand", "3.0"), App("free")};
+    CBuiltInAppList(query).RemoveHomeTestVersion(list);
+    EXPECT_EQ(Ids(list), (std::vector<std::string>{"fits", "free"}));
 }

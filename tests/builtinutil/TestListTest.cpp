@@ -1,7 +1,7 @@
-// The lists kept in the configuration table, through the table hooks with an in-memory table.
+// The test list kept in the configuration table (RESERVED_16), through the table hooks with an in-memory
+// table.
 #include <gtest/gtest.h>
 
-#include <functional>
 #include <map>
 #include <string>
 #include <vector>
@@ -14,7 +14,7 @@ namespace {
 
 using orvix::test::LogMark;
 
-// The in-memory configuration table: a missing key cannot be read, as in the real table.
+// A missing key cannot be read, as in the real table.
 std::map<std::string, std::string> g_table;
 bool g_failRead = false;
 bool g_failWrite = false;
@@ -38,105 +38,80 @@ bool UpdateConfig(const std::string& name, const std::string& value) {
     return true;
 }
 
-OPENAPI_BUILTIN_APP_INFO App(const std::string& appId, const std::string& pkgId) {
-    OPENAPI_BUILTIN_APP_INFO app;
-    app.appId = appId;
-    app.pkgId = pkgId;
-    return app;
-}
-
 class TestListTest : public ::testing::Test {
 protected:
     void SetUp() override {
         g_table.clear();
-        g_failRead = g_failWrite = false;
-        g_writes = 0;
         CTAKConfigHandle::SetGetConfigTableHandle(GetConfig);
         CTAKConfigHandle::SetUpdateConfigTableHandle(UpdateConfig);
     }
     void TearDown() override {
+        g_failRead = g_failWrite = false;
         CTAKConfigHandle::SetGetConfigTableHandle(nullptr);
         CTAKConfigHandle::SetUpdateConfigTableHandle(nullptr);
     }
 };
 
-struct Case {
-    const char* name;
-    std::string before;
-    std::function<bool()> operation;
-    bool result;
-    std::string after;  // the text in the table afterwards
-    int writes;
-};
-
-void RunCases(const std::vector<Case>& cases) {
+// An update records an app once, in place, dropping later duplicates and entries that are not two fields;
+// a removal takes every entry of the package or the app. Nothing changed is nothing written; an id that
+// would break the list, or a table that cannot be read or written, changes nothing and is logged.
+TEST_F(TestListTest, UpdateAndRemoveKeepOneWellFormedList) {
+    struct Case {
+        const char* name;
+        std::string before;
+        bool update;  // update: app `first` of package `second`; remove: package `first` or app `second`
+        std::string first, second;
+        bool result;
+        std::string after;
+        int writes;
+        bool failRead, failWrite;
+    };
+    const Case cases[] = {
+        {"into an empty list", "", true, "a", "p", true, "a,p", 1, false, false},
+        {"appended", "x,1", true, "a", "p", true, "x,1;a,p", 1, false, false},
+        {"replaced in place", "x,1;a,old;y,2", true, "a", "new", true, "x,1;a,new;y,2", 1, false, false},
+        {"already there", "x,1;a,p", true, "a", "p", true, "x,1;a,p", 0, false, false},
+        {"later duplicates dropped", "a,1;b,2;a,3", true, "a", "9", true, "a,9;b,2", 1, false, false},
+        {"foreign entries dropped", "junk;b,2;c,3,4", true, "a", "1", true, "b,2;a,1", 1, false, false},
+        {"comma in app id", "x,1", true, "a,b", "p", false, "x,1", 0, false, false},
+        {"semicolon in package id", "x,1", true, "a", "p;q", false, "x,1", 0, false, false},
+        {"empty app id", "x,1", true, "", "p", false, "x,1", 0, false, false},
+        {"remove by package", "a,p;b,p;c,q", false, "p", "", true, "c,q", 1, false, false},
+        {"remove by app", "a,p;b,q", false, "", "b", true, "a,p", 1, false, false},
+        {"remove by either", "a,p;b,q;c,r", false, "p", "c", true, "b,q", 1, false, false},
+        {"empty ids match no empty field", "a,;b,q", false, "q", "", true, "a,", 1, false, false},
+        {"nothing matches", "a,p", false, "x", "y", true, "a,p", 0, false, false},
+        {"last entry", "a,p", false, "p", "a", true, "", 1, false, false},
+        {"both ids empty", "a,p", false, "", "", false, "a,p", 0, false, false},
+        {"separator in an id", "a,p", false, "p;", "a", false, "a,p", 0, false, false},
+        {"update, read fails", "a,p", true, "b", "q", false, "a,p", 0, true, false},
+        {"remove, read fails", "a,p", false, "p", "a", false, "a,p", 0, true, false},
+        {"update, write fails", "a,p", true, "b", "q", false, "a,p", 0, false, true},
+        {"remove, write fails", "a,p", false, "p", "a", false, "a,p", 0, false, true},
+        {"no change needs no write", "a,p", true, "a", "p", true, "a,p", 0, false, true},
+    };
     for (const auto& c : cases) {
         g_table["RESERVED_16"] = c.before;
+        g_failRead = c.failRead;
+        g_failWrite = c.failWrite;
         g_writes = 0;
         LogMark mark;
-        EXPECT_EQ(c.operation(), c.result) << c.name;
+        OPENAPI_BUILTIN_APP_INFO app;
+        app.appId = c.first;
+        app.pkgId = c.second;
+        EXPECT_EQ(c.update ? CBuiltInAppUtil::UpdateTestList(app)
+                           : CBuiltInAppUtil::RemoveFromTestList(c.first, c.second),
+                  c.result)
+            << c.name;
         EXPECT_EQ(g_table["RESERVED_16"], c.after) << c.name;
         EXPECT_EQ(g_writes, c.writes) << c.name;
-        if (!c.result) {
-            EXPECT_TRUE(mark.Contains("RESERVED_16")) << c.name << " logs nothing\n" << mark.Text();
-        }
+        EXPECT_TRUE(c.result || mark.Contains("RESERVED_16")) << c.name << " logs nothing";
     }
-}
-
-TEST_F(TestListTest, UpdateRecordsAnAppOnceKeepingTheOrder) {
-    auto update = [](const std::string& appId, const std::string& pkgId) {
-        return [=] { return CBuiltInAppUtil::UpdateTestList(App(appId, pkgId)); };
-    };
-    RunCases({
-        {"into an empty list", "", update("a", "p"), true, "a,p", 1},
-        {"appended", "x,1", update("a", "p"), true, "x,1;a,p", 1},
-        {"replaced in place", "x,1;a,old;y,2", update("a", "new"), true, "x,1;a,new;y,2", 1},
-        {"already there: no write", "x,1;a,p", update("a", "p"), true, "x,1;a,p", 0},
-        {"later duplicates dropped", "a,1;b,2;a,3", update("a", "9"), true, "a,9;b,2", 1},
-        {"foreign entries dropped on write", "junk;b,2;c,3,4", update("a", "1"), true, "b,2;a,1", 1},
-        {"comma in app id", "x,1", update("a,b", "p"), false, "x,1", 0},
-        {"semicolon in package id", "x,1", update("a", "p;q"), false, "x,1", 0},
-        {"empty app id", "x,1", update("", "p"), false, "x,1", 0},
-    });
-}
-
-TEST_F(TestListTest, RemoveTakesEveryEntryOfThePackageOrTheApp) {
-    auto remove = [](const std::string& pkgId, const std::string& appId) {
-        return [=] { return CBuiltInAppUtil::RemoveFromTestList(pkgId, appId); };
-    };
-    RunCases({
-        {"by package", "a,p;b,p;c,q", remove("p", ""), true, "c,q", 1},
-        {"by app", "a,p;b,q", remove("", "b"), true, "a,p", 1},
-        {"by either", "a,p;b,q;c,r", remove("p", "c"), true, "b,q", 1},
-        {"empty ids match no empty field", "a,;b,q", remove("q", ""), true, "a,", 1},
-        {"nothing matches: no write", "a,p", remove("x", "y"), true, "a,p", 0},
-        {"last entry", "a,p", remove("p", "a"), true, "", 1},
-        {"both ids empty", "a,p", remove("", ""), false, "a,p", 0},
-        {"separator in an id", "a,p", remove("p;", "a"), false, "a,p", 0},
-    });
-}
-
-TEST_F(TestListTest, TableFailuresAreReported) {
-    g_failRead = true;
-    RunCases({
-        {"update, read fails", "a,p", [] { return CBuiltInAppUtil::UpdateTestList(App("b", "q")); }, false,
-         "a,p", 0},
-        {"remove, read fails", "a,p", [] { return CBuiltInAppUtil::RemoveFromTestList("p", "a"); }, false,
-         "a,p", 0},
-    });
-    g_failRead = false;
-    g_failWrite = true;
-    RunCases({
-        {"update, write fails", "a,p", [] { return CBuiltInAppUtil::UpdateTestList(App("b", "q")); }, false,
-         "a,p", 0},
-        {"remove, write fails", "a,p", [] { return CBuiltInAppUtil::RemoveFromTestList("p", "a"); }, false,
-         "a,p", 0},
-        {"no change needs no write", "a,p", [] { return CBuiltInAppUtil::UpdateTestList(App("a", "p")); },
-         true, "a,p", 0},
-    });
-    g_failWrite = false;
+    g_failRead = g_failWrite = false;
     g_table.erase("RESERVED_16");
-    EXPECT_FALSE(CBuiltInAppUtil::UpdateTestList(App("a", "p")));
+    OPENAPI_BUILTIN_APP_INFO app;
+    app.appId = "a";
+    EXPECT_FALSE(CBuiltInAppUtil::UpdateTestList(app));
     EXPECT_EQ(g_table.count("RESERVED_16"), 0u);
 }
 
@@ -147,7 +122,6 @@ TEST_F(TestListTest, HomeTestListComesFromTheTable) {
     ASSERT_TRUE(CBuiltInAppUtil::GetHomeTestAppDBInfo(list));
     ASSERT_EQ(list.size(), 1u);
     EXPECT_EQ(list[0].pkgId, "p");
-
     g_failRead = true;
     LogMark mark;
     EXPECT_FALSE(CBuiltInAppUtil::GetHomeTestAppDBInfo(list));

@@ -32,16 +32,17 @@ public:
 // A value that, pasted between quotes, would turn a statement about one row into one about every row.
 const std::string kRewriting = "x' or '1'='1";
 
-// clang-format off
-const std::vector<std::string> kResetKeys = {
-    "SYNC_STATE", "RESERVED_2", "RESERVED_8", "RESERVED_14", "RESERVED_24", "RESERVED_18", "RESERVED_31",
-    "RESERVED_15", "RESERVED_25", "RESERVED_10", "RESERVED_20", "UNINSTALLED_APPS_INFO", "RESERVED_4",
-    "RESERVED_34", "RESERVED_35", "API_APPS_DURING_INIT", "PRIORITY_LIST_ETAG", "PRIORITY_LIST_INFO",
-    "HOME_PRIORITY_LIST_ETAG", "HOME_PRIORITY_LIST_INFO", "RESERVED_26", "RESERVED_27", "RESERVED_36",
-    "RESERVED_37", "TOKEN_DISCARDED_APPS", "GOOGLECAST_STATUS"};
-// clang-format on
-
-using TableTest = DbTest;
+// Two apps "a" and "b" (in that order) and one configuration row, over an open connection.
+class TableTest : public DbTest {
+protected:
+    void SetUp() override {
+        DbTest::SetUp();
+        ASSERT_TRUE(InsertApps(DBPath(), {DistinctRecord("a", 1), DistinctRecord("b", 2)}) &&
+                    InsertConfigRows(DBPath(), {{"RESET_TYPE", "1"}}));
+        ASSERT_NE(CTAKDBConnection::GetInstance(true), nullptr);
+    }
+    CTestTable m_Table;
+};
 
 class ConfigTest : public DbTest {
 protected:
@@ -72,21 +73,18 @@ protected:
 }  // namespace
 
 TEST_F(TableTest, TruncateAndDeleteWhatTheirTextsSay) {
-    ASSERT_TRUE(InsertApps(DBPath(), {DistinctRecord("a", 1), DistinctRecord("b", 2),
-                                      DistinctRecord("3201903017943", 3), DistinctRecord("c", 4)}));
-    ASSERT_NE(CTAKDBConnection::GetInstance(true), nullptr);
-    CTestTable table;
+    ASSERT_TRUE(InsertApps(DBPath(), {DistinctRecord("3201903017943", 3), DistinctRecord("c", 4)}));
     LogMark mark;
-    EXPECT_FALSE(table.Truncate({{"a", ""}}, true) || table.Truncate({}, true));
+    EXPECT_FALSE(m_Table.Truncate({{"a", ""}}, true) || m_Table.Truncate({}, true));
     EXPECT_TRUE(mark.Contains("unknow type 1"));
     // Deletion pastes the value without blanks; a quote in it breaks the statement and deletes nothing.
-    EXPECT_TRUE(table.DeleteByPrimaryKey("id", "b"));
+    EXPECT_TRUE(m_Table.DeleteByPrimaryKey("id", "b"));
     EXPECT_TRUE(mark.Contains("sql delete from widgetinfo where id='b'"));
-    EXPECT_FALSE(table.DeleteByPrimaryKey("id", "it's"));
+    EXPECT_FALSE(m_Table.DeleteByPrimaryKey("id", "it's"));
     EXPECT_EQ(ReadAppIds(DBPath()), (std::vector<std::string>{"3201903017943", "a", "c"}));
-    EXPECT_TRUE(table.Truncate({{"a", ""}, {"c", ""}}, false));
+    EXPECT_TRUE(m_Table.Truncate({{"a", ""}, {"c", ""}}, false));
     EXPECT_EQ(ReadAppIds(DBPath()), (std::vector<std::string>{"a", "c"}));
-    EXPECT_TRUE(table.Truncate({}, false));  // deletes every row with an id
+    EXPECT_TRUE(m_Table.Truncate({}, false));  // deletes every row with an id
     EXPECT_TRUE(ReadAppIds(DBPath()).empty());
 }
 
@@ -115,25 +113,21 @@ TEST(TableTexts, GeneratedByteForByte) {
 // Every operation that pastes a value refuses one holding a quote, with one line, and touches nothing:
 // "x' or '1'='1" would otherwise match every row.
 TEST_F(TableTest, AValueWithAQuoteIsRefusedAndTouchesNothing) {
-    ASSERT_TRUE(InsertApps(DBPath(), {DistinctRecord("a", 1), DistinctRecord("b", 2)}));
-    ASSERT_TRUE(InsertConfigRows(DBPath(), {{"RESET_TYPE", "1"}}));
-    ASSERT_NE(CTAKDBConnection::GetInstance(true), nullptr);
     const std::vector<std::string> apps = ReadAppIds(DBPath());
     const std::map<std::string, std::string> config = ReadConfigRows(DBPath());
-    CTestTable table;
     std::string text = "untouched";
     int number = -1;
     const std::pair<const char*, std::function<bool()>> operations[] = {
-        {"delete", [&] { return table.DeleteByPrimaryKey("id", kRewriting); }},
-        {"update id", [&] { return table.Update(kRewriting, "title", "t"); }},
-        {"update value", [&] { return table.Update("", "title", kRewriting); }},
-        {"update number", [&] { return table.Update(kRewriting, "app_index", 9); }},
-        {"select text", [&] { return table.Select(kRewriting, "title", text); }},
-        {"select number", [&] { return table.Select(kRewriting, "app_index", number); }},
-        {"exists", [&] { return table.IsPrimaryKeyExists("id", kRewriting); }},
+        {"delete", [&] { return m_Table.DeleteByPrimaryKey("id", kRewriting); }},
+        {"update id", [&] { return m_Table.Update(kRewriting, "title", "t"); }},
+        {"update value", [&] { return m_Table.Update("", "title", kRewriting); }},
+        {"update number", [&] { return m_Table.Update(kRewriting, "app_index", 9); }},
+        {"select text", [&] { return m_Table.Select(kRewriting, "title", text); }},
+        {"select number", [&] { return m_Table.Select(kRewriting, "app_index", number); }},
+        {"exists", [&] { return m_Table.IsPrimaryKeyExists("id", kRewriting); }},
         {"truncate",
          [&] {
-             return table.Truncate({{"a", ""}, {kRewriting, ""}}, false);
+             return m_Table.Truncate({{"a", ""}, {kRewriting, ""}}, false);
          }},
         {"insert config", [&] { return CTAKConfig().InsertConfig("K", kRewriting); }},
     };
@@ -153,29 +147,23 @@ TEST_F(TableTest, AValueWithAQuoteIsRefusedAndTouchesNothing) {
 }
 
 TEST_F(TableTest, SelectStoresTheFirstRowAndSucceedsOnlyForOne) {
-    _APPINFO_T first = DistinctRecord("first", 1), second = DistinctRecord("second", 2);
-    first.app_index = 1;
-    second.app_index = 2;
-    ASSERT_TRUE(InsertApps(DBPath(), {first, second}));
-    ASSERT_NE(CTAKDBConnection::GetInstance(false), nullptr);
-    CTestTable table;
+    const _APPINFO_T first = DistinctRecord("a", 1), second = DistinctRecord("b", 2);
     std::string title;
     int index = -1;
-    EXPECT_TRUE(table.Select("second", "title", title) && table.Select("second", "app_index", index));
-    EXPECT_EQ(title + "|" + std::to_string(index), second.title + "|2");
+    EXPECT_TRUE(m_Table.Select("b", "title", title) && m_Table.Select("b", "app_index", index));
+    EXPECT_EQ(title + "|" + std::to_string(index), second.title + "|" + std::to_string(second.app_index));
     // An empty id selects from the whole table, without a condition.
-    EXPECT_FALSE(table.Select("", "app_index", index));
-    EXPECT_FALSE(table.Select("", "title", title));
-    EXPECT_EQ(title + "|" + std::to_string(index), first.title + "|1");
+    EXPECT_FALSE(m_Table.Select("", "app_index", index));
+    EXPECT_FALSE(m_Table.Select("", "title", title));
+    EXPECT_EQ(title + "|" + std::to_string(index), first.title + "|" + std::to_string(first.app_index));
     // That left the statement on a row; a writer of its own must still get in at once.
     EXPECT_TRUE(ExecSql(DBPath(), "begin exclusive; update widgetinfo set use_count = 5; commit;"));
     title = "untouched";
-    EXPECT_TRUE(!table.Select("nobody", "title", title) && title == "untouched");
-    EXPECT_TRUE(table.IsPrimaryKeyExists("id", "first") && !table.IsPrimaryKeyExists("id", "third"));
+    EXPECT_TRUE(!m_Table.Select("nobody", "title", title) && title == "untouched");
+    EXPECT_TRUE(m_Table.IsPrimaryKeyExists("id", "a") && !m_Table.IsPrimaryKeyExists("id", "third"));
 }
 
 TEST_F(TableTest, LockedDatabaseIsRetriedFiftyTimes) {
-    ASSERT_TRUE(InsertConfigRows(DBPath(), {{"RESET_TYPE", "1"}}));
     sqlite3* writer = nullptr;
     ASSERT_EQ(sqlite3_open(DBPath().c_str(), &writer), SQLITE_OK);
     ASSERT_EQ(sqlite3_exec(writer, "begin exclusive", nullptr, nullptr, nullptr), SQLITE_OK);
@@ -196,18 +184,22 @@ TEST_F(TableTest, LockedDatabaseIsRetriedFiftyTimes) {
 }
 
 TEST_F(ConfigTest, ResetClearsExactlyItsKeys) {
-    EXPECT_EQ(std::vector<std::string>(CTAKConfig::RESET_KEYS,
-                                       CTAKConfig::RESET_KEYS + CTAKConfig::RESET_KEY_COUNT),
-              kResetKeys);
     std::map<std::string, std::string> expected = m_Before;
     ASSERT_TRUE(CTAKConfig().Reset());
     for (const auto& [key, value] : expected) {
         ASSERT_FALSE(value.empty()) << key;  // so that a key cleared by mistake shows
     }
-    for (const auto& key : kResetKeys) {
-        expected[key] = key == "SYNC_STATE" ? "0" : "";
+    for (unsigned i = 0; i < CTAKConfig::RESET_KEY_COUNT; ++i) {
+        expected[CTAKConfig::RESET_KEYS[i]] =
+            std::string(CTAKConfig::RESET_KEYS[i]) == "SYNC_STATE" ? "0" : "";
     }
-    EXPECT_EQ(ReadConfigRows(DBPath()), expected);  // RESET_TYPE, KORBIT_SYNC_STATE, HOME_TEST_LIST kept
+    // The keys a reset keeps: what the reset was, the Korbit state, the Home test list, the built-in lists.
+    for (const char* kept :
+         {"RESET_TYPE", "KORBIT_SYNC_STATE", "HOME_TEST_LIST", "RESERVED_16", "RESERVED_17"}) {
+        EXPECT_EQ(expected[kept], m_Before[kept]) << kept;
+    }
+    EXPECT_EQ(expected.size(), m_Before.size()) << "a reset key the file does not hold";
+    EXPECT_EQ(ReadConfigRows(DBPath()), expected);
     EXPECT_EQ(ReadConfigRows(BackupDBPath()), expected);  // one backup, after the whole reset
 }
 

@@ -50,12 +50,12 @@ TEST_F(WidgetInfoTest, UsableLookUpNeedsInstalledAvailableAndNoPendingReset) {
     installing.install_state = 1;
     ASSERT_TRUE(InsertApps(DBPath(), {usable, resetting, installing}));
     _APPINFO_T info;
-    EXPECT_TRUE(CAppDBInfo::GetAppInfoById("usable", info, true));
-    EXPECT_TRUE(CAppDBInfo::GetAppInfoById("resetting", info, false));
-    EXPECT_FALSE(CAppDBInfo::GetAppInfoById("resetting", info, true));
-    EXPECT_FALSE(CAppDBInfo::GetAppInfoById("installing", info, true));
-    EXPECT_FALSE(CAppDBInfo::GetAppInfoByRunTitle("installing", info, true));
-    EXPECT_FALSE(CAppDBInfo::GetAppInfoById("", info, false));
+    EXPECT_TRUE(CAppDBInfo::GetAppInfoById("usable", info, true) &&
+                CAppDBInfo::GetAppInfoById("resetting", info, false));
+    EXPECT_FALSE(CAppDBInfo::GetAppInfoById("resetting", info, true) ||
+                 CAppDBInfo::GetAppInfoById("installing", info, true) ||
+                 CAppDBInfo::GetAppInfoByRunTitle("installing", info, true) ||
+                 CAppDBInfo::GetAppInfoById("", info, false));
 }
 
 TEST_F(WidgetInfoTest, ListsComeInBothOrders) {

@@ -1,10 +1,5 @@
 // File and directory utilities (never following a link out of where they were sent) and number texts.
-#include <fcntl.h>
-#include <sys/stat.h>
-
-#include <cerrno>
 #include <climits>
-#include <cstring>
 
 #include "FoundationTest.h"
 
@@ -46,98 +41,6 @@ TEST_F(FileDirTest, QueriesNeverFollowALink) {
                                     inside_ + "//a.txt", std::string("relative/a.txt")}) {
         EXPECT_FALSE(TAKFile::IsRealPath(path)) << path;
     }
-}
-
-// What may stand where a regular file is expected. No open may wait on it, and only a regular file (a
-// link to one included, for OpenRegular) is taken.
-enum class Thing {
-    RegularFile,
-    LinkToRegularFile,
-    FifoWithoutReader,
-    FifoWithReader,
-    Directory,
-    LinkToDevice
-};
-
-struct ThingCase {
-    const char* name;
-    Thing thing;
-    bool regular;  // OpenRegular and ReadRegular take it
-};
-
-const ThingCase kThings[] = {
-    {"RegularFile", Thing::RegularFile, true},
-    {"LinkToRegularFile", Thing::LinkToRegularFile, true},
-    {"FifoWithoutReader", Thing::FifoWithoutReader, false},
-    {"FifoWithReader", Thing::FifoWithReader, false},
-    {"Directory", Thing::Directory, false},
-    {"LinkToDevice", Thing::LinkToDevice, false},
-};
-
-class OpenRegularTest : public FoundationTest, public ::testing::WithParamInterface<ThingCase> {
-protected:
-    void TearDown() override {
-        if (peer_ >= 0) {
-            close(peer_);
-        }
-        FoundationTest::TearDown();
-    }
-    // Puts the thing at `path` ("plain" in a regular file); a FIFO's reader is held open by the test.
-    void Make(const std::string& path) {
-        const std::string file = Under("plain.txt");
-        WriteFile(GetParam().thing == Thing::RegularFile ? path : file, "plain");
-        switch (GetParam().thing) {
-            case Thing::RegularFile:
-                break;
-            case Thing::LinkToRegularFile:
-                ASSERT_EQ(symlink(file.c_str(), path.c_str()), 0);
-                break;
-            case Thing::FifoWithReader:
-                ASSERT_EQ(mkfifo(path.c_str(), 0600), 0);
-                ASSERT_GE(peer_ = open(path.c_str(), O_RDONLY | O_NONBLOCK), 0);
-                break;
-            case Thing::FifoWithoutReader:
-                ASSERT_EQ(mkfifo(path.c_str(), 0600), 0);
-                break;
-            case Thing::Directory:
-                ASSERT_EQ(mkdir(path.c_str(), 0700), 0);
-                break;
-            case Thing::LinkToDevice:
-                ASSERT_EQ(symlink("/dev/null", path.c_str()), 0);
-                break;
-        }
-    }
-    int peer_ = -1;
-};
-
-TEST_P(OpenRegularTest, NeverWaitsAndTakesOnlyARegularFile) {
-    const std::string path = Under("thing");
-    Make(path);
-    const bool regular = GetParam().regular;
-    for (int flags : {O_RDONLY, O_WRONLY | O_APPEND}) {
-        int fd = TAKFile::OpenRegular(path, flags);
-        EXPECT_EQ(fd >= 0, regular) << flags << ": " << strerror(errno);
-        if (fd >= 0) {
-            EXPECT_EQ(fcntl(fd, F_GETFL) & O_NONBLOCK, 0) << "left non-blocking";
-            EXPECT_NE(fcntl(fd, F_GETFD) & FD_CLOEXEC, 0);
-            close(fd);
-        }
-    }
-    std::string text = "old";
-    EXPECT_EQ(TAKFile::ReadRegular(path, text), regular);
-    EXPECT_EQ(text, regular ? "plain" : "");
-    EXPECT_EQ(TAKFile::IsRegularOrAbsent(path), regular);
-    EXPECT_EQ(LogHas(path + " is not a regular file, refused"), !regular);
-}
-
-INSTANTIATE_TEST_SUITE_P(Kinds, OpenRegularTest, ::testing::ValuesIn(kThings),
-                         [](const auto& info) { return std::string(info.param.name); });
-
-TEST_F(FileDirTest, NothingAtThePathIsNoRegularFileButNotRefusedForTheEngineToCreate) {
-    errno = 0;
-    EXPECT_EQ(TAKFile::OpenRegular(Under("missing"), O_RDONLY), -1);
-    EXPECT_EQ(errno, ENOENT);
-    EXPECT_TRUE(TAKFile::IsRegularOrAbsent(Under("missing")));
 }
 
 // The first flag removes the directory itself, the second keeps the tree of sub-directories; with both,

@@ -1,24 +1,17 @@
 // The history log (time prefix, cut, rotation, backups, link refusal, concurrent writers) and the KPI
 // log over the host framework.
-#include <json/json.h>
 
 #include <fcntl.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <cstring>
-#include <ctime>
-#include <fstream>
-#include <functional>
-#include <sstream>
 
 #include <KPILogFramework.h>
 
 #include "FoundationTest.h"
 #include "IClogger.h"
 #include "TAKHistoryLog.h"
-#include "orvix_host.h"
 
 namespace {
 
@@ -80,45 +73,68 @@ TEST_F(HistoryLogTest, LineCarriesTheUtcTimeAndTheMessageCutAt2047Characters) {
     EXPECT_TRUE(LogHas(path_ + " is not realpath, so can not open it!!!"));
 }
 
-// Whatever stands where the current file should be, its line is lost with one failure line and the writer
-// goes on at once: a plain open of a FIFO without a reader would wait for good, one with a reader would
-// write the history into a pipe.
-TEST_F(HistoryLogTest, AnythingButARegularFileLosesTheLineWithoutWaiting) {
-    const std::string target = Under("target.log");
-    WriteFile(target, "");
+// What may stand where a regular file is expected: no open may wait on it, and only a regular file (a
+// link to one included) is taken by OpenRegular and ReadRegular. The history log takes only a regular
+// file that is no link: for anything else the line is lost with one failure line and the writer goes on at
+// once. A plain open of a FIFO without a reader would wait for good, one with a reader would write the
+// history into a pipe.
+TEST_F(HistoryLogTest, OnlyARegularFileIsOpenedAndNothingWaits) {
+    const std::string target = Under("target.log"),
+                      notReal = path_ + " is not realpath, so can not open it!!!";
+    WriteFile(target, "plain");
     int reader = -1;
     struct Case {
         const char* name;
         std::function<bool()> make;
-        std::string says;
+        bool regular;
+        std::string historySays;  // "" when the history log takes it
     };
-    const std::string notReal = path_ + " is not realpath, so can not open it!!!";
     const Case cases[] = {
-        {"fifo without reader", [&] { return mkfifo(path_.c_str(), 0600) == 0; }, "ptLog is NULL"},
+        {"regular file", [&] { return WriteFile(path_, "plain"), true; }, true, ""},
+        {"link to a file", [&] { return symlink(target.c_str(), path_.c_str()) == 0; }, true, notReal},
+        {"fifo without reader", [&] { return mkfifo(path_.c_str(), 0600) == 0; }, false, "ptLog is NULL"},
         {"fifo with reader",
          [&] {
              return mkfifo(path_.c_str(), 0600) == 0 &&
                     (reader = open(path_.c_str(), O_RDONLY | O_NONBLOCK)) >= 0;
          },
-         "ptLog is NULL"},
-        {"directory", [&] { return mkdir(path_.c_str(), 0700) == 0; }, "ptLog is NULL"},
-        {"link to a device", [&] { return symlink("/dev/null", path_.c_str()) == 0; }, notReal},
-        {"link to a file", [&] { return symlink(target.c_str(), path_.c_str()) == 0; }, notReal},
+         false, "ptLog is NULL"},
+        {"directory", [&] { return mkdir(path_.c_str(), 0700) == 0; }, false, "ptLog is NULL"},
+        {"link to a device", [&] { return symlink("/dev/null", path_.c_str()) == 0; }, false, notReal},
     };
     for (const Case& c : cases) {
-        ASSERT_TRUE(c.make()) << c.name << ": " << strerror(errno);
+        SCOPED_TRACE(c.name);
+        ASSERT_TRUE(c.make()) << strerror(errno);
         orvix::test::LogMark mark;
+        for (int flags : {O_RDONLY, O_WRONLY | O_APPEND}) {
+            int fd = TAKFile::OpenRegular(path_, flags);
+            EXPECT_EQ(fd >= 0, c.regular) << flags << ": " << strerror(errno);
+            if (fd >= 0) {
+                EXPECT_EQ(fcntl(fd, F_GETFL) & O_NONBLOCK, 0) << "left non-blocking";
+                EXPECT_NE(fcntl(fd, F_GETFD) & FD_CLOEXEC, 0);
+                close(fd);
+            }
+        }
+        std::string text = "old";
+        EXPECT_EQ(TAKFile::ReadRegular(path_, text), c.regular);
+        EXPECT_EQ(text, c.regular ? "plain" : "");
+        EXPECT_EQ(TAKFile::IsRegularOrAbsent(path_), c.regular);
+        EXPECT_EQ(mark.Contains(path_ + " is not a regular file, refused"), !c.regular);
         WriteHistoryLogFile("lost %s", c.name);
-        EXPECT_TRUE(mark.Contains(c.says)) << c.name << ": " << mark.Text();
+        EXPECT_TRUE(c.historySays.empty() || mark.Contains(c.historySays)) << mark.Text();
         if (reader >= 0) {
             char byte;
             EXPECT_EQ(read(reader, &byte, 1), 0) << "a line went into the pipe";
             close(reader);
             reader = -1;
         }
-        ASSERT_EQ(remove(path_.c_str()), 0) << c.name;
+        ASSERT_EQ(remove(path_.c_str()), 0);
     }
-    EXPECT_EQ(ReadFile(target), "");
+    EXPECT_EQ(ReadFile(target), "plain");
+    // Nothing at the path is no regular file, but not refused: the engine creates it.
+    errno = 0;
+    EXPECT_TRUE(TAKFile::OpenRegular(path_, O_RDONLY) == -1 && errno == ENOENT);
+    EXPECT_TRUE(TAKFile::IsRegularOrAbsent(path_));
     WriteHistoryLogFile("back");
     EXPECT_EQ(Lines(path_).size(), 1u);
 }

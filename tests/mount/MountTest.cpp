@@ -1,43 +1,28 @@
 // Loop mounts of real ext4 images through the privileged service: what a mount shows, that it is
 // read-only, and that neither a mount nor a loop device outlives an unmount or a refused request.
-#include <fcntl.h>
 #include <privileged_service.h>
-#include <sys/stat.h>
-#include <unistd.h>
-
-#include <cerrno>
-#include <filesystem>
 
 #include "MountSupport.h"
 #include "TAKMount.h"
-#include "TestLog.h"
 
-using mount_test::Exists;
-using mount_test::MountFixture;
-using mount_test::MountsAt;
-using orvix::test::LogMark;
+using namespace mount_test;
 
 namespace {
 
+// With a directory outside the root, which nothing may touch.
 class ALoopMount : public MountFixture {
 protected:
+    void SetUp() override {
+        MountFixture::SetUp();
+        char pattern[] = "/tmp/tak-mount-outside-XXXXXX";
+        ASSERT_NE(mkdtemp(pattern), nullptr);
+        m_outside = pattern;
+    }
     void TearDown() override {
         unsetenv("ORVIX_LOOP_NODE_DIR");
-        if (!m_outside.empty()) {
-            ExpectNothingLeft(m_outside);
-            std::filesystem::remove_all(m_outside);
-        }
+        ExpectNothingLeft(m_outside);
+        fs::remove_all(m_outside);
         MountFixture::TearDown();
-    }
-
-    // A directory outside the root, removed by TearDown.
-    const std::string& Outside() {
-        if (m_outside.empty()) {
-            char pattern[] = "/tmp/tak-mount-outside-XXXXXX";
-            EXPECT_NE(mkdtemp(pattern), nullptr);
-            m_outside = pattern;
-        }
-        return m_outside;
     }
 
     std::string m_outside;
@@ -84,25 +69,21 @@ TEST_F(ALoopMount, ShowsTheImageReadOnlyAndLeavesNothingOnceUnmounted) {
             continue;
         }
         ASSERT_TRUE(CTAKMount::Mount(image, dir, c.fsType)) << mark.Text();
-        std::vector<mount_test::MountEntry> mounts = MountsAt(stripped);
+        std::vector<MountEntry> mounts = MountsAt(stripped);
         ASSERT_EQ(mounts.size(), 1u);
-        EXPECT_EQ(mounts[0].type, "ext4");
-        EXPECT_EQ(mounts[0].options.substr(0, 3), "ro,") << mounts[0].options;
+        EXPECT_EQ(mounts[0].type + " " + mounts[0].options.substr(0, 3), "ext4 ro,") << mounts[0].options;
         std::string nodePrefix = c.nodeDir != nullptr ? Root() + "/dev/loop" : "/dev/loop";
         EXPECT_EQ(mounts[0].source.compare(0, nodePrefix.size(), nodePrefix), 0) << mounts[0].source;
         // A node of our own is only needed until the mount holds the device.
         EXPECT_EQ(c.nodeDir != nullptr, !Exists(mounts[0].source)) << mounts[0].source;
-        EXPECT_EQ(mount_test::Tree(stripped), expected);
-        EXPECT_EQ(mount_test::LoopsBackedBelow(Root()).size(), 1u);
-        int written = open((stripped + "/new.png").c_str(), O_CREAT | O_WRONLY | O_CLOEXEC, 0644);
-        EXPECT_EQ(written, -1);
-        EXPECT_EQ(errno, EROFS);
+        EXPECT_EQ(Tree(stripped), expected);
+        EXPECT_EQ(LoopsBackedBelow(Root()).size(), 1u);
+        EXPECT_TRUE(open((stripped + "/new.png").c_str(), O_CREAT | O_WRONLY | O_CLOEXEC, 0644) == -1 &&
+                    errno == EROFS);
 
         ASSERT_TRUE(CTAKMount::Umount(dir));
-        EXPECT_TRUE(MountsAt(stripped).empty());
+        EXPECT_TRUE(MountsAt(stripped).empty() && Exists(stripped) && Exists(image));
         EXPECT_TRUE(mark.Contains(stripped + " unmounted")) << mark.Text();
-        EXPECT_TRUE(Exists(stripped));
-        EXPECT_TRUE(Exists(image));
         ExpectNothingLeft();
         // Unmounting twice is a failure of its own, with its line.
         LogMark again;
@@ -115,11 +96,11 @@ TEST_F(ALoopMount, RefusesBadRequestsAndLeavesNothingBehind) {
     const std::string images = Root() + "/images";
     const std::string good = images + "/good.img";
     MakeIconImage(good);
-    mount_test::WriteFile(images + "/noise.img", std::string(1 << 20, '\x5a'));
-    std::filesystem::copy_file(good, Outside() + "/good.img");
-    std::filesystem::create_symlink(Outside() + "/good.img", images + "/link.img");
-    ASSERT_TRUE(orvix::host::MakeDirs(Root() + "/mnt"));
-    std::filesystem::create_symlink(Outside(), Root() + "/mnt/link");
+    WriteFile(images + "/noise.img", std::string(1 << 20, '\x5a'));
+    fs::copy_file(good, m_outside + "/good.img");
+    fs::create_symlink(m_outside + "/good.img", images + "/link.img");
+    fs::create_directories(Root() + "/mnt");
+    fs::create_symlink(m_outside, Root() + "/mnt/link");
 
     struct Case {
         const char* name;
@@ -135,8 +116,8 @@ TEST_F(ALoopMount, RefusesBadRequestsAndLeavesNothingBehind) {
          "not an image of kind squashfs,ext4,vfat", false, Root() + "/mnt/noise"},
         {"a missing image", images + "/missing.img", Root() + "/mnt/missing", "", "No such file or directory",
          true, Root() + "/mnt/missing"},
-        {"a mount directory outside the root", good, Outside() + "/made/here", "", "is outside the host root",
-         true, Outside() + "/made"},
+        {"a mount directory outside the root", good, m_outside + "/made/here", "", "is outside the host root",
+         true, m_outside + "/made"},
         {"an image linked from outside", images + "/link.img", Root() + "/mnt/linked", "",
          "is a symbolic link", true, Root() + "/mnt/linked"},
         {"a mount directory linked to outside", good, Root() + "/mnt/link", "", "is a symbolic link", true,
@@ -153,27 +134,23 @@ TEST_F(ALoopMount, RefusesBadRequestsAndLeavesNothingBehind) {
         if (c.refusedEarly || CanMount()) {
             EXPECT_TRUE(mark.Contains(c.detail)) << mark.Text();
         }
-        if (!c.madeLevel.empty()) {
-            EXPECT_FALSE(Exists(c.madeLevel));
-        }
-        ExpectNothingLeft(Outside());
+        EXPECT_FALSE(!c.madeLevel.empty() && Exists(c.madeLevel));
+        ExpectNothingLeft(m_outside);
     }
-    EXPECT_TRUE(Exists(good));
-    EXPECT_TRUE(Exists(images + "/noise.img"));
-    EXPECT_TRUE(mount_test::Tree(Outside()).count("good.img"));
+    EXPECT_TRUE(Exists(good) && Exists(images + "/noise.img") && Exists(m_outside + "/good.img"));
 }
 
 TEST_F(ThePrivilegedService, ActsOnlyBelowTheRootAndAnswersWithErrnoCodes) {
     const std::string nodes = Root() + "/nodes";
-    ASSERT_TRUE(orvix::host::MakeDirs(nodes));
-    std::filesystem::create_symlink(Outside(), nodes + "/out");
+    fs::create_directories(nodes);
+    fs::create_symlink(m_outside, nodes + "/out");
     struct Refused {
         const char* name;
         std::string path;
         const char* why;
     };
     const Refused refused[] = {
-        {"outside", Outside() + "/node", "is outside the host root"},
+        {"outside", m_outside + "/node", "is outside the host root"},
         {"through a linked directory", nodes + "/out/node", "is outside the host root"},
         {"a link itself", nodes + "/out", "is a symbolic link"},
     };
@@ -189,7 +166,7 @@ TEST_F(ThePrivilegedService, ActsOnlyBelowTheRootAndAnswersWithErrnoCodes) {
                                                                                           << mark.Text();
         }
     }
-    EXPECT_TRUE(mount_test::Tree(Outside()).empty());
+    EXPECT_TRUE(Tree(m_outside).empty());
     EXPECT_EQ(PS_Mknod(nullptr, S_IFIFO | 0600, 0), -EACCES);
     EXPECT_EQ(PS_Mount((nodes + "/image").c_str(), nodes.c_str(), "", 0, nullptr), -EINVAL);
 

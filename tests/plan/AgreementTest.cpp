@@ -3,7 +3,6 @@
 // made first, then the real reset runs, and both are compared app by app, directory by directory and,
 // for the built-in kinds, in install order. Making the plan changes nothing in the root.
 #include <sys/stat.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <filesystem>
@@ -15,67 +14,58 @@
 
 using namespace plan_test;
 using reset_test::Lines;
-using reset_test::TestApp;
 
 namespace {
 
 namespace fs = std::filesystem;
 
-const char kAndroidApps[] = "android_on_orvix.support";
-const char* const kFixedApps[] = {"3201903017943", "3201904018125", "3202001019917"};
-
 struct Tree {
     bool exists = false;
     long long files = 0;
     long long bytes = 0;
+    bool operator==(const Tree& other) const {
+        return exists == other.exists && files == other.files && bytes == other.bytes;
+    }
 };
 
 // What is below a path now, counted as a removal would count it: links are not followed.
 Tree Measure(const std::string& path) {
-    Tree tree;
     std::error_code error;
     fs::file_status status = fs::symlink_status(path, error);
     if (error || !fs::exists(status)) {
-        return tree;
+        return {};
     }
-    tree.exists = true;
+    auto size = [](fs::file_status s, const fs::path& p) {
+        return fs::is_regular_file(s) ? static_cast<long long>(fs::file_size(p)) : 0;
+    };
     if (!fs::is_directory(status)) {
-        tree.files = 1;
-        tree.bytes = fs::is_regular_file(status) ? static_cast<long long>(fs::file_size(path)) : 0;
-        return tree;
+        return {true, 1, size(status, path)};
     }
+    Tree tree{true, 0, 0};
     for (auto it = fs::recursive_directory_iterator(path, error); !error && it != fs::end(it);
          it.increment(error)) {
-        fs::file_status entry = it->symlink_status();
-        if (fs::is_directory(entry)) {
-            continue;
+        if (!fs::is_directory(it->symlink_status())) {
+            ++tree.files;
+            tree.bytes += size(it->symlink_status(), it->path());
         }
-        ++tree.files;
-        tree.bytes += fs::is_regular_file(entry) ? static_cast<long long>(it->file_size()) : 0;
     }
     return tree;
 }
 
-// Every file of the root but the logs, with its size and modification time.
+// Every file of the root but the logs, with its mode, size and modification time.
 std::map<std::string, std::string> Snapshot(const std::string& root) {
     std::map<std::string, std::string> files;
     std::error_code error;
     for (auto it = fs::recursive_directory_iterator(root, error); !error && it != fs::end(it);
          it.increment(error)) {
         std::string path = it->path().string();
-        if (path.rfind(root + "/var/log", 0) == 0) {
-            continue;
-        }
         struct stat info {};
-        lstat(path.c_str(), &info);
-        files[path] = std::to_string(info.st_mode) + " " + std::to_string(info.st_size) + " " +
-                      std::to_string(info.st_mtim.tv_sec) + "." + std::to_string(info.st_mtim.tv_nsec);
+        if (path.rfind(root + "/var/log", 0) != 0 && lstat(path.c_str(), &info) == 0) {
+            files[path] = std::to_string(info.st_mode) + " " + std::to_string(info.st_size) + " " +
+                          std::to_string(info.st_mtim.tv_sec) + "." + std::to_string(info.st_mtim.tv_nsec);
+        }
     }
     return files;
-}
-
-std::string Pick(std::mt19937& random, const std::vector<std::string>& pool) {
-    return pool[random() % pool.size()];
 }
 
 bool Chance(std::mt19937& random, int percent) {
@@ -90,53 +80,29 @@ protected:
     Json::Value PlanUnchanged(const std::vector<std::string>& args) {
         std::map<std::string, std::string> before = Snapshot(Root());
         Json::Value plan = PlanJson(args);
-        std::map<std::string, std::string> after = Snapshot(Root());
-        EXPECT_TRUE(before == after) << "the plan changed the root";
+        EXPECT_TRUE(before == Snapshot(Root())) << "the plan changed the root";
         return plan;
     }
 
-    // Each planned path as it is now, checked against the plan's counts; then, after the reset, each is
-    // checked against what the plan said would happen to it.
-    std::map<std::string, Tree> CheckCounts(const Json::Value& plan) const {
-        std::map<std::string, Tree> trees;
+    // Each planned clean-up path (as on disk, with its action) and what is there now, which must be what
+    // the plan counted.
+    std::map<std::string, std::pair<std::string, Tree>> PlannedPaths(const Json::Value& plan) const {
+        std::map<std::string, std::pair<std::string, Tree>> paths;
         for (const Json::Value& step : plan["cleanUp"]) {
             if (!step.isMember("path")) {
                 continue;
             }
-            std::string path = Unroot(step["path"].asString());
+            std::string path = step["path"].asString();
+            if (path.rfind("<root>", 0) == 0) {
+                path.replace(0, 6, Root());
+            }
             Tree tree = Measure(path);
-            EXPECT_EQ(step["exists"].asBool(), tree.exists) << path;
-            EXPECT_EQ(step["files"].asInt64(), tree.files) << path;
-            EXPECT_EQ(step["bytes"].asInt64(), tree.bytes) << path;
-            trees[path] = tree;
+            EXPECT_TRUE(tree ==
+                        (Tree{step["exists"].asBool(), step["files"].asInt64(), step["bytes"].asInt64()}))
+                << path;
+            paths[path] = {step["action"].asString(), tree};
         }
-        return trees;
-    }
-
-    void CheckCleanedUp(const Json::Value& plan, const std::map<std::string, Tree>& before) const {
-        for (const Json::Value& step : plan["cleanUp"]) {
-            if (!step.isMember("path")) {
-                continue;
-            }
-            std::string path = Unroot(step["path"].asString());
-            std::string action = step["action"].asString();
-            Tree now = Measure(path);
-            if (action == "empty") {
-                // An absent directory stays absent; one that was there stays, empty.
-                EXPECT_EQ(now.exists, before.at(path).exists) << path;
-                EXPECT_EQ(now.files, 0) << path;
-                EXPECT_TRUE(!now.exists || reset_test::ResetFixture::IsEmptyDir(path)) << path;
-            } else {
-                EXPECT_FALSE(now.exists) << action << " " << path;
-            }
-        }
-    }
-
-    std::string Unroot(std::string path) const {
-        if (path.rfind("<root>", 0) == 0) {
-            path.replace(0, 6, Root());
-        }
-        return path;
+        return paths;
     }
 
     static Lines Actions(const Json::Value& plan, const char* action) {
@@ -151,63 +117,43 @@ protected:
 };
 
 // Apps and Corvane resets: the kind and the board follow the seed, everything else is drawn from it.
-class ThePlanAndTheAppsReset : public ThePlanAndTheReset {
-protected:
-    // A few files, a nested one and sometimes a link out of the root's service tree; sometimes the
-    // directory is gone.
-    void Furnish(std::mt19937& random, const std::string& dir) const {
-        if (Chance(random, 15)) {
-            fs::remove_all(dir);
-            return;
-        }
-        for (int i = static_cast<int>(random() % 4); i > 0; --i) {
-            std::string name = dir + "/d" + std::to_string(random() % 3) + "/f" + std::to_string(random());
-            fs::create_directories(fs::path(name).parent_path());
-            std::ofstream(name) << std::string(random() % 5000, 'x');
-        }
-        if (Chance(random, 25)) {
-            fs::create_directories(dir);
-            fs::create_symlink(Root() + "/outside", dir + "/link-" + std::to_string(random()));
-        }
-    }
-};
+class ThePlanAndTheAppsReset : public ThePlanAndTheReset {};
 
 TEST_P(ThePlanAndTheAppsReset, AgreeAppByAppAndDirectoryByDirectory) {
     const int seed = GetParam();
     std::mt19937 random(seed);
     const char* const kinds[] = {"tak_app_reset", "tak_service_reset", "corvane_reset"};
     const std::string reset = kinds[seed % 3];
-    const bool android = (seed / 3) % 2 == 1;
-    SetSystemFlag(kAndroidApps, android);
+    const bool android = (seed / 3) % 2 == 1, corvane = reset == "corvane_reset";
+    SetSystemFlag("android_on_orvix.support", android);
     SetSetting("int", "db/tak/factory_reset", Chance(random, 50) ? "1" : "0");
 
-    std::vector<std::string> pool = {kFixedApps[0], kFixedApps[1], kFixedApps[2], "ghost"};
+    std::vector<std::string> pool = {"3201903017943", "3201904018125", "3202001019917", "ghost"};
     for (int i = 0; i < 12; ++i) {
         pool.push_back("app" + std::to_string(random() % 1000) + (Chance(random, 20) ? ".Ünï" : ""));
     }
-    std::vector<TestApp> apps;
+    std::vector<reset_test::TestApp> apps;
     std::set<std::string> ids;
     for (const std::string& id : pool) {
-        if (id == "ghost" || !ids.insert(id).second || Chance(random, 20)) {
-            continue;
+        if (id != "ghost" && ids.insert(id).second && !Chance(random, 20)) {
+            apps.push_back({id, Chance(random, 20) ? 4 : 1 + static_cast<int>(random() % 3),
+                            Chance(random, 20), Chance(random, 20)});
         }
-        apps.push_back({id, Chance(random, 20) ? 4 : 1 + static_cast<int>(random() % 3), Chance(random, 20),
-                        Chance(random, 20)});
     }
     std::shuffle(apps.begin(), apps.end(), random);
     AddApps(apps);
-    std::string defaults = "ghost:1";
-    std::string general;
+    std::string defaults = "ghost:1", general;
     for (int i = 0; i < 5; ++i) {
-        defaults += "," + Pick(random, pool) + ":" + std::to_string(i);
-        general += (i == 0 ? "" : ",") + Pick(random, pool);
+        defaults += "," + pool[random() % pool.size()] + ":" + std::to_string(i);
+        general += (i == 0 ? "" : ",") + pool[random() % pool.size()];
     }
     SetConfig("RESERVED_11", defaults);
     SetConfig("RESERVED_3", general);
 
+    // Every directory a reset of some kind empties or removes, and some no reset touches: a few files, a
+    // nested one and sometimes a link out of the root; sometimes the directory is gone.
     fs::create_directories(Root() + "/outside");
     std::ofstream(Root() + "/outside/keep.txt") << "keep\n";
-    // Every directory a reset of some kind empties or removes, and some no reset touches.
     std::vector<std::string> furnished = {ServiceDir(2, "common"), ServiceDir(2, "appupdate"),
                                           ServiceDir(2, "unrelated"),
                                           orvix::host::PathVariable(0) + "/owner/apps_rw/other"};
@@ -219,7 +165,19 @@ TEST_P(ThePlanAndTheAppsReset, AgreeAppByAppAndDirectoryByDirectory) {
         furnished.push_back(orvix::host::PathVariable(variable));
     }
     for (const std::string& dir : furnished) {
-        Furnish(random, dir);
+        if (Chance(random, 15)) {
+            fs::remove_all(dir);
+            continue;
+        }
+        for (int i = static_cast<int>(random() % 4); i > 0; --i) {
+            std::string name = dir + "/d" + std::to_string(random() % 3) + "/f" + std::to_string(random());
+            fs::create_directories(fs::path(name).parent_path());
+            std::ofstream(name) << std::string(random() % 5000, 'x');
+        }
+        if (Chance(random, 25)) {
+            fs::create_directories(dir);
+            fs::create_symlink(Root() + "/outside", dir + "/link-" + std::to_string(random()));
+        }
     }
     if (Chance(random, 30)) {
         fs::remove(ServiceDir(27, "bnr_backup/bnr_backup.json"));
@@ -228,28 +186,30 @@ TEST_P(ThePlanAndTheAppsReset, AgreeAppByAppAndDirectoryByDirectory) {
     for (const std::string& dir : furnished) {
         untouched[dir] = Measure(dir);
     }
-    const bool corvane = reset == "corvane_reset";
 
     Json::Value plan = PlanUnchanged({"reset=" + reset, "userdata=" + std::to_string(seed)});
     ASSERT_FALSE(HasFailure());
-    std::map<std::string, Tree> before = CheckCounts(plan);
+    auto planned = PlannedPaths(plan);
     Lines uninstall = Actions(plan, "uninstall");
     EXPECT_EQ(uninstall.size() + Actions(plan, "keep").size(), corvane && !android ? 0u : apps.size());
 
-    RunToEnd({"reset=" + reset, "userdata=" + std::to_string(seed)}, plan["result"]["name"].asString());
+    const std::string result = plan["result"]["name"].asString();
+    RunToEnd({"reset=" + reset, "userdata=" + std::to_string(seed)}, result);
     EXPECT_EQ(Requested(), uninstall);
-    EXPECT_EQ(Results(plan["result"]["name"].asString()).size(), 1u);
+    EXPECT_EQ(Results(result).size(), 1u);
     EXPECT_EQ(plan["result"]["when"].asString(), "end");
-    CheckCleanedUp(plan, before);
-    // What the plan leaves out, the reset leaves alone.
-    for (const Json::Value& step : plan["cleanUp"]) {
-        std::string path = Unroot(step["path"].asString());
+    for (const auto& [path, step] : planned) {
+        Tree now = Measure(path);
+        // An absent directory stays absent; one that was there stays, empty. Whatever else is removed.
+        EXPECT_TRUE(step.first == "empty" ? now.exists == step.second.exists && now.files == 0 : !now.exists)
+            << step.first << " " << path;
+        EXPECT_TRUE(step.first != "empty" || !now.exists || IsEmptyDir(path)) << path;
         untouched.erase(path.substr(0, path.find_last_not_of('/') + 1));
     }
+    // What the plan leaves out, the reset leaves alone.
     EXPECT_EQ(untouched.size(), corvane ? 2u : 3u);
     for (const auto& [dir, tree] : untouched) {
-        Tree now = Measure(dir);
-        EXPECT_TRUE(now.exists == tree.exists && now.files == tree.files && now.bytes == tree.bytes) << dir;
+        EXPECT_TRUE(Measure(dir) == tree) << dir;
     }
     EXPECT_TRUE(Exists(Root() + "/outside/keep.txt"));
     EXPECT_EQ(plan["notes"].size() > 0, android || corvane) << plan["notes"];
@@ -265,7 +225,6 @@ class ThePlanAndTheBuiltInReset : public ThePlanAndTheReset {};
 TEST_P(ThePlanAndTheBuiltInReset, AgreeOnTheInstallOrder) {
     const int seed = GetParam();
     std::mt19937 random(seed * 7919);
-    const bool service = seed % 2 == 0;
     std::vector<std::string> appIds;
     for (int i = static_cast<int>(5 + random() % 6); i > 0; --i) {
         appIds.push_back("b" + std::to_string(random() % 100));
@@ -283,7 +242,7 @@ TEST_P(ThePlanAndTheBuiltInReset, AgreeOnTheInstallOrder) {
         entry["pkgId"] = "pkg." + appId;
         entry["baseVersion"] = "1.0.0";
         for (int r = static_cast<int>(random() % 3); r > 0; --r) {
-            std::string required = Pick(random, appIds);
+            std::string required = appIds[random() % appIds.size()];
             entry["requires"][required]["version"] = "1.0";
             entry["requires"][required]["pkgid"] = "pkg." + required;
         }
@@ -309,11 +268,10 @@ TEST_P(ThePlanAndTheBuiltInReset, AgreeOnTheInstallOrder) {
     // Leftovers of an ended background update, which the reset cleans up and the plan must not.
     Plant(orvix::host::PathVariable(27) + "/tpk-update-pkg." + appIds.front());
     Plant(orvix::host::PathVariable(6) + "/background-update/" + appIds.front() + "_on.tpk");
-    const std::string reset = service ? "reset=biu_service_reset" : "reset=biu_app_reset";
+    const std::string reset = seed % 2 == 0 ? "reset=biu_service_reset" : "reset=biu_app_reset";
 
     Json::Value plan = PlanUnchanged({reset});
     ASSERT_FALSE(HasFailure());
-    Lines install = Actions(plan, "install");
     Start({reset});
     if (!plan["waitingList"].empty()) {
         // The installs wait for the background update; it ends now.
@@ -323,7 +281,6 @@ TEST_P(ThePlanAndTheBuiltInReset, AgreeOnTheInstallOrder) {
     }
     ASSERT_TRUE(WaitForResult(plan["result"]["name"].asString()));
     EndProcess();
-
     Lines installed;
     for (const auto& call : CallsOf("libtak_common", "InstallAppAPI")) {
         for (const auto& pair : call["args"][0]) {
@@ -332,6 +289,7 @@ TEST_P(ThePlanAndTheBuiltInReset, AgreeOnTheInstallOrder) {
             }
         }
     }
+    Lines install = Actions(plan, "install");
     EXPECT_EQ(installed, install);
     // Only an app that is installed makes the reset wait for its background update.
     bool waits = !updating.empty() && std::count(install.begin(), install.end(), updating.substr(4)) > 0;

@@ -1,24 +1,60 @@
-// The process core without a bus: the one-time initialisation on the first launch request, the
-// watchdog timer, routing of monitoring and recovery requests, refusal after exit, the terminate
-// callback. The initialisation runs once per process, so one test walks the whole life.
+// The process frame without a bus: typed reads of launch-request values; the common-library loader with a
+// library that lacks most entry points; the process core's one-time initialisation on the first launch
+// request, the watchdog, routing of monitoring and recovery requests, refusal after exit, the terminate
+// callback (the initialisation runs once per process, so one test walks the whole life).
+#include <app_control.h>
 #include <gtest/gtest.h>
 #include <poll.h>
+#include <stdlib.h>
 #include <sys/socket.h>
 #include <sys/un.h>
-#include <unistd.h>
 
 #include <atomic>
 #include <cstring>
+#include <filesystem>
+#include <limits>
+#include <memory>
+#include <type_traits>
 
+#include "HostFixture.h"
 #include "ProcessCore.h"
-#include "ProcessTest.h"
+#include "TAKCommonApi.h"
 #include "TAKCommonHandle.h"
 #include "TestLog.h"
 
 using orvix::test::LogMark;
-using process_test::Request;
 
 namespace {
+
+// No system bus: an address that leads nowhere makes every report fail at once.
+const bool kNoSystemBus =
+    setenv("DBUS_SYSTEM_BUS_ADDRESS", "unix:path=/nonexistent/tak-process-test/bus", 1) == 0;
+
+// A launch request that frees itself.
+using Request = std::unique_ptr<std::remove_pointer_t<app_control_h>, decltype(&app_control_destroy)>;
+Request MakeRequest(std::initializer_list<std::pair<const char*, const char*>> extras) {
+    app_control_h handle = nullptr;
+    app_control_create(&handle);
+    for (const auto& [key, value] : extras) {
+        app_control_add_extra_data(handle, key, value);
+    }
+    return Request(handle, app_control_destroy);
+}
+
+// A private host root made by the kit, without its bus; it holds the substitute common library.
+class InARoot : public orvix::test::HostFixture {
+protected:
+    bool StartsBus() const override { return false; }
+};
+
+// `text` as the value of "key" in a launch request, read into a variable that held `initial`. Without a
+// text the request has no such key, and the read must say so.
+template <typename T>
+T Read(const char* text, T initial) {
+    auto request = MakeRequest({{text != nullptr ? "key" : "other", text != nullptr ? text : ""}});
+    EXPECT_EQ(CProcessCore::m_GetControlData(request.get(), "key", initial), text != nullptr) << text;
+    return initial;
+}
 
 // A core with a watchdog period short enough for a test.
 class CTestCore : public CProcessCore {
@@ -32,8 +68,7 @@ public:
     void OnTerminate() override { ++terminated; }
     void MarkExiting() { m_SetExiting(); }
     void Deliver(std::initializer_list<std::pair<const char*, const char*>> extras) {
-        Request request(extras);
-        CProcessCore::s_AppControl(request.Get(), this);
+        CProcessCore::s_AppControl(MakeRequest(extras).get(), this);
     }
 
     std::atomic<int> created{0};
@@ -43,14 +78,67 @@ public:
 
 }  // namespace
 
-class AProcessCore : public process_test::InARoot {};
+TEST(AControlDataRead, ConvertsTextFlagsIntegersAndCookiesAndLeavesTheDefaultOfAMissingKey) {
+    LogMark mark;
+    EXPECT_EQ(Read<std::string>("tak_app_reset", "old"), "tak_app_reset");
+    EXPECT_EQ(Read<std::string>("", "old"), "");
+    EXPECT_TRUE(mark.Contains("has key[key] value[tak_app_reset]"));
+    // Only the exact text "true" is true.
+    EXPECT_TRUE(Read("true", false));
+    for (const char* text : {"TRUE", "1", "True", " true", "truex"}) {
+        EXPECT_FALSE(Read(text, true)) << text;
+    }
+    EXPECT_EQ(Read("42", 5), 42);
+    EXPECT_EQ(Read("-7", 5), -7);
+    EXPECT_EQ(Read("abc", 5), 0);
+    // A cookie keeps its sign and its full width.
+    EXPECT_EQ(Read("-12345", 1L), -12345L);
+    EXPECT_EQ(Read("9223372036854775807", 1L), 9223372036854775807L);
+    // The lowest cookie has no positive counterpart to negate (found by fuzzing).
+    EXPECT_EQ(Read("-9223372036854775808", 1L), std::numeric_limits<long>::min());
+    EXPECT_EQ(Read("x1", 1L), 0L);
+    EXPECT_TRUE(mark.Contains("has key[key] value[-12345]"));
+
+    LogMark missing;
+    EXPECT_EQ(Read<std::string>(nullptr, "default"), "default");
+    EXPECT_TRUE(Read(nullptr, true));
+    EXPECT_EQ(Read(nullptr, -1), -1);
+    EXPECT_EQ(Read(nullptr, 77L), 77L);
+    EXPECT_TRUE(missing.Contains("do not have key[key]!!"));
+}
+
+using ACommonLibraryLoader = InARoot;
+
+TEST_F(ACommonLibraryLoader, FindsWhatTheLibraryOffersAndLogsWhatItLacks) {
+    std::filesystem::copy_file(PROCESS_PARTIAL_LIBRARY,
+                               orvix::host::FixedPath("/usr/lib64") + "/libtak_common.so",
+                               std::filesystem::copy_options::overwrite_existing);
+    CTAKCommonHandle::OpenLibrary();
+    auto count = CTAKCommonHandle::Find<int (*)()>("ProcessTestConnectorCount");
+    ASSERT_NE(count, nullptr);
+    EXPECT_TRUE(CTAKCommonHandle::CallVoid(TAK_API_CREATE_CONNECTOR));
+    EXPECT_TRUE(CTAKCommonHandle::CallIfPresent<TAK_VOID_API>(TAK_API_CREATE_CONNECTOR));
+    EXPECT_EQ(count(), 2);
+    // Absent: nothing is called, and the caller learns it.
+    EXPECT_FALSE(CTAKCommonHandle::CallVoid(TAK_API_START_BOOST_APPFW));
+    EXPECT_EQ(CTAKCommonHandle::Find<TAK_VOID_API>(TAK_API_START_BOOST_APPFW), nullptr);
+    LogMark mark;
+    EXPECT_EQ(CTAKCommonHandle::GetSymbolAddress(TAK_API_START_BOOST_APPFW), nullptr);
+    EXPECT_TRUE(mark.Contains("error: "));
+    // A failed lookup leaves nothing behind that spoils the next one.
+    EXPECT_NE(CTAKCommonHandle::GetSymbolAddress(TAK_API_START_BOOST_OWN_PROCESS), nullptr);
+    CTAKCommonHandle::CloseLibrary();
+    // Nothing is cached: once the library is closed, a name found before is found no more.
+    EXPECT_EQ(CTAKCommonHandle::GetSymbolAddress(TAK_API_CREATE_CONNECTOR), nullptr);
+}
+
+using AProcessCore = InARoot;
 
 TEST_F(AProcessCore, InitialisesOnceFeedsTheWatchdogRoutesRequestsAndRefusesThemAfterExit) {
     // A datagram socket standing in for the service manager's notify socket.
     std::string socketPath = Root() + "/notify.sock";
     int notify = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
-    sockaddr_un address{};
-    address.sun_family = AF_UNIX;
+    sockaddr_un address{AF_UNIX, {}};
     strncpy(address.sun_path, socketPath.c_str(), sizeof(address.sun_path) - 1);
     ASSERT_EQ(bind(notify, reinterpret_cast<sockaddr*>(&address), sizeof(address)), 0);
     setenv("NOTIFY_SOCKET", socketPath.c_str(), 1);

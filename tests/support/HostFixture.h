@@ -66,44 +66,35 @@ inline RunResult RunProgram(const std::vector<std::string>& argv,
         args.push_back(const_cast<gchar*>(arg.c_str()));
     }
     args.push_back(nullptr);
-    gchar** envp = g_get_environ();
+    g_auto(GStrv) envp = g_get_environ();
     for (const auto& [key, value] : environment) {
         envp = g_environ_setenv(envp, key.c_str(), value.c_str(), TRUE);
     }
     RunResult result;
-    gchar* out = nullptr;
-    gchar* err = nullptr;
+    g_autofree gchar* out = nullptr;
+    g_autofree gchar* err = nullptr;
     gint waitStatus = 0;
-    GError* error = nullptr;
+    g_autoptr(GError) error = nullptr;
     // A loaded machine running sanitizer builds may refuse a fork for a moment; that is not the test's fault.
-    bool spawned = false;
-    for (int attempt = 0; attempt < 5 && !spawned; ++attempt) {
+    for (int attempt = 0; attempt < 5; ++attempt, std::this_thread::sleep_for(100ms)) {
         g_clear_error(&error);
-        spawned = g_spawn_sync(nullptr, args.data(), envp, G_SPAWN_DEFAULT, nullptr, nullptr, &out, &err,
-                               &waitStatus, &error);
-        if (!spawned && !g_error_matches(error, G_SPAWN_ERROR, G_SPAWN_ERROR_FORK) &&
+        if (g_spawn_sync(nullptr, args.data(), envp, G_SPAWN_DEFAULT, nullptr, nullptr, &out, &err,
+                         &waitStatus, &error)) {
+            result.status = WIFEXITED(waitStatus) ? WEXITSTATUS(waitStatus) : -1;
+            result.out = out != nullptr ? out : "";
+            result.err = err != nullptr ? err : "";
+            if (WIFSIGNALED(waitStatus)) {
+                result.err +=
+                    "\n" + argv.front() + " was ended by signal " + std::to_string(WTERMSIG(waitStatus));
+            }
+            return result;
+        }
+        if (!g_error_matches(error, G_SPAWN_ERROR, G_SPAWN_ERROR_FORK) &&
             !g_error_matches(error, G_SPAWN_ERROR, G_SPAWN_ERROR_NOMEM)) {
             break;
         }
-        if (!spawned) {
-            std::this_thread::sleep_for(100ms);
-        }
     }
-    if (spawned) {
-        result.status = WIFEXITED(waitStatus) ? WEXITSTATUS(waitStatus) : -1;
-        result.out = out != nullptr ? out : "";
-        result.err = err != nullptr ? err : "";
-        if (WIFSIGNALED(waitStatus)) {
-            result.err +=
-                "\n" + argv.front() + " was ended by signal " + std::to_string(WTERMSIG(waitStatus));
-        }
-    } else {
-        result.err = error->message;
-        g_error_free(error);
-    }
-    g_free(out);
-    g_free(err);
-    g_strfreev(envp);
+    result.err = error->message;
     return result;
 }
 
@@ -129,9 +120,8 @@ protected:
         ASSERT_NE(mkdtemp(pattern), nullptr) << "cannot make a temporary root";
         m_root = pattern;
         orvix::host::SetRoot(m_root);
-        std::vector<std::string> init = {"init"};
-        std::vector<std::string> options = InitArguments();
-        init.insert(init.end(), options.begin(), options.end());
+        std::vector<std::string> init = InitArguments();
+        init.insert(init.begin(), "init");
         RunResult initialised = Host(init);
         ASSERT_EQ(initialised.status, 0) << "orvix-host init failed: " << initialised.err;
         if (StartsBus()) {
@@ -146,7 +136,10 @@ protected:
         }
         ExpectNoCriticalsLogged();
         if (HasFailure()) {
-            PrintDiagnostics();
+            for (const std::string& path :
+                 {LogPath(AppName()), orvix::host::CallsFile(), LogPath("innerserver")}) {
+                PrintTail(path);
+            }
         }
         std::vector<orvix::host::ProcessId> processes = KitProcesses();
         RunResult down = Host({"down"});
@@ -168,30 +161,14 @@ protected:
     // wrote to its log under <root>/var/log: GLib only prints a critical and goes on, so without this a
     // broken call would pass unseen. TearDown calls it.
     void ExpectNoCriticalsLogged() const {
-        std::string logs = m_root + "/var/log";
-        g_autoptr(GDir) dir = g_dir_open(logs.c_str(), 0, nullptr);
-        while (const gchar* name = dir != nullptr ? g_dir_read_name(dir) : nullptr) {
-            if (!g_str_has_suffix(name, ".log")) {
-                continue;
-            }
-            std::istringstream text(ReadWholeFile(logs + "/" + name));
+        std::error_code error;
+        for (const auto& entry : std::filesystem::directory_iterator(m_root + "/var/log", error)) {
+            std::istringstream text(entry.path().extension() == ".log" ? ReadWholeFile(entry.path()) : "");
             for (std::string line; std::getline(text, line);) {
                 EXPECT_EQ(line.find("CRITICAL **"), std::string::npos)
-                    << name << " holds a GLib critical: " << line;
+                    << entry.path().filename() << " holds a GLib critical: " << line;
             }
         }
-    }
-
-    // What a derived fixture prints besides the logs when a test failed.
-    virtual void PrintMoreDiagnostics() const {}
-
-    void PrintTail(const char* title, const std::string& path) const {
-        std::string text = ReadWholeFile(path);
-        const size_t kLimit = 64 * 1024;
-        if (text.size() > kLimit) {
-            text = "[...]\n" + text.substr(text.size() - kLimit);
-        }
-        fprintf(stderr, "----- %s (%s) -----\n%s\n", title, path.c_str(), text.c_str());
     }
 
     // `orvix-host ARGS...` for this root.
@@ -228,18 +205,13 @@ protected:
     // Every complete line of calls.jsonl, parsed, in order.
     std::vector<Json::Value> Calls() const {
         std::vector<Json::Value> calls;
-        std::string text = ReadWholeFile(orvix::host::CallsFile());
-        size_t start = 0;
-        size_t end;
-        while ((end = text.find('\n', start)) != std::string::npos) {
+        std::istringstream text(ReadWholeFile(orvix::host::CallsFile()));
+        std::unique_ptr<Json::CharReader> reader(Json::CharReaderBuilder().newCharReader());
+        for (std::string line; std::getline(text, line) && !text.eof();) {
             Json::Value call;
-            Json::CharReaderBuilder builder;
-            std::string errors;
-            std::unique_ptr<Json::CharReader> reader(builder.newCharReader());
-            if (reader->parse(text.data() + start, text.data() + end, &call, &errors)) {
+            if (reader->parse(line.data(), line.data() + line.size(), &call, nullptr)) {
                 calls.push_back(call);
             }
-            start = end + 1;
         }
         return calls;
     }
@@ -277,26 +249,11 @@ protected:
         return WaitUntil([&] { return TakResetLog().find(text) != std::string::npos; }, timeout);
     }
 
-    // The running instance of the app `launch` starts, if any.
     // Whether an instance of the app runs: its own pid file names a live one, or `launch` started one that
     // has not gone yet. The app removes its pid file before its last log lines, so the file alone would call
     // an app that is still finishing gone.
     bool AppRunning() const {
-        orvix::host::ProcessId id;
-        if (orvix::host::ReadPidFile(orvix::host::LaunchPidPath(AppName()), id) &&
-            orvix::host::IsRunning(id)) {
-            return true;
-        }
-        const std::string prefix = "app." + AppName() + ".";
-        std::error_code error;
-        for (const auto& entry : std::filesystem::directory_iterator(m_root + "/run/pids", error)) {
-            std::string name = entry.path().filename().string();
-            if (name.rfind(prefix, 0) == 0 && orvix::host::ReadPidFile(entry.path().string(), id) &&
-                orvix::host::IsRunning(id)) {
-                return true;
-            }
-        }
-        return false;
+        return !RunningFrom({orvix::host::LaunchPidPath(AppName())}, "app." + AppName() + ".").empty();
     }
 
     // Waits until the app has left (after "reset=end", say).
@@ -318,32 +275,36 @@ protected:
     }
 
 private:
-    std::vector<orvix::host::ProcessId> KitProcesses() const {
-        std::vector<orvix::host::ProcessId> processes;
-        std::vector<std::string> files;
-        gchar* pids = g_build_filename(m_root.c_str(), "run", "pids", nullptr);
-        if (GDir* dir = g_dir_open(pids, 0, nullptr)) {
-            while (const gchar* name = g_dir_read_name(dir)) {
-                files.push_back(std::string(pids) + "/" + name);
+    // The live processes that `files` and the pid files under <root>/run/pids whose names start with
+    // `prefix` name.
+    std::vector<orvix::host::ProcessId> RunningFrom(std::vector<std::string> files,
+                                                    const std::string& prefix) const {
+        std::error_code error;
+        for (const auto& entry : std::filesystem::directory_iterator(m_root + "/run/pids", error)) {
+            if (entry.path().filename().string().rfind(prefix, 0) == 0) {
+                files.push_back(entry.path().string());
             }
-            g_dir_close(dir);
         }
-        g_free(pids);
-        files.push_back(orvix::host::LaunchPidPath(AppName()));
+        std::vector<orvix::host::ProcessId> running;
         for (const auto& file : files) {
             orvix::host::ProcessId id;
             if (orvix::host::ReadPidFile(file, id) && orvix::host::IsRunning(id)) {
-                processes.push_back(id);
+                running.push_back(id);
             }
         }
-        return processes;
+        return running;
+    }
+    std::vector<orvix::host::ProcessId> KitProcesses() const {
+        return RunningFrom({orvix::host::LaunchPidPath(AppName())}, "");
     }
 
-    void PrintDiagnostics() const {
-        PrintTail("tak-reset log", LogPath(AppName()));
-        PrintTail("recorded calls", orvix::host::CallsFile());
-        PrintTail("inner server log", LogPath("innerserver"));
-        PrintMoreDiagnostics();
+    static void PrintTail(const std::string& path) {
+        std::string text = ReadWholeFile(path);
+        const size_t kLimit = 64 * 1024;
+        if (text.size() > kLimit) {
+            text = "[...]\n" + text.substr(text.size() - kLimit);
+        }
+        fprintf(stderr, "----- %s -----\n%s\n", path.c_str(), text.c_str());
     }
 
     std::string m_root;

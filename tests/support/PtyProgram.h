@@ -31,25 +31,21 @@ public:
     PtyProgram(const std::vector<std::string>& argv,
                const std::vector<std::pair<std::string, std::string>>& environment = {}) {
         // Everything the child needs is made before the fork: only exec and _exit run after it.
-        std::vector<std::string> args = argv;
         std::vector<char*> argp;
-        for (auto& arg : args) {
-            argp.push_back(arg.data());
+        for (const auto& arg : argv) {
+            argp.push_back(const_cast<char*>(arg.c_str()));
         }
         argp.push_back(nullptr);
-        gchar** envp = g_get_environ();
+        g_auto(GStrv) envp = g_get_environ();
         for (const auto& [key, value] : environment) {
             envp = g_environ_setenv(envp, key.c_str(), value.c_str(), TRUE);
         }
-        struct winsize size {};
-        size.ws_row = 40;
-        size.ws_col = 160;
+        struct winsize size = {40, 160, 0, 0};
         m_pid = forkpty(&m_master, nullptr, nullptr, &size);
         if (m_pid == 0) {
             execve(argp[0], argp.data(), envp);
             _exit(127);
         }
-        g_strfreev(envp);
         if (m_master >= 0) {
             fcntl(m_master, F_SETFL, fcntl(m_master, F_GETFL) | O_NONBLOCK);
         }
@@ -61,11 +57,9 @@ public:
             close(m_master);
         }
     }
-
     PtyProgram(const PtyProgram&) = delete;
     PtyProgram& operator=(const PtyProgram&) = delete;
 
-    bool Started() const { return m_pid > 0 && m_master >= 0; }
     pid_t Pid() const { return m_pid; }
     const std::string& Output() const { return m_output; }
 
@@ -74,27 +68,19 @@ public:
     bool WaitForOutput(const std::function<bool(const std::string&)>& condition,
                        std::chrono::milliseconds timeout = std::chrono::seconds(20)) {
         auto deadline = std::chrono::steady_clock::now() + timeout;
-        while (!condition(m_output) && std::chrono::steady_clock::now() < deadline) {
-            if (!ReadSome(20)) {
-                break;
-            }
+        while (!condition(m_output) && std::chrono::steady_clock::now() < deadline && Read(20)) {
         }
         return condition(m_output);
     }
-
-    bool WaitForText(const std::string& text, std::chrono::milliseconds timeout = std::chrono::seconds(20)) {
-        return WaitForOutput([&text](const std::string& out) { return out.find(text) != std::string::npos; },
-                             timeout);
+    bool WaitForText(const std::string& text) {
+        return WaitForOutput([&text](const std::string& out) { return out.find(text) != std::string::npos; });
     }
 
     // Waits for the program to end by itself; its exit status, or -1 (it was then killed).
     int Wait(std::chrono::milliseconds timeout = std::chrono::seconds(20)) {
         auto deadline = std::chrono::steady_clock::now() + timeout;
-        while (m_pid > 0 && std::chrono::steady_clock::now() < deadline) {
-            Pump(10);
-            if (Reaped()) {
-                return m_status;
-            }
+        while (!Reaped() && std::chrono::steady_clock::now() < deadline) {
+            Pump();
         }
         return Stop();
     }
@@ -102,17 +88,14 @@ public:
     // SIGTERM, and SIGKILL when it is still there after five seconds; the exit status, or -1 when it
     // did not exit by itself.
     int Stop() {
-        if (m_pid <= 0) {
-            return m_status;
+        if (m_pid > 0) {
+            kill(m_pid, SIGTERM);
         }
-        kill(m_pid, SIGTERM);
-        auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(5);
-        while (!Reaped()) {
+        for (auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(5); !Reaped(); Pump()) {
             if (std::chrono::steady_clock::now() >= deadline) {
                 kill(m_pid, SIGKILL);
-                deadline = std::chrono::steady_clock::now() + std::chrono::hours(1);
+                deadline = std::chrono::steady_clock::time_point::max();
             }
-            Pump(10);
         }
         return m_status;
     }
@@ -124,19 +107,23 @@ public:
         for (size_t i = 0; i < m_output.size(); ++i) {
             char c = m_output[i];
             std::string& line = lines.back();
-            if (c == '\r') {
+            if (c == '\r' || c == '\n') {
                 column = 0;
-            } else if (c == '\n') {
-                lines.emplace_back();
-                column = 0;
-            } else if (c == '\x1b') {
-                i = SkipEscape(i, line, column);
-            } else {
-                if (column < line.size()) {
-                    line[column] = c;
-                } else {
-                    line.push_back(c);
+                if (c == '\n') {
+                    lines.emplace_back();
                 }
+            } else if (c == '\x1b') {
+                if (i + 1 < m_output.size() && m_output[i + 1] == '[') {
+                    for (i += 2; i < m_output.size() && !g_ascii_isalpha(m_output[i]); ++i) {
+                    }
+                    if (i < m_output.size() && m_output[i] == 'K' && column < line.size()) {
+                        line.resize(column);
+                    }
+                }
+            } else if (column < line.size()) {
+                line[column++] = c;
+            } else {
+                line.push_back(c);
                 ++column;
             }
         }
@@ -147,57 +134,24 @@ public:
     std::string CurrentLine() const { return Screen().back(); }
 
 private:
-    // Handles the escape at `i` ("ESC [ K" clears the rest of the line); returns its last index.
-    size_t SkipEscape(size_t i, std::string& line, size_t column) const {
-        if (i + 1 >= m_output.size() || m_output[i + 1] != '[') {
-            return i;
-        }
-        size_t end = i + 2;
-        while (end < m_output.size() && !g_ascii_isalpha(m_output[end])) {
-            ++end;
-        }
-        if (end < m_output.size() && m_output[end] == 'K' && column < line.size()) {
-            line.resize(column);
-        }
-        return end;
-    }
-
-    // Reads what is there, waiting up to `ms` for something; false once the terminal is closed.
-    bool ReadSome(int ms) {
-        if (m_master < 0) {
-            return false;
-        }
+    // Reads what is there, waiting up to `ms` for something; false once the terminal is closed (EIO: every
+    // process holding it is gone).
+    bool Read(int ms) {
         struct pollfd pfd = {m_master, POLLIN, 0};
-        if (poll(&pfd, 1, ms) <= 0) {
-            return true;
+        if (m_master < 0 || poll(&pfd, 1, ms) <= 0) {
+            return m_master >= 0;
         }
         char buffer[4096];
         ssize_t n = read(m_master, buffer, sizeof(buffer));
         if (n > 0) {
             m_output.append(buffer, static_cast<size_t>(n));
-            return true;
         }
-        // EIO: every process holding the terminal is gone.
-        return n < 0 && (errno == EAGAIN || errno == EINTR);
+        return n > 0 || (n < 0 && (errno == EAGAIN || errno == EINTR));
     }
-
-    // What the program wrote before it ended is still in the terminal.
-    void Drain() {
-        char buffer[4096];
-        struct pollfd pfd = {m_master, POLLIN, 0};
-        while (m_master >= 0 && poll(&pfd, 1, 0) > 0) {
-            ssize_t n = read(m_master, buffer, sizeof(buffer));
-            if (n <= 0) {
-                return;
-            }
-            m_output.append(buffer, static_cast<size_t>(n));
-        }
-    }
-
-    // Reads for up to `ms`; once the terminal is closed, only lets `ms` pass.
-    void Pump(int ms) {
-        if (!ReadSome(ms)) {
-            g_usleep(static_cast<gulong>(ms) * 1000);
+    // Reads for a few milliseconds; once the terminal is closed, only lets them pass.
+    void Pump() {
+        if (!Read(10)) {
+            g_usleep(10000);
         }
     }
 
@@ -208,7 +162,11 @@ private:
         }
         m_status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
         m_pid = 0;
-        Drain();
+        // What the program wrote before it ended is still in the terminal.
+        for (size_t before = std::string::npos; before != m_output.size();) {
+            before = m_output.size();
+            Read(0);
+        }
         return true;
     }
 

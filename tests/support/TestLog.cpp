@@ -13,10 +13,6 @@ void SetPlatformLogPath(const std::string& path) {
     g_LogPath = path;
 }
 
-const std::string& PlatformLogPath() {
-    return g_LogPath;
-}
-
 std::string ReadWholeFile(const std::string& path) {
     std::ifstream in(path, std::ios::binary);
     return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());

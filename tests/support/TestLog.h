@@ -6,9 +6,6 @@
 
 namespace orvix::test {
 
-// The platform log file of this test program.
-const std::string& PlatformLogPath();
-
 // The whole content of a file, or "" when it cannot be read.
 std::string ReadWholeFile(const std::string& path);
 

@@ -1,19 +1,13 @@
 // Helpers of the task-framework tests: bounded waits (nothing here sleeps) and error lines of the log.
 #pragma once
 
+#include <gtest/gtest.h>
 #include <pthread.h>
 
 #include <atomic>
-#include <chrono>
 #include <condition_variable>
-#include <cstdio>
-#include <cstdlib>
-#include <functional>
 #include <future>
-#include <mutex>
-#include <sstream>
-#include <string>
-#include <vector>
+#include <regex>
 
 #include "TestLog.h"
 
@@ -26,10 +20,8 @@ constexpr std::chrono::milliseconds kBound{30000};
 class Counter {
 public:
     void Add(long value = 0) {
-        {
-            std::lock_guard<std::mutex> guard(m_Mutex);
-            m_Values.push_back(value);
-        }
+        std::lock_guard<std::mutex> guard(m_Mutex);
+        m_Values.push_back(value);
         m_Cond.notify_all();
     }
     std::vector<long> Values() {
@@ -59,14 +51,13 @@ public:
         : m_Done(std::async(std::launch::async, std::move(fn))) {}
     ~BoundedThread() { Join("thread"); }
     void Join(const char* what) {
-        if (!m_Done.valid()) {
-            return;
-        }
-        if (m_Done.wait_for(kBound) != std::future_status::ready) {
+        if (m_Done.valid() && m_Done.wait_for(kBound) != std::future_status::ready) {
             fprintf(stderr, "FATAL: %s did not return within %lld ms\n", what, (long long)kBound.count());
             abort();
         }
-        m_Done.get();
+        if (m_Done.valid()) {
+            m_Done.get();
+        }
     }
 
 private:
@@ -80,13 +71,7 @@ inline void MustReturn(const char* what, std::function<void()> fn) {
 
 // An error (red) line written after `mark` in `func`. The task framework logs under the task base's name.
 inline bool HasError(const LogMark& mark, const std::string& func, const std::string& text) {
-    std::istringstream lines(mark.Text());
-    for (std::string line; std::getline(lines, line);) {
-        size_t at = line.find("\033[31m");
-        if (at != std::string::npos && line.find("/TAKTaskBase: " + func + "(", at) != std::string::npos &&
-            line.find(") > " + text + "\033[0m", at) != std::string::npos) {
-            return true;
-        }
-    }
-    return false;
+    const std::string quoted = std::regex_replace(text, std::regex(R"([()])"), R"(\$&)");
+    return std::regex_search(mark.Text(), std::regex("\033\\[31m[^\n]*/TAKTaskBase: " + func +
+                                                     "\\([^\n]*\\) > " + quoted + "\033\\[0m"));
 }

@@ -15,10 +15,10 @@
 #include <mutex>
 
 #include "LibTakWorkers.h"
-#include "TAKFile.h"
 #include "orvix_calls.h"
 #include "orvix_file_stamp.h"
 #include "orvix_host.h"
+#include "orvix_regular_file.h"
 
 namespace libtak {
 
@@ -27,7 +27,7 @@ namespace {
 // Only a regular file is read, and its open cannot wait: this runs inside the reset process at every call.
 std::string ReadText(const std::string& path, bool& found) {
     std::string text;
-    found = TAKFile::ReadRegular(path, text);
+    found = orvix::host::ReadRegular(path, text);
     if (!found && errno != ENOENT) {
         fprintf(stderr, "libtak_common: cannot read %s: %s\n", path.c_str(), strerror(errno));
     }

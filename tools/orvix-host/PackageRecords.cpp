@@ -10,9 +10,9 @@
 #include <memory>
 #include <utility>
 
-#include "TAKFile.h"
 #include "orvix_calls.h"
 #include "orvix_host.h"
+#include "orvix_regular_file.h"
 
 namespace orvix::host {
 
@@ -121,7 +121,7 @@ bool LoadPackages(std::vector<PackageRecord>& packages, std::string& error) {
     // Read inside the reset process too (the substitute library): only a regular file, never an open that
     // can wait.
     std::string text;
-    if (!TAKFile::ReadRegular(PackagesFile(), text)) {
+    if (!orvix::host::ReadRegular(PackagesFile(), text)) {
         if (errno == ENOENT) {
             return true;
         }

@@ -286,7 +286,7 @@ void CReset::m_UninstallApps(unsigned long /*param*/) {
         TAK_LOGE("app_control_create failed %d", ret);
         return;
     }
-    m_StartDeadline();
+    m_nDeadlineSec = CTAKUtil::GetCallbackTimeoutSec();
     const int64_t deadlineUs = static_cast<int64_t>(m_nDeadlineSec) * G_USEC_PER_SEC;
     // The same for every app of this walk; reading it once spares one configuration read per app.
     int reason = CTAKUtil::GetTAKUninstallReason(kUninstallReasonReset);
@@ -318,12 +318,6 @@ void CReset::m_UninstallApps(unsigned long /*param*/) {
     if (apps.empty()) {
         m_EventSendToMe(m_EndEvent(), 0);
     }
-}
-
-void CReset::m_StartDeadline() {
-    t_RemoveTimeout(m_pDeadline);
-    m_pDeadline = nullptr;
-    m_nDeadlineSec = CTAKUtil::GetCallbackTimeoutSec();
 }
 
 void CReset::m_ArmDeadline() {

@@ -84,9 +84,7 @@ private:
     void m_ResetAppItems();
     // Writes the settings of one stage of the reset; `factoryReset` as "db/tak/factory_reset" reads.
     void m_WriteSettings(RESET_KIND_E kind, RESET_STAGE_E stage, int factoryReset = 0);
-    // Reads the deadline setting for this walk and drops a timer left by an earlier one.
-    void m_StartDeadline();
-    // Arms the timer for the request due first, if any (singleton lock held).
+    // Arms the timer for the request due first, if any, in place of an earlier one (singleton lock held).
     void m_ArmDeadline();
     static gboolean m_OnDeadline(gpointer self);
     // The answers, by what the requests ledger makes of them (singleton lock held).

@@ -57,7 +57,5 @@ void CUninstallRequests::Abandon() {
             m_Stopped.insert(app.id);
         }
     }
-    m_Apps.Clear();
-    m_Due.clear();
     m_bRequestsOut = false;
 }

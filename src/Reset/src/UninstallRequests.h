@@ -54,7 +54,8 @@ public:
     // When the next outstanding request falls due; false when none will.
     bool NextDue(int64_t& dueUs);
 
-    // The task is stopped: what its run still waits for is remembered as unanswered by a stopped run.
+    // The task is stopped: what its run still waits for is remembered as unanswered by a stopped run, and
+    // nothing of the run counts any more (the next Assign replaces its list and due times).
     void Abandon();
 
 private:

@@ -8,10 +8,10 @@
 #include <fcntl.h>
 #include <unistd.h>
 
-#include <cerrno>
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
+#include <fstream>
 #include <string>
 
 extern char** environ;
@@ -19,58 +19,40 @@ extern char** environ;
 namespace {
 
 bool WriteEntries(const std::string& path, char** entries) {
-    int fd = open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
-    if (fd < 0) {
-        return false;
+    std::ofstream out(path, std::ios::binary | std::ios::trunc);
+    for (; *entries != nullptr; ++entries) {
+        out << *entries << '\0';
     }
-    for (char** entry = entries; *entry != nullptr; ++entry) {
-        if (write(fd, *entry, strlen(*entry) + 1) < 0) {
-            close(fd);
-            return false;
-        }
-    }
-    return close(fd) == 0;
-}
-
-void AppendLine(const std::string& path, const char* line) {
-    int fd = open(path.c_str(), O_WRONLY | O_CREAT | O_APPEND, 0644);
-    if (fd >= 0) {
-        ssize_t ignored = write(fd, line, strlen(line));
-        (void)ignored;
-        close(fd);
-    }
+    return static_cast<bool>(out.flush());
 }
 
 int Mark(const std::string& file) {
     std::string busy = file + ".busy";
     int flag = open(busy.c_str(), O_WRONLY | O_CREAT | O_EXCL, 0644);
     if (flag < 0) {
-        AppendLine(file, "overlap\n");
+        std::ofstream(file, std::ios::app) << "overlap\n";
         return 1;
     }
     close(flag);
-    AppendLine(file, "start\n");
+    std::ofstream(file, std::ios::app) << "start\n";
     // Stay in flight for a moment, so that a second child started beside this one would find the flag.
     struct timespec pause = {0, 5 * 1000 * 1000};
     nanosleep(&pause, nullptr);
-    AppendLine(file, "end\n");
-    unlink(busy.c_str());
-    return 0;
+    std::ofstream(file, std::ios::app) << "end\n";
+    return unlink(busy.c_str());
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
     if (argc >= 3 && strcmp(argv[1], "dump") == 0) {
-        bool ok = WriteEntries(std::string(argv[2]) + ".args", argv) &&
-                  WriteEntries(std::string(argv[2]) + ".env", environ);
-        return ok ? 0 : 1;
+        return WriteEntries(std::string(argv[2]) + ".args", argv) &&
+                       WriteEntries(std::string(argv[2]) + ".env", environ)
+                   ? 0
+                   : 1;
     }
     if (argc == 3 && strcmp(argv[1], "exit") == 0) {
         return atoi(argv[2]);
     }
-    if (argc == 3 && strcmp(argv[1], "mark") == 0) {
-        return Mark(argv[2]);
-    }
-    return 64;
+    return argc == 3 && strcmp(argv[1], "mark") == 0 ? Mark(argv[2]) : 64;
 }
