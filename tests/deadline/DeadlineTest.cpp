@@ -103,8 +103,7 @@ TEST_P(ADeadline, EndsTheAppThatNeverAnswersAsFailedAndTheResetStillEnds) {
     Lines requests = Requests(test.BuiltIn());
     std::sort(requests.begin(), requests.end());
     EXPECT_EQ(requests, (Lines{"fine", "mute"}));
-    std::string history =
-        orvix::test::ReadWholeFile(orvix::host::PathVariable(2) + "/vardell/log/tak_reset_history.log");
+    std::string history = orvix::test::ReadWholeFile(ServiceDir(2, "log/tak_reset_history.log"));
     if (!test.BuiltIn()) {
         EXPECT_EQ(Count(history, "[Reset][m_OnDeadline]"), 1u) << history;
         EXPECT_EQ(Count(history, "[mute] uninstall timed out after 1 s"), 1u) << history;

@@ -23,20 +23,6 @@ Json::Value ForApp(const std::string& id, const char* key, const Json::Value& va
     return behaviour;
 }
 
-// The ids of the app rows, as stored (any bytes).
-Lines RowIds(sqlite3* db) {
-    Lines ids;
-    sqlite3_stmt* select = nullptr;
-    if (sqlite3_prepare_v2(db, "select id from widgetinfo order by id", -1, &select, nullptr) == SQLITE_OK) {
-        while (sqlite3_step(select) == SQLITE_ROW) {
-            ids.emplace_back(reinterpret_cast<const char*>(sqlite3_column_text(select, 0)),
-                             static_cast<size_t>(sqlite3_column_bytes(select, 0)));
-        }
-    }
-    sqlite3_finalize(select);
-    return ids;
-}
-
 struct CallbackCase {
     const char* key;    // what the library does for the one app, "solo"
     const char* value;  // JSON
@@ -104,14 +90,15 @@ TEST_F(AnAppsReset, SkipsDefaultListedAndDisabledAppsButNotGeneralAppsOfABoardWi
     RunToEnd({"reset=tak_app_reset"}, "tak_app_reset_result");
 
     EXPECT_EQ(Requested(), (Lines{"general", "plain"}));
-    EXPECT_EQ(CountInLog("native is default/native[4], continue to uninstall next apps"), 1u);
-    EXPECT_EQ(CountInLog("listed is default/native[1], continue to uninstall next apps"), 1u);
-    EXPECT_EQ(CountInLog("disabled is configured as disable reset, continue to uninstall next apps"), 1u);
     EXPECT_EQ(CountInLog("is general app["), 0u);
     // The reset flags of the listed and the disabled apps are put back before the walk.
-    EXPECT_EQ(CountInLog("App [listed] set reset flag[false] to DB"), 1u);
-    EXPECT_EQ(CountInLog("App [ghost] does not find in local"), 1u);
-    EXPECT_EQ(CountInLog("App [disabled]disable reset,  set reset flag[false] to DB"), 1u);
+    for (const char* line : {"native is default/native[4], continue to uninstall next apps",
+                             "listed is default/native[1], continue to uninstall next apps",
+                             "disabled is configured as disable reset, continue to uninstall next apps",
+                             "App [listed] set reset flag[false] to DB", "App [ghost] does not find in local",
+                             "App [disabled]disable reset,  set reset flag[false] to DB"}) {
+        EXPECT_EQ(CountInLog(line), 1u) << line;
+    }
 }
 
 // Front-placed apps first, in reverse of their fetched order; app ids of any text pass unchanged.
@@ -147,7 +134,7 @@ TEST_F(AnAppsReset, AsksForOddIdsOnceAndDeletesNothingItKeeps) {
     }
     AddApps(apps);
     sqlite3* db = nullptr;
-    ASSERT_EQ(sqlite3_open((orvix::host::PathVariable(24) + "/.vardell.db").c_str(), &db), SQLITE_OK);
+    ASSERT_EQ(sqlite3_open(DatabasePath().c_str(), &db), SQLITE_OK);
     sqlite3_busy_timeout(db, 10000);
     sqlite3_stmt* rename = nullptr;
     ASSERT_EQ(sqlite3_prepare_v2(db, "update widgetinfo set id = ? where id = ?", -1, &rename, nullptr),
@@ -156,22 +143,21 @@ TEST_F(AnAppsReset, AsksForOddIdsOnceAndDeletesNothingItKeeps) {
     sqlite3_bind_text(rename, 2, placeholder.c_str(), -1, SQLITE_STATIC);
     EXPECT_EQ(sqlite3_step(rename), SQLITE_DONE);
     sqlite3_finalize(rename);
+    sqlite3_close(db);
 
     RunToEnd({"reset=tak_app_reset"}, "tak_app_reset_result");
-    Lines requested = Requested();
-    std::sort(requested.begin(), requested.end());
-    Lines expected, rows = {"kept", "native"};
+    Lines requested = Requested(), expected, rows = {"kept", "native"};
     for (const OddId& app : odd) {
         expected.push_back(app.id);
         if (app.rowStays) {
             rows.push_back(app.id);
         }
     }
-    std::sort(expected.begin(), expected.end());
-    std::sort(rows.begin(), rows.end());
+    for (Lines* lines : {&requested, &expected, &rows}) {
+        std::sort(lines->begin(), lines->end());
+    }
     EXPECT_EQ(requested, expected);
-    EXPECT_EQ(RowIds(db), rows);
-    sqlite3_close(db);
+    EXPECT_EQ(Rows("select id from widgetinfo order by id"), rows);
     EXPECT_EQ(Count(orvix::test::ReadWholeFile(orvix::host::UnderRoot("var/log/innerserver.log")),
                     "holds a single quote"),
               1u);
@@ -234,8 +220,7 @@ TEST_P(TheCallbacks, OfOneAppEndTheResetAsOftenAsTheyFindTheListEmpty) {
     EXPECT_EQ(CountInLog("uninstall callback appid solo "), GetParam().solo);
     EXPECT_EQ(CountInLog("uninstall callback appid ghost "), GetParam().ghost);
     EXPECT_EQ(Results("tak_app_reset_result").size(), GetParam().results);
-    std::string history =
-        orvix::test::ReadWholeFile(orvix::host::PathVariable(2) + "/vardell/log/tak_reset_history.log");
+    std::string history = orvix::test::ReadWholeFile(ServiceDir(2, "log/tak_reset_history.log"));
     EXPECT_EQ(Count(history, "[m_ClearDB][637]End"), GetParam().results) << history;
 }
 
