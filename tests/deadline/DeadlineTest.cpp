@@ -5,7 +5,6 @@
 
 #include <algorithm>
 #include <chrono>
-#include <functional>
 #include <string>
 
 #include "../reset/ResetFixture.h"
@@ -24,7 +23,6 @@ struct DeadlineCase {
     std::string reset;  // the launch value; it reports "<reset>_result"
     bool late;          // the library answers, but only after the deadline; else it never does
     bool BuiltIn() const { return reset.rfind("biu_", 0) == 0; }
-    std::string Result() const { return reset + "_result"; }
 };
 
 void PrintTo(const DeadlineCase& c, std::ostream* out) {
@@ -48,14 +46,10 @@ protected:
             mute["silent"] = true;
         }
         calls["delay_ms"] = 10;
-        if (!test.BuiltIn()) {
-            AddApps({{"mute"}, {"fine"}});
-        }
+        // Both as app records and as built-in packages: each reset kind finds the ones it works on.
+        AddApps({{"mute"}, {"fine"}});
         for (const char* id : {"mute", "fine"}) {
-            if (!test.BuiltIn()) {
-                break;
-            }
-            std::string pkg = std::string("pkg.") + id;
+            const std::string pkg = std::string("pkg.") + id;
             orvix::test::RunResult added =
                 Host({"pkg", "add", pkg, "--builtin", "--app", id, "--main", id, "--meta",
                       "http://orvix.com/tv/metadata/prefer_instant_reset=true"});
@@ -65,29 +59,18 @@ protected:
             entry["pkgId"] = pkg;
             behaviour["builtin"]["list"].append(entry);
         }
-        if (test.reset == "corvane_reset") {
-            SetSystemFlag("android_on_orvix.support", true);
-        }
+        SetSystemFlag("android_on_orvix.support", test.reset == "corvane_reset");
         SetLibTakBehaviour(behaviour);
         SetSetting("int", kDeadlineKey, "1");
-    }
-
-    Lines Requests(bool builtIn) const {
-        Lines ids;
-        for (const auto& call : CallsOf("libtak_common", builtIn ? "InstallAppAPI" : "UninstallAppAPI")) {
-            ids.push_back(builtIn ? call["args"][0][0][1].asString() : call["args"][0]["appkey"].asString());
-        }
-        return ids;
     }
 };
 
 TEST_P(ADeadline, EndsTheAppThatNeverAnswersAsFailedAndTheResetStillEnds) {
     const DeadlineCase& test = GetParam();
-    Prepare(test);
-    ASSERT_FALSE(HasFatalFailure());
+    ASSERT_NO_FATAL_FAILURE(Prepare(test));
     ASSERT_EQ(Host({"client", "tv"}).status, 0);
     Start({"reset=" + test.reset, "userdata=12", "obj=tv", "method=m"});
-    ASSERT_TRUE(WaitForResult(test.Result()));
+    ASSERT_TRUE(WaitForResult(test.reset + "_result"));
     const std::string what = test.BuiltIn() ? "install" : "uninstall";
     if (test.late) {
         // The late answer comes, and changes nothing.
@@ -99,8 +82,12 @@ TEST_P(ADeadline, EndsTheAppThatNeverAnswersAsFailedAndTheResetStillEnds) {
 
     EXPECT_EQ(CountInLog("mute: no final " + what + " state within 1 s, taken as failed"), 1u);
     EXPECT_EQ(CountInLog("fine: no final"), 0u);
-    EXPECT_EQ(Results(test.Result()).size(), 1u);
-    Lines requests = Requests(test.BuiltIn());
+    EXPECT_EQ(Results(test.reset + "_result").size(), 1u);
+    Lines requests;
+    for (const auto& call : CallsOf("libtak_common", test.BuiltIn() ? "InstallAppAPI" : "UninstallAppAPI")) {
+        requests.push_back(test.BuiltIn() ? call["args"][0][0][1].asString()
+                                          : call["args"][0]["appkey"].asString());
+    }
     std::sort(requests.begin(), requests.end());
     EXPECT_EQ(requests, (Lines{"fine", "mute"}));
     std::string history = orvix::test::ReadWholeFile(ServiceDir(2, "log/tak_reset_history.log"));
@@ -114,16 +101,15 @@ TEST_P(ADeadline, EndsTheAppThatNeverAnswersAsFailedAndTheResetStillEnds) {
     }
 }
 
-INSTANTIATE_TEST_SUITE_P(Kinds, ADeadline,
-                         ::testing::Values(DeadlineCase{"AppsSilent", "tak_app_reset", false},
-                                           DeadlineCase{"AppsLate", "tak_app_reset", true},
-                                           DeadlineCase{"ServiceSilent", "tak_service_reset", false},
-                                           DeadlineCase{"CorvaneOnAndroidBoardSilent", "corvane_reset",
-                                                        false},
-                                           DeadlineCase{"CorvaneOnAndroidBoardLate", "corvane_reset", true},
-                                           DeadlineCase{"BuiltInAppSilent", "biu_app_reset", false},
-                                           DeadlineCase{"BuiltInAppLate", "biu_app_reset", true},
-                                           DeadlineCase{"BuiltInServiceSilent", "biu_service_reset", false}),
+const DeadlineCase kDeadlineCases[] = {{"AppsSilent", "tak_app_reset", false},
+                                       {"AppsLate", "tak_app_reset", true},
+                                       {"ServiceSilent", "tak_service_reset", false},
+                                       {"CorvaneOnAndroidBoardSilent", "corvane_reset", false},
+                                       {"CorvaneOnAndroidBoardLate", "corvane_reset", true},
+                                       {"BuiltInAppSilent", "biu_app_reset", false},
+                                       {"BuiltInAppLate", "biu_app_reset", true},
+                                       {"BuiltInServiceSilent", "biu_service_reset", false}};
+INSTANTIATE_TEST_SUITE_P(Kinds, ADeadline, ::testing::ValuesIn(kDeadlineCases),
                          [](const auto& info) { return std::string(info.param.name); });
 
 // Each request has its own deadline: a library so slow to take a request that the walk outlasts the
@@ -157,21 +143,21 @@ TEST_F(ADeadline, EndBeforeItExpiresAnswersOnceWithoutATimeOut) {
     EXPECT_EQ(CountInLog("taken as failed"), 0u);
 }
 
-// The setting is read with suspicion: anything but a sane number of seconds means no deadline.
+// The setting is read with suspicion: anything but a sane number of seconds means no deadline (the sane
+// values 1, 3 and 30 are read by the reset tests above).
 TEST(TheDeadlineSetting, IsANumberOfSecondsOrNoDeadlineWithAReason) {
     char pattern[] = "/tmp/deadline-XXXXXX";
     ASSERT_NE(mkdtemp(pattern), nullptr);
     orvix::host::SetRoot(pattern);
     struct Case {
         const char* name;
-        std::function<void()> set;
+        void (*set)();
         int seconds;
         const char* line;
     };
     const Case cases[] = {
         {"absent", [] {}, 0, ""},
         {"zero", [] { vconf_set_int(kDeadlineKey, 0); }, 0, ""},
-        {"five", [] { vconf_set_int(kDeadlineKey, 5); }, 5, ""},
         {"a day", [] { vconf_set_int(kDeadlineKey, 86400); }, 86400, ""},
         {"text", [] { vconf_set_str(kDeadlineKey, "ten"); }, 0, "holds text [ten], not a number"},
         {"negative", [] { vconf_set_int(kDeadlineKey, -5); }, 0, "= -5 is outside 0..86400: no deadline"},
