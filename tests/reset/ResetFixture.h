@@ -153,22 +153,21 @@ protected:
     size_t LogPosition(const std::string& text) const { return TakResetLog().find(text); }
 
     static std::string DatabasePath() { return orvix::host::PathVariable(24) + "/.vardell.db"; }
-    // The first column of what `sql` reads from the app database, as stored (any bytes), with a connection
-    // of the test's own that waits (up to 10 s) for a writer's lock, as any reader would.
+    // The first column of what `sql` reads from the app database, with a connection of the test's own that
+    // waits (up to 10 s) for a writer's lock, as any reader would.
     static Lines Rows(const char* sql) {
         Lines rows;
         sqlite3* db = nullptr;
-        sqlite3_stmt* select = nullptr;
         if (sqlite3_open_v2(DatabasePath().c_str(), &db, SQLITE_OPEN_READONLY, nullptr) == SQLITE_OK &&
-            sqlite3_busy_timeout(db, 10000) == SQLITE_OK &&
-            sqlite3_prepare_v2(db, sql, -1, &select, nullptr) == SQLITE_OK) {
-            while (sqlite3_step(select) == SQLITE_ROW) {
-                const char* text = reinterpret_cast<const char*>(sqlite3_column_text(select, 0));
-                rows.emplace_back(text != nullptr ? text : "",
-                                  static_cast<size_t>(sqlite3_column_bytes(select, 0)));
-            }
+            sqlite3_busy_timeout(db, 10000) == SQLITE_OK) {
+            sqlite3_exec(
+                db, sql,
+                [](void* out, int, char** values, char**) {
+                    static_cast<Lines*>(out)->emplace_back(values[0] != nullptr ? values[0] : "");
+                    return 0;
+                },
+                &rows, nullptr);
         }
-        sqlite3_finalize(select);
         sqlite3_close(db);
         return rows;
     }
