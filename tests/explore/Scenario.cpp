@@ -3,6 +3,8 @@
 #include <random>
 #include <sstream>
 
+#include "orvix_calls.h"
+
 namespace explore {
 
 namespace {
@@ -12,13 +14,13 @@ const char* const kOddIds[] = {"o'quote", "x' OR '1'='1", "semi;colon", "com,ma"
 const char* const kKindNames[] = {"tak_app_reset", "tak_service_reset", "corvane_reset",
                                   "biu_app_reset", "biu_service_reset", "end",
                                   "junk"};
-const char* const kModeNames[] = {"answers at once",
-                                  "answers late",
-                                  "never answers",
-                                  "answers twice",
-                                  "fails",
-                                  "answers, then once more for an id never requested",
-                                  "answers while the requests are still being sent"};
+const char* const kStepNames[] = {"the library answers from now on:",
+                                  "launch",
+                                  "wait until the uninstall requests are out",
+                                  "wait until it has reported",
+                                  "kill the stand-in daemon and start it again",
+                                  "launch",
+                                  "right after it, launch"};
 
 class Draw {
 public:
@@ -202,11 +204,11 @@ void DrawSteps(Draw& draw, Scenario& scenario) {
     }
 }
 
-std::string Shown(const std::string& id) {
-    return id.size() > 40 ? id.substr(0, 8) + "...(" + std::to_string(id.size()) + " bytes)" : id;
-}
-
 }  // namespace
+
+std::string Shown(const std::string& text) {
+    return text.size() > 60 ? text.substr(0, 20) + "...(" + std::to_string(text.size()) + " bytes)" : text;
+}
 
 const char* KindName(Kind kind) {
     return kKindNames[static_cast<int>(kind)];
@@ -267,46 +269,25 @@ Json::Value Scenario::Behaviour(const Answers& answers) const {
 
 std::string Scenario::Describe() const {
     std::ostringstream out;
-    out << "seed " << seed << ": "
-        << (android ? "a board with Android apps (binder after " + std::to_string(binderDelayMs) + " ms)"
-                    : "a board without Android apps")
-        << ", " << (deadlineSec > 0 ? "deadline " + std::to_string(deadlineSec) + " s" : "no deadline")
-        << ", " << threads << " library thread(s)"
-        << (requestDelayMs > 0 ? ", each uninstall request takes " + std::to_string(requestDelayMs) + " ms"
-                               : "")
-        << ", " << builtIns << " built-in app(s)"
-        << (installSilent ? " (the first one's install never ends)" : "")
-        << (historyFifo ? ", a FIFO at the history log path" : "")
-        << "\n  apps:" << (apps.empty() ? " none" : "");
+    out << "seed " << seed << ": Android apps " << android << " (binder after " << binderDelayMs
+        << " ms), deadline " << deadlineSec << " s, " << threads
+        << " library thread(s), each uninstall request "
+        << "takes " << requestDelayMs << " ms, " << builtIns
+        << " built-in app(s), the first install never ends " << installSilent
+        << ", a FIFO at the history log path " << historyFifo << "\n  apps [id, disable reset, type]:";
     for (const App& app : apps) {
-        out << " [" << Shown(app.id) << (app.disableReset ? ", disable reset" : "")
-            << (app.type == 4 ? ", default/native" : "") << "]";
+        out << " [" << Shown(app.id) << ", " << app.disableReset << ", " << app.type << "]";
     }
     for (size_t n = 0; n < steps.size(); ++n) {
         const Step& step = steps[n];
-        out << "\n  " << n + 1 << ". ";
-        if (step.type == Step::Library) {
-            out << "the library from now on:";
-            for (const auto& [id, answer] : step.answers) {
-                out << " " << Shown(id) << " " << kModeNames[answer.mode];
-                if (answer.mode != Answer::Silent) {
-                    out << " after " << answer.delayMs << " ms" << (answer.fails ? " with failure" : "")
-                        << (answer.progress ? " (progress first)" : "");
-                }
-                out << ";";
-            }
-        } else if (step.type == Step::Launch || step.type == Step::AfterEnd) {
-            out << (step.type == Step::AfterEnd ? "right after it, launch" : "launch");
-            for (const auto& extra : step.extras) {
-                out << " '" << extra << "'";
-            }
-        } else {
-            const std::string of = std::to_string(step.of + 1);
-            out << (step.type == Step::WaitRequests
-                        ? "wait until the uninstall requests of step " + of + " are out"
-                    : step.type == Step::WaitResult    ? "wait until step " + of + " has reported"
-                    : step.type == Step::RestartDaemon ? "kill the stand-in daemon and start it again"
-                                                       : "launch 'reset=end'");
+        out << "\n  " << n + 1 << ". " << kStepNames[step.type];
+        for (const auto& extra : step.extras) {
+            out << " '" << Shown(extra) << "'";
+        }
+        if (step.type == Step::WaitRequests || step.type == Step::WaitResult) {
+            out << " of step " << step.of + 1;
+        } else if (step.type == Step::Library) {
+            out << " " << orvix::host::JsonLine(Behaviour(step.answers)["uninstall"]["apps"]);
         }
     }
     return out.str();

@@ -68,6 +68,8 @@ struct Scenario {
 Scenario Generate(uint32_t seed);
 
 const char* KindName(Kind kind);
+// A text short enough for a message: long ones cut, with their size.
+std::string Shown(const std::string& text);
 // The result name a reset of that kind reports ("" for none).
 std::string ResultName(Kind kind);
 
