@@ -18,12 +18,6 @@ namespace fault_test {
 using reset_test::Lines;
 using namespace std::chrono_literals;
 
-// The descriptors a process holds on one file (and files named after it, such as its journal).
-struct Openings {
-    int count = 0;
-    int writable = 0;  // opened for writing
-};
-
 class FaultFixture : public reset_test::ResetFixture {
 protected:
     // The running instance of tak-reset (pid 0 when there is none).
@@ -47,22 +41,25 @@ protected:
             << "process " << process.pid << " survived SIGKILL";
     }
 
-    // How `pid` holds the app database and its journal right now.
-    static Openings DatabaseOpenings(pid_t pid) {
-        Openings openings;
-        const std::string proc = "/proc/" + std::to_string(pid);
+    // SIGKILL to `process`, which holds the app database (or its journal) open, for reading only: a kill
+    // cannot leave a write half done.
+    static void KillWhileReadingTheDatabase(const orvix::host::ProcessId& process) {
+        const std::string proc = "/proc/" + std::to_string(process.pid);
+        int count = 0, writable = 0;
         std::error_code error;
         for (const auto& fd : std::filesystem::directory_iterator(proc + "/fd", error)) {
             if (std::filesystem::read_symlink(fd, error).string().rfind(DatabasePath(), 0) == 0) {
-                ++openings.count;
+                ++count;
                 std::string info =
                     orvix::test::ReadWholeFile(proc + "/fdinfo/" + fd.path().filename().string());
                 size_t flags = info.find("flags:");
-                openings.writable += flags != std::string::npos &&
-                                     (std::stoul(info.substr(flags + 6), nullptr, 8) & O_ACCMODE) != O_RDONLY;
+                writable += flags != std::string::npos &&
+                            (std::stoul(info.substr(flags + 6), nullptr, 8) & O_ACCMODE) != O_RDONLY;
             }
         }
-        return openings;
+        Kill(process);
+        EXPECT_GE(count, 1);
+        EXPECT_EQ(writable, 0) << "tak-reset held the database open for writing";
     }
 
     // The answer of "PRAGMA integrity_check" and the number of app rows: what the next reader of the file
