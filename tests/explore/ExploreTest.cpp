@@ -285,9 +285,8 @@ protected:
         std::set<std::string> wanted;
         for (const App& app : m_scenario.apps) {
             wanted.insert(app.id);
-            if (!AddApp({app.id, app.type, app.disableReset, false}, static_cast<int>(wanted.size()))) {
-                Fail("[7 app table] the stand-in daemon did not take the app " + Shown(app.id));
-            }
+            FailIf(!AddApp({app.id, app.type, app.disableReset, false}, static_cast<int>(wanted.size())),
+                   "[7 app table] the stand-in daemon did not take the app " + Shown(app.id));
         }
         m_initialIds = AppIds();
         FailIf(m_initialIds != wanted, "[7 app table] after installing the scenario's " +
@@ -383,9 +382,8 @@ protected:
                 case Step::RestartDaemon:
                     m_daemonRestarted = true;
                     Kill(InnerServer());
-                    if (Host({"up"}).status != 0) {
-                        Fail("[kit] orvix-host up failed after the daemon was killed");
-                    }
+                    FailIf(Host({"up"}).status != 0,
+                           "[kit] orvix-host up failed after the daemon was killed");
                     break;
                 case Step::End:
                     for (int current : {m_currentReset, m_currentBuiltIn}) {
@@ -402,12 +400,11 @@ protected:
                     break;
             }
         }
-        if (!orvix::test::WaitUntil([&] { return InstanceExited(); }, Bound(30s))) {
-            Fail("[3 end] tak-reset did not exit within 30 s of 'reset=end'");
-            StopInstance();
-        } else if (m_exitStatus != 0) {
-            Fail("[3 end] tak-reset exited with status " + std::to_string(m_exitStatus));
-        }
+        const bool exited = orvix::test::WaitUntil([&] { return InstanceExited(); }, Bound(30s));
+        FailIf(!exited, "[3 end] tak-reset did not exit within 30 s of 'reset=end'");
+        StopInstance();  // nothing to stop once it has exited
+        FailIf(exited && m_exitStatus != 0,
+               "[3 end] tak-reset exited with status " + std::to_string(m_exitStatus));
     }
 
     const ResetRun* RunOf(size_t launch) const {

@@ -44,9 +44,8 @@ class AnAppsReset : public ResetFixture {};
 class AResetOfEitherKind : public ResetFixture, public ::testing::WithParamInterface<bool> {
 protected:
     const bool service = GetParam();
-    const std::string reset = service ? "reset=tak_service_reset" : "reset=tak_app_reset";
-    const std::string result = service ? "tak_service_reset_result" : "tak_app_reset_result";
-    const std::string other = service ? "tak_app_reset_result" : "tak_service_reset_result";
+    const std::string kind = service ? "tak_service_reset" : "tak_app_reset", reset = "reset=" + kind,
+                      result = kind + "_result";
 };
 
 TEST_P(AResetOfEitherKind, TreatsTheFixedAppsFactoryResetAndResultAsItsKindSays) {
@@ -60,7 +59,7 @@ TEST_P(AResetOfEitherKind, TreatsTheFixedAppsFactoryResetAndResultAsItsKindSays)
     EXPECT_EQ(CountInLog("hard-coded for DF200715-00947, do not uninstall 320"), service ? 3u : 0u);
     EXPECT_EQ(Results(result), One(result, "-7"));
     // Neither kind owes the other's answer, not even when the process ends.
-    EXPECT_TRUE(Results(other).empty());
+    EXPECT_TRUE(Results(service ? "tak_app_reset_result" : "tak_service_reset_result").empty());
     EXPECT_EQ(Setting("db/tak/factory_reset"), service ? "1" : "0");
 }
 
