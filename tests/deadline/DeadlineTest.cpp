@@ -5,7 +5,6 @@
 
 #include <algorithm>
 #include <chrono>
-#include <functional>
 #include <string>
 
 #include "../reset/ResetFixture.h"
@@ -19,45 +18,15 @@ namespace {
 
 const char kDeadlineKey[] = "db/tak/reset_callback_timeout_sec";
 
-enum class Kind { Apps, Service, Corvane, BuiltInApp, BuiltInService };
-
 struct DeadlineCase {
     const char* name;
-    Kind kind;
-    bool late;  // the library answers, but only after the deadline; else it never does
+    std::string reset;  // the launch value; it reports "<reset>_result"
+    bool late;          // the library answers, but only after the deadline; else it never does
+    bool BuiltIn() const { return reset.rfind("biu_", 0) == 0; }
 };
 
-// Failure messages name the case instead of dumping its bytes.
 void PrintTo(const DeadlineCase& c, std::ostream* out) {
     *out << c.name;
-}
-
-bool IsBuiltIn(Kind kind) {
-    return kind == Kind::BuiltInApp || kind == Kind::BuiltInService;
-}
-
-// The launch value of each kind and the result it reports, in the order of Kind.
-const char* const kResets[][2] = {
-    {"reset=tak_app_reset", "tak_app_reset_result"},
-    {"reset=tak_service_reset", "tak_service_reset_result"},
-    {"reset=corvane_reset", "corvane_reset_result"},
-    {"reset=biu_app_reset", "biu_app_reset_result"},
-    {"reset=biu_service_reset", "biu_service_reset_result"},
-};
-
-const char* ResultName(Kind kind) {
-    return kResets[static_cast<int>(kind)][1];
-}
-
-const char* ResetValue(Kind kind) {
-    return kResets[static_cast<int>(kind)][0];
-}
-
-Json::Value BuiltInEntry(const std::string& appId) {
-    Json::Value entry(Json::objectValue);
-    entry["appId"] = appId;
-    entry["pkgId"] = "pkg." + appId;
-    return entry;
 }
 
 }  // namespace
@@ -65,11 +34,11 @@ Json::Value BuiltInEntry(const std::string& appId) {
 class ADeadline : public ResetFixture, public ::testing::WithParamInterface<DeadlineCase> {
 protected:
     // "mute" is the app the library is slow or silent for; "fine" answers at once.
-    void Prepare(Kind kind, bool late) {
+    void Prepare(const DeadlineCase& test) {
         Json::Value behaviour(Json::objectValue);
-        Json::Value& calls = IsBuiltIn(kind) ? behaviour["builtin"]["install"] : behaviour["uninstall"];
+        Json::Value& calls = test.BuiltIn() ? behaviour["builtin"]["install"] : behaviour["uninstall"];
         Json::Value& mute = calls["apps"]["mute"];
-        if (late) {
+        if (test.late) {
             // Two late answers: neither may end the reset again.
             mute["delay_ms"] = 2500;
             mute["twice"] = true;
@@ -77,88 +46,70 @@ protected:
             mute["silent"] = true;
         }
         calls["delay_ms"] = 10;
-        if (IsBuiltIn(kind)) {
-            for (const char* id : {"mute", "fine"}) {
-                orvix::test::RunResult added =
-                    Host({"pkg", "add", std::string("pkg.") + id, "--builtin", "--app", id, "--main", id,
-                          "--meta", "http://orvix.com/tv/metadata/prefer_instant_reset=true"});
-                ASSERT_EQ(added.status, 0) << added.err;
-                behaviour["builtin"]["list"].append(BuiltInEntry(id));
-            }
-        } else {
-            AddApps({{"mute"}, {"fine"}});
+        // Both as app records and as built-in packages: each reset kind finds the ones it works on.
+        AddApps({{"mute"}, {"fine"}});
+        for (const char* id : {"mute", "fine"}) {
+            const std::string pkg = std::string("pkg.") + id;
+            orvix::test::RunResult added =
+                Host({"pkg", "add", pkg, "--builtin", "--app", id, "--main", id, "--meta",
+                      "http://orvix.com/tv/metadata/prefer_instant_reset=true"});
+            ASSERT_EQ(added.status, 0) << added.err;
+            Json::Value entry;
+            entry["appId"] = id;
+            entry["pkgId"] = pkg;
+            behaviour["builtin"]["list"].append(entry);
         }
-        if (kind == Kind::Corvane) {
-            SetSystemFlag("android_on_orvix.support", true);
-        }
+        SetSystemFlag("android_on_orvix.support", test.reset == "corvane_reset");
         SetLibTakBehaviour(behaviour);
         SetSetting("int", kDeadlineKey, "1");
-    }
-
-    Lines Requests(Kind kind) const {
-        Lines ids;
-        for (const auto& call :
-             CallsOf("libtak_common", IsBuiltIn(kind) ? "InstallAppAPI" : "UninstallAppAPI")) {
-            ids.push_back(IsBuiltIn(kind) ? call["args"][0][0][1].asString()
-                                          : call["args"][0]["appkey"].asString());
-        }
-        return ids;
-    }
-
-    void StartClient() const { ASSERT_EQ(Host({"client", "tv"}).status, 0); }
-
-    std::string History() const {
-        return orvix::test::ReadWholeFile(orvix::host::PathVariable(2) +
-                                          "/vardell/log/tak_reset_history.log");
     }
 };
 
 TEST_P(ADeadline, EndsTheAppThatNeverAnswersAsFailedAndTheResetStillEnds) {
     const DeadlineCase& test = GetParam();
-    Prepare(test.kind, test.late);
-    if (HasFatalFailure()) {
-        return;
-    }
-    StartClient();
-    Start({ResetValue(test.kind), "userdata=12", "obj=tv", "method=m"});
-    ASSERT_TRUE(WaitForResult(ResultName(test.kind)));
+    ASSERT_NO_FATAL_FAILURE(Prepare(test));
+    ASSERT_EQ(Host({"client", "tv"}).status, 0);
+    Start({"reset=" + test.reset, "userdata=12", "obj=tv", "method=m"});
+    ASSERT_TRUE(WaitForResult(test.reset + "_result"));
+    const std::string what = test.BuiltIn() ? "install" : "uninstall";
     if (test.late) {
         // The late answer comes, and changes nothing.
-        ASSERT_TRUE(WaitForCall("libtak_common",
-                                IsBuiltIn(test.kind) ? "InstallAppAPI:callback" : "UninstallAppAPI:callback",
-                                20s, 3));
-        if (IsBuiltIn(test.kind)) {
-            ASSERT_TRUE(WaitForLog("mute is not in upgrade list"));
-        }
+        ASSERT_TRUE(WaitForCall(
+            "libtak_common", test.BuiltIn() ? "InstallAppAPI:callback" : "UninstallAppAPI:callback", 20s, 3));
+        ASSERT_TRUE(!test.BuiltIn() || WaitForLog("mute is not in upgrade list"));
     }
     EndProcess();
 
-    const std::string what = IsBuiltIn(test.kind) ? "install" : "uninstall";
     EXPECT_EQ(CountInLog("mute: no final " + what + " state within 1 s, taken as failed"), 1u);
     EXPECT_EQ(CountInLog("fine: no final"), 0u);
-    EXPECT_EQ(Results(ResultName(test.kind)).size(), 1u);
-    Lines requests = Requests(test.kind);
+    EXPECT_EQ(Results(test.reset + "_result").size(), 1u);
+    Lines requests;
+    for (const auto& call : CallsOf("libtak_common", test.BuiltIn() ? "InstallAppAPI" : "UninstallAppAPI")) {
+        requests.push_back(test.BuiltIn() ? call["args"][0][0][1].asString()
+                                          : call["args"][0]["appkey"].asString());
+    }
     std::sort(requests.begin(), requests.end());
     EXPECT_EQ(requests, (Lines{"fine", "mute"}));
-    if (!IsBuiltIn(test.kind)) {
-        EXPECT_EQ(Count(History(), "[Reset][m_OnDeadline]"), 1u) << History();
-        EXPECT_EQ(Count(History(), "[mute] uninstall timed out after 1 s"), 1u) << History();
+    std::string history = orvix::test::ReadWholeFile(ServiceDir(2, "log/tak_reset_history.log"));
+    if (!test.BuiltIn()) {
+        EXPECT_EQ(Count(history, "[Reset][m_OnDeadline]"), 1u) << history;
+        EXPECT_EQ(Count(history, "[mute] uninstall timed out after 1 s"), 1u) << history;
     }
-    if (test.kind == Kind::BuiltInService) {
+    if (test.reset == "biu_service_reset") {
         EXPECT_EQ(ArgsOf("managerclient.tv", "tak_builtin_app_service_reset_result"),
                   (Lines{"[-1,500,2,0]", "[-1,501,1,0]", "[-1,501,2,0]", "[-1,502,0,0]"}));
     }
 }
 
-INSTANTIATE_TEST_SUITE_P(Kinds, ADeadline,
-                         ::testing::Values(DeadlineCase{"AppsSilent", Kind::Apps, false},
-                                           DeadlineCase{"AppsLate", Kind::Apps, true},
-                                           DeadlineCase{"ServiceSilent", Kind::Service, false},
-                                           DeadlineCase{"CorvaneOnAndroidBoardSilent", Kind::Corvane, false},
-                                           DeadlineCase{"CorvaneOnAndroidBoardLate", Kind::Corvane, true},
-                                           DeadlineCase{"BuiltInAppSilent", Kind::BuiltInApp, false},
-                                           DeadlineCase{"BuiltInAppLate", Kind::BuiltInApp, true},
-                                           DeadlineCase{"BuiltInServiceSilent", Kind::BuiltInService, false}),
+const DeadlineCase kDeadlineCases[] = {{"AppsSilent", "tak_app_reset", false},
+                                       {"AppsLate", "tak_app_reset", true},
+                                       {"ServiceSilent", "tak_service_reset", false},
+                                       {"CorvaneOnAndroidBoardSilent", "corvane_reset", false},
+                                       {"CorvaneOnAndroidBoardLate", "corvane_reset", true},
+                                       {"BuiltInAppSilent", "biu_app_reset", false},
+                                       {"BuiltInAppLate", "biu_app_reset", true},
+                                       {"BuiltInServiceSilent", "biu_service_reset", false}};
+INSTANTIATE_TEST_SUITE_P(Kinds, ADeadline, ::testing::ValuesIn(kDeadlineCases),
                          [](const auto& info) { return std::string(info.param.name); });
 
 // Each request has its own deadline: a library so slow to take a request that the walk outlasts the
@@ -183,7 +134,7 @@ TEST_F(ADeadline, CountsFromEachRequestNotFromTheFirst) {
 
 // "end" before the deadline: the stopped reset answers once and its timer never fires.
 TEST_F(ADeadline, EndBeforeItExpiresAnswersOnceWithoutATimeOut) {
-    Prepare(Kind::BuiltInApp, false);
+    Prepare({"", "biu_app_reset", false});
     SetSetting("int", kDeadlineKey, "30");
     Start({"reset=biu_app_reset", "userdata=5"});
     ASSERT_TRUE(WaitForCall("libtak_common", "InstallAppAPI"));
@@ -192,21 +143,21 @@ TEST_F(ADeadline, EndBeforeItExpiresAnswersOnceWithoutATimeOut) {
     EXPECT_EQ(CountInLog("taken as failed"), 0u);
 }
 
-// The setting is read with suspicion: anything but a sane number of seconds means no deadline.
+// The setting is read with suspicion: anything but a sane number of seconds means no deadline (the sane
+// values 1, 3 and 30 are read by the reset tests above).
 TEST(TheDeadlineSetting, IsANumberOfSecondsOrNoDeadlineWithAReason) {
     char pattern[] = "/tmp/deadline-XXXXXX";
     ASSERT_NE(mkdtemp(pattern), nullptr);
     orvix::host::SetRoot(pattern);
     struct Case {
         const char* name;
-        std::function<void()> set;
+        void (*set)();
         int seconds;
         const char* line;
     };
     const Case cases[] = {
         {"absent", [] {}, 0, ""},
         {"zero", [] { vconf_set_int(kDeadlineKey, 0); }, 0, ""},
-        {"five", [] { vconf_set_int(kDeadlineKey, 5); }, 5, ""},
         {"a day", [] { vconf_set_int(kDeadlineKey, 86400); }, 86400, ""},
         {"text", [] { vconf_set_str(kDeadlineKey, "ten"); }, 0, "holds text [ten], not a number"},
         {"negative", [] { vconf_set_int(kDeadlineKey, -5); }, 0, "= -5 is outside 0..86400: no deadline"},

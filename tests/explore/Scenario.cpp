@@ -3,12 +3,24 @@
 #include <random>
 #include <sstream>
 
+#include "orvix_calls.h"
+
 namespace explore {
 
 namespace {
 
 // Ids that break naive SQL, list texts and buffers.
 const char* const kOddIds[] = {"o'quote", "x' OR '1'='1", "semi;colon", "com,ma", "dq\"uote", "co:lon"};
+const char* const kKindNames[] = {"tak_app_reset", "tak_service_reset", "corvane_reset",
+                                  "biu_app_reset", "biu_service_reset", "end",
+                                  "junk"};
+const char* const kStepNames[] = {"the library answers from now on:",
+                                  "launch",
+                                  "wait until the uninstall requests are out",
+                                  "wait until it has reported",
+                                  "kill the stand-in daemon and start it again",
+                                  "launch",
+                                  "right after it, launch"};
 
 class Draw {
 public:
@@ -18,6 +30,14 @@ public:
     template <typename T, size_t N>
     const T& Pick(const T (&items)[N]) {
         return items[Between(0, static_cast<int>(N) - 1)];
+    }
+    // The first of `bounds` (rising percentages) that a roll of 0..99 stays under.
+    int Bucket(std::initializer_list<int> bounds) {
+        int roll = Between(0, 99), bucket = 0;
+        for (int bound : bounds) {
+            bucket += roll >= bound;
+        }
+        return bucket;
     }
 
 private:
@@ -29,15 +49,12 @@ std::vector<App> DrawApps(Draw& draw) {
     bool odd = draw.Chance(0.25);
     int count = draw.Between(0, 6);
     for (int i = 1; i <= count; ++i) {
-        App app;
-        app.id = "app." + std::to_string(i);
+        App app{"app." + std::to_string(i)};
         if (odd && draw.Chance(0.5)) {
             app.id = draw.Chance(0.2) ? std::string(4096, static_cast<char>('a' + i)) : draw.Pick(kOddIds);
         }
         for (const App& other : apps) {
-            if (other.id == app.id) {
-                app.id += "." + std::to_string(i);
-            }
+            app.id += other.id == app.id ? "." + std::to_string(i) : "";
         }
         app.disableReset = draw.Chance(0.1);
         app.type = draw.Chance(0.08) ? 4 : 1;
@@ -50,14 +67,7 @@ Answers DrawAnswers(Draw& draw, const std::vector<App>& apps) {
     Answers answers;
     for (const App& app : apps) {
         Answer answer;
-        int roll = draw.Between(0, 99);
-        answer.mode = roll < 30   ? Answer::Prompt
-                      : roll < 55 ? Answer::Delayed
-                      : roll < 65 ? Answer::Silent
-                      : roll < 74 ? Answer::Twice
-                      : roll < 86 ? Answer::Fail
-                      : roll < 93 ? Answer::AlsoFor
-                                  : Answer::DuringWalk;
+        answer.mode = static_cast<Answer::Mode>(draw.Bucket({30, 55, 65, 74, 86, 93}));
         answer.delayMs = answer.mode == Answer::Prompt ? draw.Between(0, 30) : draw.Between(50, 300);
         answer.progress = draw.Chance(0.2);
         answer.fails = answer.mode == Answer::Fail || (answer.mode != Answer::Silent && draw.Chance(0.1));
@@ -67,13 +77,8 @@ Answers DrawAnswers(Draw& draw, const std::vector<App>& apps) {
 }
 
 Kind DrawKind(Draw& draw) {
-    int roll = draw.Between(0, 99);
-    return roll < 30   ? Kind::App
-           : roll < 45 ? Kind::Service
-           : roll < 60 ? Kind::Corvane
-           : roll < 70 ? Kind::BuiltInApp
-           : roll < 80 ? Kind::BuiltInService
-                       : Kind::Junk;
+    int bucket = draw.Bucket({30, 45, 60, 70, 80});
+    return bucket == 5 ? Kind::Junk : static_cast<Kind>(bucket);
 }
 
 bool UsesResetTask(Kind kind) {
@@ -100,18 +105,14 @@ std::vector<std::string> JunkExtras(Draw& draw, const std::string& cookie) {
 }
 
 Step LaunchOf(Draw& draw, Kind kind, const std::string& cookie) {
-    Step step;
-    step.type = Step::Launch;
-    step.kind = kind;
-    step.cookie = cookie;
+    Step step{Step::Launch, kind, {std::string("reset=") + KindName(kind), "userdata=" + cookie},
+              cookie,       0,    {}};
     if (kind == Kind::Junk) {
         step.extras = JunkExtras(draw, cookie);
         return step;
     }
-    step.extras = {std::string("reset=") + KindName(kind), "userdata=" + cookie};
     if (kind == Kind::BuiltInService || draw.Chance(0.3)) {
-        step.extras.push_back("obj=tv");
-        step.extras.push_back("method=m");
+        step.extras.insert(step.extras.end(), {"obj=tv", "method=m"});
     }
     if (draw.Chance(0.2)) {
         step.extras.push_back("reset_reason=explore " + cookie);
@@ -127,11 +128,17 @@ std::string CookieOf(Draw& draw, uint32_t seed, int index) {
     return std::to_string(static_cast<long long>(seed % 100000) * 100 + index + 1);
 }
 
+Step Wait(Step::Type type, Kind kind, size_t of) {
+    return {type, kind, {}, "", of, {}};
+}
+
 void DrawSteps(Draw& draw, Scenario& scenario) {
+    std::vector<Step>& steps = scenario.steps;
     int launches = draw.Between(1, 4);
     Kind previous = Kind::Junk;
     bool walkAwaited = true;  // the last launch of the reset task has made its requests
     bool restart = false;     // this launch restarts the previous one while an app of it never answers
+    size_t lastReset = 0;     // the last launch of the reset task
     Answers last;
     for (int i = 0; i < launches; ++i) {
         Kind kind = restart || (i > 0 && draw.Chance(0.35)) ? previous : DrawKind(draw);
@@ -140,26 +147,13 @@ void DrawSteps(Draw& draw, Scenario& scenario) {
             // New answers only once the earlier run has asked, so that each run meets the answers drawn
             // for it.
             if (!walkAwaited) {
-                Step wait;
-                wait.type = Step::WaitRequests;
-                wait.of = scenario.steps.size() - 1;
-                for (size_t s = scenario.steps.size(); s-- > 0;) {
-                    if (scenario.steps[s].type == Step::Launch && UsesResetTask(scenario.steps[s].kind)) {
-                        wait.of = s;
-                        break;
-                    }
-                }
-                scenario.steps.push_back(wait);
+                steps.push_back(Wait(Step::WaitRequests, Kind::Junk, lastReset));
             }
-            Step library;
-            library.type = Step::Library;
-            library.answers = DrawAnswers(draw, scenario.apps);
-            if (restart) {
+            Step library{Step::Library, Kind::Junk, {}, "", 0, DrawAnswers(draw, scenario.apps)};
+            for (auto& [id, answer] : library.answers) {
                 // What the stopped run never got answered, the new run does.
-                for (auto& [id, answer] : library.answers) {
-                    if (last[id].mode == Answer::Silent && answer.mode == Answer::Silent) {
-                        answer.mode = Answer::Delayed;
-                    }
+                if (restart && last[id].mode == Answer::Silent && answer.mode == Answer::Silent) {
+                    answer.mode = Answer::Delayed;
                 }
             }
             restartNext = i + 1 < launches && !scenario.apps.empty() && draw.Chance(0.3);
@@ -168,111 +162,60 @@ void DrawSteps(Draw& draw, Scenario& scenario) {
                     .mode = Answer::Silent;
             }
             last = library.answers;
-            scenario.steps.push_back(library);
+            steps.push_back(library);
         }
-        scenario.steps.push_back(LaunchOf(draw, kind, CookieOf(draw, scenario.seed, i)));
-        size_t launch = scenario.steps.size() - 1;
+        steps.push_back(LaunchOf(draw, kind, CookieOf(draw, scenario.seed, i)));
+        size_t launch = steps.size() - 1;
         if (UsesResetTask(kind)) {
             walkAwaited = false;
+            lastReset = launch;
         }
         int wait = restartNext ? 0 : draw.Between(0, 99);
         restart = restartNext;
         if (wait < 35 && UsesResetTask(kind)) {
-            scenario.steps.push_back({Step::WaitRequests, kind, {}, "", launch, {}});
+            steps.push_back(Wait(Step::WaitRequests, kind, launch));
             walkAwaited = true;
         } else if (wait < 55 && kind != Kind::Junk) {
-            scenario.steps.push_back({Step::WaitResult, kind, {}, "", launch, {}});
+            steps.push_back(Wait(Step::WaitResult, kind, launch));
         }
         if (draw.Chance(0.1)) {
-            scenario.steps.push_back({Step::RestartDaemon, kind, {}, "", 0, {}});
+            steps.push_back(Wait(Step::RestartDaemon, kind, 0));
         }
         previous = kind;
     }
     // Mostly every run is given the time to end first; sometimes "end" comes while runs still wait.
     if (draw.Chance(0.7)) {
-        std::vector<bool> awaited(scenario.steps.size(), false);
-        for (const Step& step : scenario.steps) {
-            if (step.type == Step::WaitResult) {
-                awaited[step.of] = true;
-            }
+        std::vector<bool> awaited(steps.size(), false);
+        for (const Step& step : steps) {
+            awaited[step.of] = awaited[step.of] || step.type == Step::WaitResult;
         }
         for (size_t s = 0; s < awaited.size(); ++s) {
-            if (scenario.steps[s].type == Step::Launch && scenario.steps[s].kind != Kind::Junk &&
-                !awaited[s]) {
-                scenario.steps.push_back({Step::WaitResult, scenario.steps[s].kind, {}, "", s, {}});
+            if (steps[s].type == Step::Launch && steps[s].kind != Kind::Junk && !awaited[s]) {
+                steps.push_back(Wait(Step::WaitResult, steps[s].kind, s));
             }
         }
     }
-    scenario.steps.push_back({Step::End, Kind::End, {"reset=end"}, "", 0, {}});
+    steps.push_back({Step::End, Kind::End, {"reset=end"}, "", 0, {}});
     if (draw.Chance(0.3)) {
         Kind kind = DrawKind(draw);
-        Step after = LaunchOf(draw, kind == Kind::Junk ? Kind::App : kind, CookieOf(draw, scenario.seed, 90));
-        after.type = Step::AfterEnd;
-        scenario.steps.push_back(after);
+        steps.push_back(
+            LaunchOf(draw, kind == Kind::Junk ? Kind::App : kind, CookieOf(draw, scenario.seed, 90)));
+        steps.back().type = Step::AfterEnd;
     }
-}
-
-const char* ModeName(Answer::Mode mode) {
-    switch (mode) {
-        case Answer::Prompt:
-            return "answers at once";
-        case Answer::Delayed:
-            return "answers late";
-        case Answer::Silent:
-            return "never answers";
-        case Answer::Twice:
-            return "answers twice";
-        case Answer::Fail:
-            return "fails";
-        case Answer::AlsoFor:
-            return "answers, then once more for an id never requested";
-        case Answer::DuringWalk:
-            return "answers while the requests are still being sent";
-    }
-    return "?";
-}
-
-std::string Shown(const std::string& id) {
-    return id.size() > 40 ? id.substr(0, 8) + "...(" + std::to_string(id.size()) + " bytes)" : id;
 }
 
 }  // namespace
 
-const char* KindName(Kind kind) {
-    switch (kind) {
-        case Kind::App:
-            return "tak_app_reset";
-        case Kind::Service:
-            return "tak_service_reset";
-        case Kind::Corvane:
-            return "corvane_reset";
-        case Kind::BuiltInApp:
-            return "biu_app_reset";
-        case Kind::BuiltInService:
-            return "biu_service_reset";
-        case Kind::End:
-            return "end";
-        case Kind::Junk:
-            return "junk";
-    }
-    return "";
+std::string Shown(const std::string& text) {
+    return text.size() > 60 ? text.substr(0, 20) + "...(" + std::to_string(text.size()) + " bytes)" : text;
 }
 
-const char* ResultName(Kind kind) {
-    switch (kind) {
-        case Kind::App:
-            return "tak_app_reset_result";
-        case Kind::Service:
-            return "tak_service_reset_result";
-        case Kind::Corvane:
-            return "corvane_reset_result";
-        case Kind::BuiltInApp:
-            return "biu_app_reset_result";
-        case Kind::BuiltInService:
-            return "biu_service_reset_result";
-        default:
-            return "";
-    }
+const char* KindName(Kind kind) {
+    return kKindNames[static_cast<int>(kind)];
+}
+
+std::string ResultName(Kind kind) {
+    return kind < Kind::End ? KindName(kind) + std::string("_result") : "";
 }
 
 Scenario Generate(uint32_t seed) {
@@ -317,71 +260,34 @@ Json::Value Scenario::Behaviour(const Answers& answers) const {
             app["states"].append(121);
         }
     }
-    Json::Value& install = behaviour["builtin"]["install"];
-    install["delay_ms"] = 20;
+    behaviour["builtin"]["install"]["delay_ms"] = 20;
     if (installSilent) {
-        install["apps"]["builtin001"]["silent"] = true;
+        behaviour["builtin"]["install"]["apps"]["builtin001"]["silent"] = true;
     }
     return behaviour;
 }
 
 std::string Scenario::Describe() const {
     std::ostringstream out;
-    out << "seed " << seed << ": "
-        << (android ? "a board with Android apps (binder after " : "a board without ")
-        << (android ? std::to_string(binderDelayMs) + " ms)" : "Android apps") << ", "
-        << (deadlineSec > 0 ? "deadline " + std::to_string(deadlineSec) + " s" : "no deadline") << ", "
-        << threads << " library thread(s)";
-    if (requestDelayMs > 0) {
-        out << ", each uninstall request takes " << requestDelayMs << " ms";
-    }
-    out << ", " << builtIns << " built-in app(s)"
-        << (installSilent ? " (the first one's install never ends)" : "");
-    if (historyFifo) {
-        out << ", a FIFO at the history log path";
-    }
-    out << "\n  apps:";
+    out << "seed " << seed << ": Android apps " << android << " (binder after " << binderDelayMs
+        << " ms), deadline " << deadlineSec << " s, " << threads
+        << " library thread(s), each uninstall request "
+        << "takes " << requestDelayMs << " ms, " << builtIns
+        << " built-in app(s), the first install never ends " << installSilent
+        << ", a FIFO at the history log path " << historyFifo << "\n  apps [id, disable reset, type]:";
     for (const App& app : apps) {
-        out << " [" << Shown(app.id) << (app.disableReset ? ", disable reset" : "")
-            << (app.type == 4 ? ", default/native" : "") << "]";
+        out << " [" << Shown(app.id) << ", " << app.disableReset << ", " << app.type << "]";
     }
-    if (apps.empty()) {
-        out << " none";
-    }
-    int n = 0;
-    for (const Step& step : steps) {
-        out << "\n  " << ++n << ". ";
-        switch (step.type) {
-            case Step::Library:
-                out << "the library from now on:";
-                for (const auto& [id, answer] : step.answers) {
-                    out << " " << Shown(id) << " " << ModeName(answer.mode);
-                    if (answer.mode != Answer::Silent) {
-                        out << " after " << answer.delayMs << " ms" << (answer.fails ? " with failure" : "")
-                            << (answer.progress ? " (progress first)" : "");
-                    }
-                    out << ";";
-                }
-                break;
-            case Step::Launch:
-            case Step::AfterEnd:
-                out << (step.type == Step::AfterEnd ? "right after it, launch" : "launch");
-                for (const auto& extra : step.extras) {
-                    out << " '" << extra << "'";
-                }
-                break;
-            case Step::WaitRequests:
-                out << "wait until the uninstall requests of step " << step.of + 1 << " are out";
-                break;
-            case Step::WaitResult:
-                out << "wait until step " << step.of + 1 << " has reported";
-                break;
-            case Step::RestartDaemon:
-                out << "kill the stand-in daemon and start it again";
-                break;
-            case Step::End:
-                out << "launch 'reset=end'";
-                break;
+    for (size_t n = 0; n < steps.size(); ++n) {
+        const Step& step = steps[n];
+        out << "\n  " << n + 1 << ". " << kStepNames[step.type];
+        for (const auto& extra : step.extras) {
+            out << " '" << Shown(extra) << "'";
+        }
+        if (step.type == Step::WaitRequests || step.type == Step::WaitResult) {
+            out << " of step " << step.of + 1;
+        } else if (step.type == Step::Library) {
+            out << " " << orvix::host::JsonLine(Behaviour(step.answers)["uninstall"]["apps"]);
         }
     }
     return out.str();

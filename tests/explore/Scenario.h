@@ -31,16 +31,12 @@ struct App {
     int type = 1;  // 4: default/native, kept by every reset
 };
 
+// Library: the library's answers from now on; Launch: one launch request; WaitRequests: until the
+// uninstall walk of the launch `of` is over; WaitResult: until the launch `of` has reported;
+// RestartDaemon: the stand-in daemon killed and started again; End: "reset=end", then the process exits;
+// AfterEnd: a request right after "end".
 struct Step {
-    enum Type {
-        Library,        // the library's answers from now on
-        Launch,         // one launch request
-        WaitRequests,   // until the uninstall walk of the launch `of` is over
-        WaitResult,     // until the launch `of` has reported
-        RestartDaemon,  // the stand-in daemon killed and started again
-        End,            // "reset=end", then the process exits
-        AfterEnd,       // a request right after "end"
-    };
+    enum Type { Library, Launch, WaitRequests, WaitResult, RestartDaemon, End, AfterEnd };
     Type type = Launch;
     Kind kind = Kind::Junk;
     std::vector<std::string> extras;  // Launch, AfterEnd
@@ -72,7 +68,9 @@ struct Scenario {
 Scenario Generate(uint32_t seed);
 
 const char* KindName(Kind kind);
+// A text short enough for a message: long ones cut, with their size.
+std::string Shown(const std::string& text);
 // The result name a reset of that kind reports ("" for none).
-const char* ResultName(Kind kind);
+std::string ResultName(Kind kind);
 
 }  // namespace explore

@@ -12,10 +12,9 @@ protected:
         std::ofstream(path, std::ios::binary | std::ios::trunc) << content;
         return path;
     }
-    void Launched(const std::vector<std::string>& args) const {
-        std::vector<std::string> command = {"launch"};
-        command.insert(command.end(), args.begin(), args.end());
-        orvix::test::RunResult launched = Host(command);
+    void Launched(std::vector<std::string> args) const {
+        args.insert(args.begin(), "launch");
+        orvix::test::RunResult launched = Host(args);
         ASSERT_EQ(launched.status, 0) << launched.err;
     }
 };
@@ -31,8 +30,7 @@ TEST_F(ABadLaunchRequest, IsRefusedOrHandledWithALogLineAndTheProcessServesTheNe
         {"--extra-file", "reset=" + File("nul", std::string("tak_service_reset\0tail", 22)), "userdata=2"});
     ASSERT_TRUE(WaitForLog("refusing a launch request: extra [reset] holds a NUL byte"));
 
-    std::string big(16u << 20, 'r');  // 16 MiB
-    std::string bigPath = File("big", big);
+    const std::string bigPath = File("big", std::string(16u << 20, 'r'));  // 16 MiB
     Launched({"--extra-file", "reset_reason=" + bigPath, "--extra-file", "caller_process_name=" + bigPath,
               "--extra-file", "unknown_key=" + bigPath, "reset=tak_app_reset", "userdata=3"});
     ASSERT_TRUE(WaitForResult("tak_app_reset_result", 2));

@@ -21,11 +21,10 @@ TEST_F(AStandInDaemonKilledMidReset, CostsTheUndeliverableReportsButNotTheResetA
     // Both requests are out and the reset waits for their answers, with no bus call on the way.
     ASSERT_TRUE(WaitForCall("libtak_common", "UninstallAppAPI", 30s, 2));
     Kill(InnerServer());
-    ASSERT_TRUE(WaitForLogCount(kUndelivered, 2));
-    const std::string history = orvix::host::PathVariable(2) + "/vardell/log/tak_reset_history.log";
-    ASSERT_TRUE(orvix::test::WaitUntil([&] {
-        return orvix::test::ReadWholeFile(history).find("[m_ClearDB][637]End") != std::string::npos;
-    }));
+    ASSERT_TRUE(orvix::test::WaitUntil([&] { return CountInLog(kUndelivered) >= 2; }, 30s));
+    const std::string history = ServiceDir(2, "log/tak_reset_history.log");
+    ASSERT_TRUE(orvix::test::WaitUntil(
+        [&] { return reset_test::Count(orvix::test::ReadWholeFile(history), "[m_ClearDB][637]End") > 0; }));
     // Each report that went nowhere has its line, right after the call it belongs to.
     std::string log = TakResetLog();
     size_t userData = log.find("MethodName:[reset_app_user_data]");

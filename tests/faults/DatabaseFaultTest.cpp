@@ -40,20 +40,12 @@ protected:
         ASSERT_FALSE(good.empty());
         ASSERT_EQ(rename(path.c_str(), (path + ".good").c_str()), 0);
         m_moved = true;
-        std::string content;
-        switch (GetParam().fault) {
-            case Fault::Empty:
-                break;
-            case Fault::Truncated:
-                content = good.substr(0, good.size() / 2);
-                break;
-            case Fault::NotADatabase:
-                content = "a settings dump, not a database\n";
-                break;
-            default:
-                return;  // missing: nothing in its place
-        }
-        ASSERT_TRUE(orvix::host::WriteFileAtomically(path, content));
+        const Fault fault = GetParam().fault;
+        std::string content = fault == Fault::Truncated      ? good.substr(0, good.size() / 2)
+                              : fault == Fault::NotADatabase ? "a settings dump, not a database\n"
+                                                             : "";
+        // Missing: nothing in its place.
+        ASSERT_TRUE(fault == Fault::Missing || orvix::host::WriteFileAtomically(path, content));
     }
 
     void Repair() {

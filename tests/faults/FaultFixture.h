@@ -5,7 +5,6 @@
 
 #include <fcntl.h>
 #include <signal.h>
-#include <sqlite3.h>
 
 #include <fstream>
 #include <string>
@@ -19,22 +18,14 @@ namespace fault_test {
 using reset_test::Lines;
 using namespace std::chrono_literals;
 
-// The descriptors a process holds on one file (and files named after it, such as its journal).
-struct Openings {
-    int count = 0;
-    int writable = 0;  // opened for writing
-};
-
 class FaultFixture : public reset_test::ResetFixture {
 protected:
     // The running instance of tak-reset (pid 0 when there is none).
     orvix::host::ProcessId TakReset() const {
         orvix::host::ProcessId id;
-        if (!orvix::host::ReadPidFile(orvix::host::LaunchPidPath(AppName()), id) ||
-            !orvix::host::IsRunning(id)) {
-            return {};
-        }
-        return id;
+        bool running =
+            orvix::host::ReadPidFile(orvix::host::LaunchPidPath(AppName()), id) && orvix::host::IsRunning(id);
+        return running ? id : orvix::host::ProcessId{};
     }
     orvix::host::ProcessId InnerServer() const {
         orvix::host::ProcessId id;
@@ -49,59 +40,33 @@ protected:
         ASSERT_TRUE(orvix::test::WaitUntil([&] { return !orvix::host::IsRunning(process); }))
             << "process " << process.pid << " survived SIGKILL";
     }
-    static void Signal(const orvix::host::ProcessId& process, int signal) {
-        ASSERT_GT(process.pid, 0);
-        ASSERT_EQ(kill(process.pid, signal), 0);
-    }
 
-    static std::string DatabasePath() { return orvix::host::PathVariable(24) + "/.vardell.db"; }
-
-    // How `pid` holds the app database and its journal right now.
-    static Openings DatabaseOpenings(pid_t pid) {
-        Openings openings;
-        std::string fds = "/proc/" + std::to_string(pid) + "/fd";
-        g_autoptr(GDir) dir = g_dir_open(fds.c_str(), 0, nullptr);
-        while (const gchar* name = dir != nullptr ? g_dir_read_name(dir) : nullptr) {
-            g_autofree gchar* target = g_file_read_link((fds + "/" + name).c_str(), nullptr);
-            if (target == nullptr || !g_str_has_prefix(target, DatabasePath().c_str())) {
-                continue;
-            }
-            ++openings.count;
-            std::ifstream info("/proc/" + std::to_string(pid) + "/fdinfo/" + name);
-            for (std::string line; std::getline(info, line);) {
-                if (line.rfind("flags:", 0) == 0 &&
-                    (std::stoul(line.substr(6), nullptr, 8) & O_ACCMODE) != O_RDONLY) {
-                    ++openings.writable;
-                }
+    // SIGKILL to `process`, which holds the app database (or its journal) open, for reading only: a kill
+    // cannot leave a write half done.
+    static void KillWhileReadingTheDatabase(const orvix::host::ProcessId& process) {
+        const std::string proc = "/proc/" + std::to_string(process.pid);
+        int count = 0, writable = 0;
+        std::error_code error;
+        for (const auto& fd : std::filesystem::directory_iterator(proc + "/fd", error)) {
+            if (std::filesystem::read_symlink(fd, error).string().rfind(DatabasePath(), 0) == 0) {
+                ++count;
+                std::string info =
+                    orvix::test::ReadWholeFile(proc + "/fdinfo/" + fd.path().filename().string());
+                size_t flags = info.find("flags:");
+                writable += flags != std::string::npos &&
+                            (std::stoul(info.substr(flags + 6), nullptr, 8) & O_ACCMODE) != O_RDONLY;
             }
         }
-        return openings;
+        Kill(process);
+        EXPECT_GE(count, 1);
+        EXPECT_EQ(writable, 0) << "tak-reset held the database open for writing";
     }
 
-    // The answer of "PRAGMA integrity_check" and the number of app rows, read with a connection of the
-    // test's own: what the next reader of the file will find. Like any reader it waits (up to 10 s) for
-    // the lock of a write in progress: the stand-in daemon, resumed after a kill, may be writing.
+    // The answer of "PRAGMA integrity_check" and the number of app rows: what the next reader of the file
+    // will find. The stand-in daemon, resumed after a kill, may be writing: the read waits for it.
     static std::string DatabaseState() {
-        sqlite3* db = nullptr;
-        std::string state = "cannot open";
-        if (sqlite3_open_v2(DatabasePath().c_str(), &db, SQLITE_OPEN_READONLY, nullptr) == SQLITE_OK) {
-            sqlite3_busy_timeout(db, 10000);
-            state = Scalar(db, "PRAGMA integrity_check;") + ", " +
-                    Scalar(db, "select count(*) from widgetinfo;") + " apps";
-        }
-        sqlite3_close(db);
-        return state;
-    }
-    static std::string Scalar(sqlite3* db, const char* sql) {
-        sqlite3_stmt* statement = nullptr;
-        std::string value = "error";
-        if (sqlite3_prepare_v2(db, sql, -1, &statement, nullptr) == SQLITE_OK &&
-            sqlite3_step(statement) == SQLITE_ROW) {
-            const unsigned char* text = sqlite3_column_text(statement, 0);
-            value = text != nullptr ? reinterpret_cast<const char*>(text) : "null";
-        }
-        sqlite3_finalize(statement);
-        return value;
+        Lines check = Rows("PRAGMA integrity_check;"), apps = Rows("select count(*) from widgetinfo;");
+        return (check.empty() ? "error" : check[0]) + ", " + (apps.empty() ? "error" : apps[0]) + " apps";
     }
 
     // The substitute library's behaviour: every uninstall answers after `delayMs` and fails, so the
@@ -114,12 +79,6 @@ protected:
             behaviour["uninstall"]["apps"][app]["delay_ms"] = delayMs;
         }
         SetLibTakBehaviour(behaviour);
-    }
-
-    // Waits until tak-reset's log holds `text` at least `count` times.
-    bool WaitForLogCount(const std::string& text, size_t count,
-                         std::chrono::milliseconds timeout = 30s) const {
-        return orvix::test::WaitUntil([&] { return CountInLog(text) >= count; }, timeout);
     }
 
     // Every directory a reset empties holds something again, as a TV in use would have it.

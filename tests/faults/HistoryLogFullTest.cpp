@@ -34,13 +34,9 @@ protected:
             return false;
         }
         m_mounted = true;
-        FILE* filler = fopen((LogDir() + "/filler").c_str(), "w");
+        std::ofstream filler(LogDir() + "/filler");
         const std::string block(4096, 'f');
-        while (filler != nullptr && fwrite(block.data(), 1, block.size(), filler) == block.size() &&
-               fflush(filler) == 0) {
-        }
-        if (filler != nullptr) {
-            fclose(filler);
+        while (filler.write(block.data(), block.size()).flush()) {
         }
         return true;
     }

@@ -31,9 +31,7 @@ const HomeScreenSetting kHomeScreen[] = {
 
 }  // namespace
 
-class ACorvaneReset : public ResetFixture {};
-
-class ACorvaneResetOnEitherBoard : public ACorvaneReset, public ::testing::WithParamInterface<bool> {};
+class ACorvaneResetOnEitherBoard : public ResetFixture, public ::testing::WithParamInterface<bool> {};
 
 TEST_P(ACorvaneResetOnEitherBoard, ResetsTheHomeScreenAndWipesEverything) {
     const bool android = GetParam();
@@ -80,11 +78,15 @@ INSTANTIATE_TEST_SUITE_P(WithOrWithoutAndroidApps, ACorvaneResetOnEitherBoard, :
 
 class AnAppsResetOnAnAndroidBoard : public ResetFixture {};
 
+// General apps are kept right after a factory reset ("db/tak/factory_reset" 1); the flag is cleared and the
+// Dangbei data too.
 TEST_F(AnAppsResetOnAnAndroidBoard, WaitsForTheBinderBeforeItUninstalls) {
     SetSystemFlag(kAndroidApps, true);
     // The binders are made only once the Android service is ready.
     SetSetting("int", "memory/setting-sync/aot_svc_ready", "0");
-    AddApps({{"plain"}});
+    AddApps({{"general"}, {"plain"}});
+    SetConfig("RESERVED_3", "general");
+    SetSetting("int", "db/tak/factory_reset", "1");
     Start({"reset=tak_app_reset"});
     ASSERT_TRUE(WaitForLog("binder is not created yet, waiting..."));
     // A later request is handled on the same thread after the reset's entry: by then nothing has moved.
@@ -101,30 +103,22 @@ TEST_F(AnAppsResetOnAnAndroidBoard, WaitsForTheBinderBeforeItUninstalls) {
               LogPosition("SetCommunicatorBinderCreated"));
     EXPECT_LT(LogPosition("SetCommunicatorBinderCreated"), LogPosition("event type: 100!"));
     EXPECT_EQ(CountInLog("event type: 100!"), 1u);
-}
-
-// General apps are kept right after a factory reset ("db/tak/factory_reset" 1) and uninstalled otherwise.
-class TheGeneralAppsOnAnAndroidBoard : public AnAppsResetOnAnAndroidBoard,
-                                       public ::testing::WithParamInterface<const char*> {};
-
-TEST_P(TheGeneralAppsOnAnAndroidBoard, AreKeptOnlyRightAfterAFactoryReset) {
-    const bool keep = std::string(GetParam()) == "1";
-    SetSystemFlag(kAndroidApps, true);
-    AddApps({{"general"}, {"plain"}});
-    SetConfig("RESERVED_3", "general");
-    SetSetting("int", "db/tak/factory_reset", GetParam());
-    RunToEnd({"reset=tak_app_reset"}, "tak_app_reset_result");
-    EXPECT_EQ(Requested(), (keep ? Lines{"plain"} : Lines{"general", "plain"}));
-    EXPECT_EQ(CountInLog("general is general app[1], continue to uninstall next apps"), keep ? 1u : 0u);
+    EXPECT_EQ(CountInLog("general is general app[1], continue to uninstall next apps"), 1u);
     EXPECT_EQ(CountInLog("clear userdata for dangbei"), 1u);
     EXPECT_EQ(CallsOf("libtak_common", "ClearAndroidDataAPI").size(), 1u);
     EXPECT_EQ(Setting("db/tak/factory_reset"), "0");
 }
 
-INSTANTIATE_TEST_SUITE_P(FactoryResetFlag, TheGeneralAppsOnAnAndroidBoard, ::testing::Values("1", "2"),
-                         [](const auto& info) {
-                             return std::string(info.param) == "1" ? "RightAfterAFactoryReset" : "Later";
-                         });
+// Any other value of the flag means later: general apps go too.
+TEST_F(AnAppsResetOnAnAndroidBoard, UninstallsGeneralAppsWhenNotRightAfterAFactoryReset) {
+    SetSystemFlag(kAndroidApps, true);
+    AddApps({{"general"}, {"plain"}});
+    SetConfig("RESERVED_3", "general");
+    SetSetting("int", "db/tak/factory_reset", "2");
+    RunToEnd({"reset=tak_app_reset"}, "tak_app_reset_result");
+    EXPECT_EQ(Requested(), (Lines{"general", "plain"}));
+    EXPECT_EQ(CountInLog("is general app["), 0u);
+}
 
 // The Corvane reset has nothing to uninstall and goes straight to its clean-up; the apps reset after it
 // ends with that clean-up too.

@@ -2,6 +2,8 @@
 // apps it needs through the stand-in daemon), settings helpers, and readers of what the reset did.
 #pragma once
 
+#include <sqlite3.h>
+
 #include <filesystem>
 #include <fstream>
 #include <memory>
@@ -149,6 +151,26 @@ protected:
     size_t CountInLog(const std::string& text) const { return Count(TakResetLog(), text); }
     // Where a text first appears in the log (npos when it does not).
     size_t LogPosition(const std::string& text) const { return TakResetLog().find(text); }
+
+    static std::string DatabasePath() { return orvix::host::PathVariable(24) + "/.vardell.db"; }
+    // The first column of what `sql` reads from the app database, with a connection of the test's own that
+    // waits (up to 10 s) for a writer's lock, as any reader would.
+    static Lines Rows(const char* sql) {
+        Lines rows;
+        sqlite3* db = nullptr;
+        if (sqlite3_open_v2(DatabasePath().c_str(), &db, SQLITE_OPEN_READONLY, nullptr) == SQLITE_OK &&
+            sqlite3_busy_timeout(db, 10000) == SQLITE_OK) {
+            sqlite3_exec(
+                db, sql,
+                [](void* out, int, char** values, char**) {
+                    static_cast<Lines*>(out)->emplace_back(values[0] != nullptr ? values[0] : "");
+                    return 0;
+                },
+                &rows, nullptr);
+        }
+        sqlite3_close(db);
+        return rows;
+    }
 
     static std::string ServiceDir(int variable, const std::string& sub) {
         return orvix::host::PathVariable(variable) + "/vardell/" + sub;

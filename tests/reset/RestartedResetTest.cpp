@@ -27,9 +27,9 @@ Json::Value Answering(int delayMs, const std::vector<std::string>& silent = {}) 
 
 struct TakeOverCase {
     const char* name;
-    const char* first;   // the reset left waiting for "one"
-    const char* second;  // the reset that takes over
-    const char* result;  // what the second reports, with cookie "2" (a Corvane reset keeps none: "0")
+    std::string first;   // the reset left waiting for "one"
+    std::string second;  // the reset that takes over: it reports "<second>_result", with cookie "2" (a
+                         // Corvane reset keeps none: "0")
     bool androidBoard;
     bool deadline;   // the first run ends through the deadline before the second starts
     size_t results;  // results of that name in all, the first run's included
@@ -60,38 +60,36 @@ TEST_P(ATakeOver, EndsOnceTheLibraryAnswersItsOwnRequests) {
         SetSetting("int", "db/tak/reset_callback_timeout_sec", "1");
     }
     Answer(Answering(0, {"one"}));
-    Start({c.first, "userdata=1"});
+    Start({"reset=" + c.first, "userdata=1"});
     ASSERT_TRUE(WaitForCall("libtak_common", "UninstallAppAPI:callback"));
     if (c.deadline) {
         ASSERT_TRUE(WaitForLog("taken as failed"));
     }
     Answer(Answering(0));
-    Start({c.second, "userdata=2"});
-    ASSERT_TRUE(WaitForResult(c.result, c.results)) << "the reset that took over never reported";
+    Start({"reset=" + c.second, "userdata=2"});
+    const std::string result = c.second + "_result";
+    ASSERT_TRUE(WaitForResult(result, c.results)) << "the reset that took over never reported";
     EndProcess();
 
-    const std::string cookie = std::string(c.second) == "reset=corvane_reset" ? "0" : "2";
+    const std::string cookie = c.second == "corvane_reset" ? "0" : "2";
     Lines own;
-    for (const auto& line : Results(c.result)) {
+    for (const auto& line : Results(result)) {
         if (line.find(",\"" + cookie + "\",") != std::string::npos) {
             own.push_back(line);
         }
     }
-    EXPECT_EQ(own, One(c.result, cookie));
+    EXPECT_EQ(own, One(result, cookie));
 }
 
 INSTANTIATE_TEST_SUITE_P(
     Kinds, ATakeOver,
     ::testing::Values(
         // A stopped app reset answers through its fallback; a stopped service reset does not answer.
-        TakeOverCase{"AppsResetOfAnAppsReset", "reset=tak_app_reset", "reset=tak_app_reset",
-                     "tak_app_reset_result", false, false, 2},
-        TakeOverCase{"ServiceResetOfAServiceReset", "reset=tak_service_reset", "reset=tak_service_reset",
-                     "tak_service_reset_result", false, false, 1},
-        TakeOverCase{"CorvaneResetOnAnAndroidBoard", "reset=tak_app_reset", "reset=corvane_reset",
-                     "corvane_reset_result", true, false, 1},
-        TakeOverCase{"AppsResetAfterADeadline", "reset=tak_app_reset", "reset=tak_app_reset",
-                     "tak_app_reset_result", false, true, 2}),
+        TakeOverCase{"AppsResetOfAnAppsReset", "tak_app_reset", "tak_app_reset", false, false, 2},
+        TakeOverCase{"ServiceResetOfAServiceReset", "tak_service_reset", "tak_service_reset", false, false,
+                     1},
+        TakeOverCase{"CorvaneResetOnAnAndroidBoard", "tak_app_reset", "corvane_reset", true, false, 1},
+        TakeOverCase{"AppsResetAfterADeadline", "tak_app_reset", "tak_app_reset", false, true, 2}),
     [](const auto& info) { return std::string(info.param.name); });
 
 // The stopped run's answers come first and end the new run; the new run's own answers come later and,

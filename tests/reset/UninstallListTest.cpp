@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <iterator>
 #include <list>
 #include <random>
 #include <sstream>
@@ -84,15 +85,6 @@ void PrintTo(const ScriptCase& c, std::ostream* out) {
 
 const char* const kVerdicts[] = {"counts", "stopped", "late", "early", "unknown"};
 
-std::vector<std::string> Words(const std::string& line) {
-    std::istringstream in(line);
-    std::vector<std::string> words;
-    for (std::string word; in >> word;) {
-        words.push_back(word);
-    }
-    return words;
-}
-
 void RunStep(CUninstallRequests& requests, const std::vector<std::string>& w) {
     const std::vector<std::string> rest(w.begin() + 1, w.end());
     if (w[0] == "assign") {
@@ -125,7 +117,8 @@ TEST_P(UninstallAnswers, CountOnlyForARequestTheRunStillWaitsFor) {
     CUninstallRequests requests;
     for (std::string line; std::getline(script, line);) {
         SCOPED_TRACE(line);
-        std::vector<std::string> words = Words(line);
+        std::istringstream in(line);
+        std::vector<std::string> words{std::istream_iterator<std::string>(in), {}};
         if (!words.empty()) {
             RunStep(requests, words);
         }
