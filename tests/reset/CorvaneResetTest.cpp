@@ -38,6 +38,7 @@ TEST_P(ACorvaneResetOnEitherBoard, ResetsTheHomeScreenAndWipesEverything) {
     SetSystemFlag(kAndroidApps, android);
     AddApps({{"native", 4}, {"plain"}, {"general"}});
     SetConfig("RESERVED_3", "general");
+    SetConfig("RESERVED_11", "native:1");
     for (const auto& setting : kHomeScreen) {
         SetSetting(setting.type, setting.key, setting.inUse);
     }
@@ -54,6 +55,8 @@ TEST_P(ACorvaneResetOnEitherBoard, ResetsTheHomeScreenAndWipesEverything) {
         EXPECT_EQ(Setting(setting.key), setting.afterReset) << setting.key;
     }
     ExpectEmptied(true);
+    // Every app is marked for reset once all are terminated, and the default apps are put back.
+    EXPECT_EQ(CountInLog("App [native] set reset flag[false] to DB"), 1u);
     // General apps are kept by a Corvane reset whatever "db/tak/factory_reset" says.
     EXPECT_EQ(Requested(), android ? Lines{"plain"} : Lines{});
     EXPECT_EQ(ArgsOf("libtak_common", "ClearAndroidDataAPI"),
