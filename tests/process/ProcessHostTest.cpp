@@ -15,36 +15,17 @@ using orvix::test::RunResult;
 using reset_test::Lines;
 using namespace std::chrono_literals;
 
-namespace {
-
 // The process with the seeded apps and built-in list of a default root.
 class ResetProcess : public reset_test::ResetFixture {
 protected:
     std::vector<std::string> InitArguments() const override { return {}; }
-
-    // Runs tak-reset in the foreground with one request on its command line. A sanitizer build writes
-    // its reports (leaks at exit among them) to its log.
-    RunResult RunReset(const std::vector<std::string>& extras) const {
-        std::vector<std::string> argv = {TakResetPath()};
-        argv.insert(argv.end(), extras.begin(), extras.end());
-        RunResult run = orvix::test::RunProgram(argv, {{"ORVIX_HOST_ROOT", Root()},
-                                                       {"DBUS_SYSTEM_BUS_ADDRESS", BusAddress()},
-                                                       {"ORVIX_LOG_FILE", LogPath(AppName())}});
-        EXPECT_EQ(CountInLog("Sanitizer") + CountInLog("runtime error:"), 0u);
-        return run;
-    }
-    void Set(const std::vector<std::string>& command) const {
-        ASSERT_EQ(Host(command).status, 0) << command.back();
-    }
 };
-
-}  // namespace
 
 // Monitoring and recovery requests reach the library only, whatever "reset" they carry; an unknown reset
 // value or bad input gets no reply at all; an empty method suppresses every manager client report.
 TEST_F(ResetProcess, RoutesMonitoringAndRecoveryToTheLibraryAndAnswersOnlyWhereAsked) {
     for (const char* client : {"mon1", "quiet", "loud"}) {
-        Set({"client", client});
+        ASSERT_EQ(Host({"client", client}).status, 0);
     }
     Start({"monitor_event=monitor_install", "reset=biu_app_reset", "appkey=app.one", "caller_pid=77",
            "method=on_progress", "obj=mon1", "thread_id=3", "event_index=4", "deprecated=1"});
@@ -153,7 +134,7 @@ TEST_F(ResetProcess, CreatesTheBindersOnceWhenTheAndroidServiceBecomesReady) {
     SetSystemFlag("dangbei_store.support", true);
     Start({"reset=none"});
     for (const char* ready : {"2", "3", "2"}) {
-        Set({"settings", "set", "-t", "int", "memory/setting-sync/aot_svc_ready", ready});
+        SetSetting("int", "memory/setting-sync/aot_svc_ready", ready);
         ASSERT_TRUE(WaitForCall("libtak_common", "CreateAppFWBinderAPI"));
     }
     EndProcess();
@@ -164,32 +145,36 @@ TEST_F(ResetProcess, CreatesTheBindersOnceWhenTheAndroidServiceBecomesReady) {
     EXPECT_LT(at("DestroyCommunicatorBinderAPI"), at("DestroyAppFWBinderAPI"));
 }
 
-// No bus at all: every report fails, the process goes on.
+// No bus at all: every report fails, the process goes on. Without a task, "end" destroys the library
+// objects in order, and the terminate callback runs before the main loop returns.
 class ResetProcessWithoutBus : public ResetProcess {
 protected:
     bool StartsBus() const override { return false; }
 };
 
-// No bus at all: every report fails, the process goes on. Without a task, "end" destroys the library
-// objects in order, and the terminate callback runs before the main loop returns.
 TEST_F(ResetProcessWithoutBus, EndsCleanlyAndLogsEveryFailedReportAndStillExitsZero) {
-    RunResult run = RunReset({"reset=end"});
-    EXPECT_EQ(run.status, 0) << run.err;
+    // In the foreground with one request on its command line; a sanitizer build writes its reports (leaks
+    // at exit among them) to its log, which EndProcess checks.
+    auto run = [this](const std::vector<std::string>& extras) {
+        std::vector<std::string> argv = {TakResetPath()};
+        argv.insert(argv.end(), extras.begin(), extras.end());
+        return orvix::test::RunProgram(
+            argv, {{"DBUS_SYSTEM_BUS_ADDRESS", BusAddress()}, {"ORVIX_LOG_FILE", LogPath(AppName())}});
+    };
+    RunResult ran = run({"reset=end"});
+    EXPECT_EQ(ran.status, 0) << ran.err;
     EXPECT_EQ(MethodsOf("libtak_common"), (Lines{"QXCurlSSLLock", "CreateConnector", "CreateInstaller",
                                                  "DestroyInstaller", "DestroyConnector", "QXCurlSSLUnLock"}));
     EXPECT_EQ(CountInLog("process_result"), 0u);
-    std::string log = TakResetLog();
-    EXPECT_LT(log.find("**************Reset EXIT***********"), log.find("EXEC finish"));
+    EXPECT_LT(LogPosition("**************Reset EXIT***********"), LogPosition("EXEC finish"));
 
-    std::thread process([&] {
-        run = RunReset({"reset=biu_service_reset", "userdata=1", "obj=c", "method=m"});
-    });
+    std::thread process([&] { ran = run({"reset=biu_service_reset", "userdata=1", "obj=c", "method=m"}); });
     bool started = WaitForLog("m_CheckCondition");
     RunResult ended = Launch({"reset=end"});
     process.join();
     ASSERT_TRUE(started);
     EXPECT_EQ(ended.status, 0) << ended.err;
-    EXPECT_EQ(run.status, 0) << run.err;
+    EXPECT_EQ(ran.status, 0) << ran.err;
     EXPECT_EQ(
         CountInLog("MethodCall : ObjPath:[/org/orvix/tv/vardell/innerserver], MethodName:[process_result]"),
         1u);
@@ -197,4 +182,5 @@ TEST_F(ResetProcessWithoutBus, EndsCleanlyAndLogsEveryFailedReportAndStillExitsZ
     EXPECT_GE(CountInLog("get sync system bus error "), 2u);
     EXPECT_GE(CountInLog("Connection is NULL."), 1u);
     EXPECT_EQ(CountInLog("EXEC finish"), 2u);
+    EXPECT_EQ(CountInLog("Sanitizer") + CountInLog("runtime error:"), 0u);
 }
