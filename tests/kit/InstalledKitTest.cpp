@@ -18,6 +18,9 @@ std::string RealPath(const std::string& path) {
     char resolved[PATH_MAX];
     return realpath(path.c_str(), resolved) != nullptr ? resolved : "";
 }
+std::string Exe(pid_t pid) {
+    return RealPath("/proc/" + std::to_string(pid) + "/exe");
+}
 
 class AnInstalledKit : public orvix::test::HostFixture {
 protected:
@@ -36,18 +39,19 @@ protected:
     RunResult Installed(const std::vector<std::string>& args) const {
         std::vector<std::string> argv = {s_prefix + "/bin/orvix-host"};
         argv.insert(argv.end(), args.begin(), args.end());
-        return RunProgram(argv, {{"ORVIX_TAK_RESET", ""},
-                                 {"ORVIX_INNERSERVER", ""},
-                                 {"ORVIX_MANAGERCLIENT", ""},
-                                 {"ORVIX_LIBTAK_COMMON", ""},
-                                 {"ORVIX_TAKUTILITY", ""},
-                                 {"ORVIX_HOST_ROOT", Root()}});
+        std::vector<std::pair<std::string, std::string>> environment = {{"ORVIX_HOST_ROOT", Root()}};
+        for (const char* program :
+             {"TAK_RESET", "INNERSERVER", "MANAGERCLIENT", "LIBTAK_COMMON", "TAKUTILITY"}) {
+            environment.emplace_back(std::string("ORVIX_") + program, "");
+        }
+        return RunProgram(argv, environment);
     }
     static std::string s_prefix;
 };
 
 std::string AnInstalledKit::s_prefix;
 
+// The reset's own work is the reset tests'; here only who does it.
 TEST_F(AnInstalledKit, RunsTheWalkThroughWithItsOwnProgramsOnly) {
     EXPECT_EQ(access((s_prefix + "/bin/libtak_common.so").c_str(), F_OK), -1)
         << "a library among the programs";
@@ -60,18 +64,12 @@ TEST_F(AnInstalledKit, RunsTheWalkThroughWithItsOwnProgramsOnly) {
     ASSERT_EQ(Installed({"up"}).status, 0);
     orvix::host::ProcessId inner;
     ASSERT_TRUE(orvix::host::ReadPidFile(Root() + "/run/pids/innerserver.pid", inner));
-    EXPECT_EQ(RealPath("/proc/" + std::to_string(inner.pid) + "/exe"),
-              RealPath(s_prefix + "/bin/orvix-innerserver"));
-
+    EXPECT_EQ(Exe(inner.pid), RealPath(s_prefix + "/bin/orvix-innerserver"));
     const std::string started = "started tak-reset (pid ";
     RunResult launched = Installed({"launch", "reset=tak_app_reset", "userdata=7"});
     ASSERT_EQ(launched.out.rfind(started, 0), 0) << launched.out << launched.err;
-    EXPECT_EQ(RealPath("/proc/" + std::to_string(atoi(launched.out.c_str() + started.size())) + "/exe"),
-              RealPath(s_prefix + "/bin/tak-reset"));
+    EXPECT_EQ(Exe(atoi(launched.out.c_str() + started.size())), RealPath(s_prefix + "/bin/tak-reset"));
     ASSERT_TRUE(WaitForCall("innerserver", "process_result")) << TakResetLog();
-    EXPECT_EQ(CallsOf("libtak_common", "UninstallAppAPI").size(), 3u);
-    EXPECT_EQ(Installed({"launch", "reset=end"}).status, 0);
-    EXPECT_TRUE(WaitForAppExit());
     EXPECT_EQ(Installed({"down"}).status, 0);
 }
 

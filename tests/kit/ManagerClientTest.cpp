@@ -142,7 +142,9 @@ TEST_F(AManagerClient, WritesItsLogInTheBackgroundAndInTheForegroundTakesOverFro
         << again.out;
     EXPECT_NE(again.out.find("--foreground"), std::string::npos) << again.out;
     auto client = OnATerminal();
-    EXPECT_TRUE(client->WaitForText("stopped; this terminal shows its progress")) << client->Output();
+    EXPECT_TRUE(client->WaitForOutput([](const std::string& out) {
+        return out.find("stopped; this terminal shows its progress") != std::string::npos;
+    })) << client->Output();
     EXPECT_FALSE(orvix::host::IsRunning(first));
     Report(500, 1);
     EXPECT_TRUE(ShowsLine(*client, Bar(0) + "0/1")) << client->Output();

@@ -4,7 +4,7 @@
 #include <sys/socket.h>
 #include <sys/un.h>
 
-#include <atomic>
+#include <algorithm>
 #include <fstream>
 #include <map>
 #include <thread>
@@ -27,19 +27,15 @@ protected:
         EXPECT_EQ(result.status, 0) << result.err;
         return result.out;
     }
+    // The requests the app received, once there are `count`; of each the values of `key`, byte for byte.
     std::vector<Json::Value> Controls(size_t count) const {
         EXPECT_TRUE(WaitForCall("kit-app", "control", std::chrono::seconds(30), count));
         return CallsOf("kit-app", "control");
     }
-    // The value the app received for `key`, byte for byte.
     static std::string Extra(const Json::Value& control, const char* key) {
         gsize size = 0;
         g_autofree guchar* bytes = g_base64_decode(control["extras"][key].asCString(), &size);
         return std::string(reinterpret_cast<char*>(bytes), size);
-    }
-    std::string File(const char* name, const std::string& content) const {
-        std::ofstream(Root() + "/" + name, std::ios::binary) << content;
-        return std::string(name) + "=" + Root() + "/" + name;
     }
 };
 
@@ -64,9 +60,7 @@ TEST_F(ServiceApp, OneInstanceHandlesEveryRequestOnceAtATimeInArrivalOrder) {
             }
         });
     }
-    for (auto& thread : threads) {
-        thread.join();
-    }
+    std::for_each(threads.begin(), threads.end(), [](std::thread& thread) { thread.join(); });
     auto controls = Controls(3 + kThreads * kEach);
     ASSERT_EQ(controls.size(), 3u + kThreads * kEach);
     EXPECT_EQ(Extra(controls[0], "id") + Extra(controls[1], "id") + Extra(controls[2], "id"),
@@ -90,7 +84,8 @@ TEST_F(ServiceApp, OneInstanceHandlesEveryRequestOnceAtATimeInArrivalOrder) {
 // request of a new instance, which comes on an fd (too large for its command line). Garbage on the
 // channel (a size over the limit, a payload that does not decode, one cut short) is dropped unanswered.
 TEST_F(ServiceApp, RefusesANulByteAndDropsGarbageOnTheChannelAndServesTheNextRequest) {
-    ASSERT_EQ(Host({"launch", "--extra-file", File("nul", std::string(200 * 1024, 'x') + '\0')}).status, 0);
+    std::ofstream(Root() + "/nul", std::ios::binary) << std::string(200 * 1024, 'x') + '\0';
+    ASSERT_EQ(Host({"launch", "--extra-file", "nul=" + Root() + "/nul"}).status, 0);
     ASSERT_TRUE(WaitForLog("refusing a launch request: extra [nul] holds a NUL byte"));
     Launched({"n=1"});
     sockaddr_un address{AF_UNIX, {}};
