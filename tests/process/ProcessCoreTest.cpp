@@ -1,7 +1,6 @@
-// The process frame without a bus: typed reads of launch-request values; the common-library loader with a
-// library that lacks most entry points; the process core's one-time initialisation on the first launch
-// request, the watchdog, refusal after exit, the terminate
-// callback (the initialisation runs once per process, so one test walks the whole life).
+// The process frame without a bus: typed reads of launch-request values; the process core's one-time
+// initialisation on the first launch request, the watchdog, refusal after exit, the terminate callback (the
+// initialisation runs once per process, so one test walks the whole life).
 #include <app_control.h>
 #include <gtest/gtest.h>
 #include <poll.h>
@@ -11,7 +10,6 @@
 #include <atomic>
 #include <climits>
 #include <cstring>
-#include <filesystem>
 
 #include "HostFixture.h"
 #include "ProcessCore.h"
@@ -36,12 +34,6 @@ Request MakeRequest(std::initializer_list<std::pair<const char*, const char*>> e
     }
     return Request(handle, app_control_destroy);
 }
-
-// A private host root made by the kit, without its bus; it holds the substitute common library.
-class InARoot : public orvix::test::HostFixture {
-protected:
-    bool StartsBus() const override { return false; }
-};
 
 // `text` as the value of "key" in a launch request, read into a variable that held `initial`. Without a
 // text the request has no such key, and the read must say so.
@@ -82,15 +74,14 @@ TEST(AControlDataRead, ConvertsTextFlagsIntegersAndCookiesAndLeavesTheDefaultOfA
     for (const char* text : {"TRUE", "1", "True", " true", "truex"}) {
         EXPECT_FALSE(Read(text, true)) << text;
     }
-    EXPECT_EQ(Read("42", 5), 42);
-    EXPECT_EQ(Read("-7", 5), -7);
-    EXPECT_EQ(Read("abc", 5), 0);
-    // A cookie keeps its sign and its full width.
-    EXPECT_EQ(Read("-12345", 1L), -12345L);
-    EXPECT_EQ(Read("9223372036854775807", 1L), 9223372036854775807L);
+    // Numbers keep their sign, what is none reads as 0, and a cookie keeps its full width.
+    for (const auto& [text, value] : {std::pair{"42", 42}, {"-7", -7}, {"abc", 0}, {"x1", 0}}) {
+        EXPECT_EQ(Read(text, 5), value) << text;
+        EXPECT_EQ(Read(text, 1L), value) << text;
+    }
+    EXPECT_EQ(Read("9223372036854775807", 1L), LONG_MAX);
     // The lowest cookie has no positive counterpart to negate (found by fuzzing).
     EXPECT_EQ(Read("-9223372036854775808", 1L), LONG_MIN);
-    EXPECT_EQ(Read("x1", 1L), 0L);
 
     LogMark missing;
     EXPECT_EQ(Read<std::string>(nullptr, "default"), "default");
@@ -100,32 +91,11 @@ TEST(AControlDataRead, ConvertsTextFlagsIntegersAndCookiesAndLeavesTheDefaultOfA
     EXPECT_TRUE(missing.Contains("do not have key[key]!!"));
 }
 
-using ACommonLibraryLoader = InARoot;
-
-TEST_F(ACommonLibraryLoader, FindsWhatTheLibraryOffersAndLogsWhatItLacks) {
-    std::filesystem::copy_file(PROCESS_PARTIAL_LIBRARY,
-                               orvix::host::FixedPath("/usr/lib64") + "/libtak_common.so",
-                               std::filesystem::copy_options::overwrite_existing);
-    CTAKCommonHandle::OpenLibrary();
-    auto count = CTAKCommonHandle::Find<int (*)()>("ProcessTestConnectorCount");
-    ASSERT_NE(count, nullptr);
-    EXPECT_TRUE(CTAKCommonHandle::CallVoid(TAK_API_CREATE_CONNECTOR));
-    EXPECT_TRUE(CTAKCommonHandle::CallIfPresent<TAK_VOID_API>(TAK_API_CREATE_CONNECTOR));
-    EXPECT_EQ(count(), 2);
-    // Absent: nothing is called, and the caller learns it.
-    EXPECT_FALSE(CTAKCommonHandle::CallVoid(TAK_API_START_BOOST_APPFW));
-    EXPECT_EQ(CTAKCommonHandle::Find<TAK_VOID_API>(TAK_API_START_BOOST_APPFW), nullptr);
-    LogMark mark;
-    EXPECT_EQ(CTAKCommonHandle::GetSymbolAddress(TAK_API_START_BOOST_APPFW), nullptr);
-    EXPECT_TRUE(mark.Contains("error: "));
-    // A failed lookup leaves nothing behind that spoils the next one.
-    EXPECT_NE(CTAKCommonHandle::GetSymbolAddress(TAK_API_START_BOOST_OWN_PROCESS), nullptr);
-    CTAKCommonHandle::CloseLibrary();
-    // Nothing is cached: once the library is closed, a name found before is found no more.
-    EXPECT_EQ(CTAKCommonHandle::GetSymbolAddress(TAK_API_CREATE_CONNECTOR), nullptr);
-}
-
-using AProcessCore = InARoot;
+// A private host root made by the kit, without its bus; it holds the substitute common library.
+class AProcessCore : public orvix::test::HostFixture {
+protected:
+    bool StartsBus() const override { return false; }
+};
 
 TEST_F(AProcessCore, InitialisesOnceFeedsTheWatchdogRoutesRequestsAndRefusesThemAfterExit) {
     // A datagram socket standing in for the service manager's notify socket.
