@@ -113,7 +113,7 @@ TEST_F(OrvixHost, LogKeepsLinesOfTheLevelAndAboveAndItsColoursOnlyOnATerminal) {
         EXPECT_EQ(result.status, 0) << result.err;
         EXPECT_EQ(result.out, std::regex_replace(shown, std::regex("\x1b\\[[0-9;]*m"), "")) << command.back();
     }
-    orvix::test::PtyProgram terminal({OrvixHostPath(), "log", "--level", "E"}, {{"ORVIX_HOST_ROOT", Root()}});
+    orvix::test::PtyProgram terminal({OrvixHostPath(), "log", "--level", "E"});
     EXPECT_EQ(terminal.Stop(std::chrono::seconds(20)), 0);
     EXPECT_NE(terminal.Output().find("\x1b[31merror\x1b[0m"), std::string::npos) << terminal.Output();
     EXPECT_EQ(terminal.Output().find("debug"), std::string::npos) << terminal.Output();

@@ -42,13 +42,9 @@ protected:
 // Requests from four launchers at once arrive while the first callback iterates the main loop: each is
 // handled once, in its launcher's order, never inside another callback.
 TEST_F(ServiceApp, OneInstanceHandlesEveryRequestOnceAtATimeInArrivalOrder) {
-    std::string started = Launched({"id=first", "iterate_ms=1000"});
-    orvix::host::ProcessId running;
-    ASSERT_TRUE(orvix::host::ReadPidFile(orvix::host::LaunchPidPath(AppName()), running));
-    std::string tail = AppName() + " (pid " + std::to_string(running.pid) + ")";
-    std::string log = "; its log: " + LogPath(AppName()) + "\n";
-    EXPECT_EQ(started, "started " + tail + " with the request" + log);
-    EXPECT_EQ(Launched({"id=second"}), "queued to the running " + tail + log);
+    Launched({"id=first", "iterate_ms=1000"});
+    std::string queued = Launched({"id=second"});
+    EXPECT_EQ(queued.rfind("queued to the running " + AppName(), 0), 0u) << queued;
     // Another process of the app hands its request to the running instance and leaves.
     EXPECT_EQ(orvix::test::RunProgram({KIT_APP_PATH, "id=third"}, {{"ORVIX_HOST_ROOT", Root()}}).status, 0);
     const int kThreads = 4, kEach = 8;
