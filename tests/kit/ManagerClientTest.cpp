@@ -22,36 +22,23 @@ std::string Bar(int filled) {
 
 class AManagerClient : public orvix::test::HostFixture {
 protected:
-    std::unique_ptr<PtyProgram> OnATerminal() const {
-        // The fixture has set this process's ORVIX_HOST_ROOT.
-        auto client = std::make_unique<PtyProgram>(
+    // The fixture has set this process's ORVIX_HOST_ROOT.
+    static std::unique_ptr<PtyProgram> OnATerminal() {
+        return std::make_unique<PtyProgram>(
             std::vector<std::string>{OrvixHostPath(), "client", "tv", "--foreground"});
-        // Ready once the client on the bus is this process.
-        EXPECT_TRUE(orvix::test::WaitUntil([&] {
-            g_autoptr(GVariant) reply =
-                Call("org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus",
-                     "GetConnectionUnixProcessID", g_variant_new("(s)", kClientName));
-            guint32 owner = 0;
-            if (reply != nullptr) {
-                g_variant_get(reply, "(u)", &owner);
-            }
-            return owner == static_cast<guint32>(client->Pid());
-        })) << client->Output();
-        return client;
     }
-    GVariant* Call(const char* name, const char* path, const char* interface, const char* method,
-                   GVariant* args) const {
-        g_autoptr(GDBusConnection) bus = ConnectToBus();
-        return g_dbus_connection_call_sync(bus, name, path, interface, method, args, nullptr,
-                                           G_DBUS_CALL_FLAGS_NONE, 20000, nullptr, nullptr);
-    }
-    // One progress report, as the built-in reset sends it; it returns once the client has handled it.
+    // One progress report, as the built-in reset sends it, once a client owns the name (a client just
+    // started may not yet); it returns once the client has handled it.
     void Report(int state, int result) const {
-        g_autoptr(GVariant) reply =
-            Call(kClientName, "/org/orvix/tv/vardell/managerclient/tv",
-                 "org.orvix.tv.vardell.managerclient.interface.tv", "tak_builtin_app_service_reset_result",
-                 g_variant_new("(iiii)", 7, state, result, 0));
-        EXPECT_NE(reply, nullptr) << state;
+        g_autoptr(GDBusConnection) bus = ConnectToBus();
+        EXPECT_TRUE(orvix::test::WaitUntil([&] {
+            g_autoptr(GVariant) reply = g_dbus_connection_call_sync(
+                bus, kClientName, "/org/orvix/tv/vardell/managerclient/tv",
+                "org.orvix.tv.vardell.managerclient.interface.tv", "tak_builtin_app_service_reset_result",
+                g_variant_new("(iiii)", 7, state, result, 0), nullptr, G_DBUS_CALL_FLAGS_NONE, 20000, nullptr,
+                nullptr);
+            return reply != nullptr;
+        })) << state;
     }
     static bool ShowsLine(PtyProgram& client, const std::string& line) {
         return client.WaitForOutput([&](const std::string&) { return client.CurrentLine() == line; });

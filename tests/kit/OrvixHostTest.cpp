@@ -31,10 +31,14 @@ protected:
         EXPECT_NE(result.err.find(says), std::string::npos) << name << ": " << result.err;
         EXPECT_EQ(result.out, "") << name;
     }
-    static RunResult HostIn(const std::string& root, const Strings& command) {
-        Strings argv = {OrvixHostPath()};
+    // `program` (this build's orvix-host unless given) for another root, with more variables.
+    static RunResult HostIn(const std::string& root, const Strings& command,
+                            const std::string& program = OrvixHostPath(),
+                            std::vector<std::pair<std::string, std::string>> environment = {}) {
+        Strings argv = {program};
         argv.insert(argv.end(), command.begin(), command.end());
-        return orvix::test::RunProgram(argv, {{"ORVIX_HOST_ROOT", root}});
+        environment.emplace_back("ORVIX_HOST_ROOT", root);
+        return orvix::test::RunProgram(argv, environment);
     }
 };
 
@@ -160,11 +164,8 @@ std::string RealPath(const std::string& path) {
     char resolved[PATH_MAX];
     return realpath(path.c_str(), resolved) != nullptr ? resolved : "";
 }
-std::string Exe(pid_t pid) {
-    return RealPath("/proc/" + std::to_string(pid) + "/exe");
-}
 
-class AnInstalledKit : public orvix::test::HostFixture {
+class AnInstalledKit : public OrvixHost {
 protected:
     static void SetUpTestSuite() {
         char pattern[] = "/tmp/orvix-prefix-XXXXXX";
@@ -175,18 +176,15 @@ protected:
         ASSERT_EQ(installed.status, 0) << installed.out << installed.err;
     }
     static void TearDownTestSuite() { orvix::test::RunProgram({"/bin/rm", "-rf", s_prefix}); }
-    bool StartsBus() const override { return false; }
 
     // The installed orvix-host for this root, each program's variable set empty so that it looks for it.
-    RunResult Installed(const std::vector<std::string>& args) const {
-        std::vector<std::string> argv = {s_prefix + "/bin/orvix-host"};
-        argv.insert(argv.end(), args.begin(), args.end());
-        std::vector<std::pair<std::string, std::string>> environment = {{"ORVIX_HOST_ROOT", Root()}};
+    RunResult Installed(const Strings& command) const {
+        std::vector<std::pair<std::string, std::string>> environment;
         for (const char* program :
              {"TAK_RESET", "INNERSERVER", "MANAGERCLIENT", "LIBTAK_COMMON", "TAKUTILITY"}) {
             environment.emplace_back(std::string("ORVIX_") + program, "");
         }
-        return orvix::test::RunProgram(argv, environment);
+        return HostIn(Root(), command, s_prefix + "/bin/orvix-host", environment);
     }
     static std::string s_prefix;
 };
@@ -206,11 +204,13 @@ TEST_F(AnInstalledKit, RunsTheWalkThroughWithItsOwnProgramsOnly) {
     ASSERT_EQ(Installed({"up"}).status, 0);
     orvix::host::ProcessId inner;
     ASSERT_TRUE(orvix::host::ReadPidFile(Root() + "/run/pids/innerserver.pid", inner));
-    EXPECT_EQ(Exe(inner.pid), RealPath(s_prefix + "/bin/orvix-innerserver"));
+    EXPECT_EQ(RealPath("/proc/" + std::to_string(inner.pid) + "/exe"),
+              RealPath(s_prefix + "/bin/orvix-innerserver"));
     const std::string started = "started tak-reset (pid ";
     RunResult launched = Installed({"launch", "reset=tak_app_reset", "userdata=7"});
     ASSERT_EQ(launched.out.rfind(started, 0), 0) << launched.out << launched.err;
-    EXPECT_EQ(Exe(atoi(launched.out.c_str() + started.size())), RealPath(s_prefix + "/bin/tak-reset"));
+    pid_t reset = atoi(launched.out.c_str() + started.size());
+    EXPECT_EQ(RealPath("/proc/" + std::to_string(reset) + "/exe"), RealPath(s_prefix + "/bin/tak-reset"));
     ASSERT_TRUE(WaitForCall("innerserver", "process_result")) << TakResetLog();
     EXPECT_EQ(Installed({"down"}).status, 0);
 }

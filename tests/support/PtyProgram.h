@@ -14,32 +14,28 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <chrono>
 #include <functional>
 #include <string>
-#include <utility>
 #include <vector>
 
 namespace orvix::test {
 
 class PtyProgram {
 public:
-    PtyProgram(const std::vector<std::string>& argv,
-               const std::vector<std::pair<std::string, std::string>>& environment = {}) {
+    // Runs with this process's environment.
+    explicit PtyProgram(const std::vector<std::string>& argv) {
         // Everything the child needs is made before the fork: only exec and _exit run after it.
         std::vector<char*> argp;
         for (const auto& arg : argv) {
             argp.push_back(const_cast<char*>(arg.c_str()));
         }
         argp.push_back(nullptr);
-        g_auto(GStrv) envp = g_get_environ();
-        for (const auto& [key, value] : environment) {
-            envp = g_environ_setenv(envp, key.c_str(), value.c_str(), TRUE);
-        }
         struct winsize size = {40, 160, 0, 0};
         m_pid = forkpty(&m_master, nullptr, nullptr, &size);
         if (m_pid == 0) {
-            execve(argp[0], argp.data(), envp);
+            execv(argp[0], argp.data());
             _exit(127);
         }
     }
@@ -89,11 +85,9 @@ public:
                 if (i < m_output.size() && m_output[i] == 'K' && column < line.size()) {
                     line.resize(column);
                 }
-            } else if (column < line.size()) {
-                line[column++] = c;
             } else {
-                line.push_back(c);
-                ++column;
+                line.resize(std::max(line.size(), column + 1));
+                line[column++] = c;
             }
         }
         return lines;
