@@ -35,15 +35,13 @@ protected:
         EXPECT_EQ(result.status, 0) << result.err;
         return result.out;
     }
-    // The requests the app received, once there are `count`; of each the values of `key`, byte for byte.
+    // The requests the app received, once there are `count`.
     std::vector<Json::Value> Controls(size_t count) const {
         EXPECT_TRUE(WaitForCall("kit-app", "control", std::chrono::seconds(30), count));
         return CallsOf("kit-app", "control");
     }
     static std::string Extra(const Json::Value& control, const char* key) {
-        gsize size = 0;
-        g_autofree guchar* bytes = g_base64_decode(control["extras"][key].asCString(), &size);
-        return std::string(reinterpret_cast<char*>(bytes), size);
+        return control["extras"][key].asString();
     }
 };
 

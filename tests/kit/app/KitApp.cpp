@@ -1,12 +1,11 @@
 // orvix-kit-app: a minimal service app for the kit's own tests. It records its create callback and every
-// launch request in the root's call record (who "kit-app"; extras base64-encoded since they may be any
-// bytes, and how many callbacks run at that moment) and obeys one extra:
+// launch request in the root's call record (who "kit-app"; its extras, which the tests keep to plain text,
+// and how many callbacks run at that moment) and obeys one extra:
 //   "iterate_ms"=N iterates the main context inside the callback that long (requests that arrive
 //                  meanwhile are queued, but none may start before this callback returns)
 #include <glib.h>
 
 #include <cstdlib>
-#include <cstring>
 
 #include "app_control.h"
 #include "orvix_calls.h"
@@ -19,8 +18,7 @@ int g_depth = 0;  // callbacks running now; more than one would break the one-at
 bool Collect(app_control_h request, const char* key, void* extras) {
     g_autofree char* value = nullptr;
     if (app_control_get_extra_data(request, key, &value) == APP_CONTROL_ERROR_NONE) {
-        g_autofree gchar* encoded = g_base64_encode(reinterpret_cast<const guchar*>(value), strlen(value));
-        (*static_cast<Json::Value*>(extras))[key] = encoded;
+        (*static_cast<Json::Value*>(extras))[key] = value;
     }
     return true;
 }
