@@ -125,20 +125,13 @@ protected:
         ASSERT_EQ(made.status, 0) << "orvix-host up failed: " << made.err;
     }
 
-    // Fails the test for every GLib critical a process of the root wrote to its log (GLib only prints one
-    // and goes on, so a broken call would pass unseen), prints the logs when the test failed, and checks
-    // that `orvix-host down` leaves no process of the root behind.
+    // Prints the logs when the test failed, and checks that `orvix-host down` leaves no process of the root
+    // behind.
     void TearDown() override {
         if (m_root.empty()) {
             return;
         }
-        std::error_code error;
-        for (const auto& entry : std::filesystem::directory_iterator(m_root + "/var/log", error)) {
-            std::string text = entry.path().extension() == ".log" ? ReadWholeFile(entry.path()) : "";
-            size_t at = text.find("CRITICAL **");
-            EXPECT_EQ(at, std::string::npos)
-                << entry.path() << ": " << text.substr(std::min(at, text.size()), 300);
-        }
+        ExpectNoCriticalsLogged();
         for (const std::string& path :
              {LogPath(AppName()), orvix::host::CallsFile(), LogPath("innerserver")}) {
             std::string text = HasFailure() ? ReadWholeFile(path) : "";
@@ -156,6 +149,18 @@ protected:
     }
 
     const std::string& Root() const { return m_root; }
+
+    // Fails the test for every GLib critical a process of the root wrote to its log (GLib only prints one
+    // and goes on, so a broken call would pass unseen). TearDown calls it.
+    void ExpectNoCriticalsLogged() const {
+        std::error_code error;
+        for (const auto& entry : std::filesystem::directory_iterator(m_root + "/var/log", error)) {
+            std::string text = entry.path().extension() == ".log" ? ReadWholeFile(entry.path()) : "";
+            size_t at = text.find("CRITICAL **");
+            EXPECT_EQ(at, std::string::npos)
+                << entry.path() << ": " << text.substr(std::min(at, text.size()), 300);
+        }
+    }
 
     // `orvix-host ARGS...` for this root.
     RunResult Host(const std::vector<std::string>& args,
