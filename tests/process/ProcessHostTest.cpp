@@ -2,7 +2,6 @@
 // substitute common library, in a temporary root. Assertions are on the calls the peers recorded and
 // on the process's log; the fixture prints both when a test fails.
 #include <gtest/gtest.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <fstream>
@@ -10,41 +9,20 @@
 
 #include "../reset/ResetFixture.h"
 
-using orvix::host::JsonLine;
-using orvix::test::RunResult;
 using reset_test::Lines;
 using namespace std::chrono_literals;
-
-namespace {
 
 // The process with the seeded apps and built-in list of a default root.
 class ResetProcess : public reset_test::ResetFixture {
 protected:
     std::vector<std::string> InitArguments() const override { return {}; }
-
-    // Runs tak-reset in the foreground with one request on its command line. A sanitizer build writes
-    // its reports (leaks at exit among them) to its log.
-    RunResult RunReset(const std::vector<std::string>& extras) const {
-        std::vector<std::string> argv = {TakResetPath()};
-        argv.insert(argv.end(), extras.begin(), extras.end());
-        RunResult run = orvix::test::RunProgram(argv, {{"ORVIX_HOST_ROOT", Root()},
-                                                       {"DBUS_SYSTEM_BUS_ADDRESS", BusAddress()},
-                                                       {"ORVIX_LOG_FILE", LogPath(AppName())}});
-        EXPECT_EQ(CountInLog("Sanitizer") + CountInLog("runtime error:"), 0u);
-        return run;
-    }
-    void Set(const std::vector<std::string>& command) const {
-        ASSERT_EQ(Host(command).status, 0) << command.back();
-    }
 };
-
-}  // namespace
 
 // Monitoring and recovery requests reach the library only, whatever "reset" they carry; an unknown reset
 // value or bad input gets no reply at all; an empty method suppresses every manager client report.
 TEST_F(ResetProcess, RoutesMonitoringAndRecoveryToTheLibraryAndAnswersOnlyWhereAsked) {
     for (const char* client : {"mon1", "quiet", "loud"}) {
-        Set({"client", client});
+        ASSERT_EQ(Host({"client", client}).status, 0);
     }
     Start({"monitor_event=monitor_install", "reset=biu_app_reset", "appkey=app.one", "caller_pid=77",
            "method=on_progress", "obj=mon1", "thread_id=3", "event_index=4", "deprecated=1"});
@@ -52,7 +30,7 @@ TEST_F(ResetProcess, RoutesMonitoringAndRecoveryToTheLibraryAndAnswersOnlyWhereA
     ASSERT_TRUE(WaitForCall("managerclient.mon1", "tak_install_result", 20s, 4));
     Json::Value args = CallsOf("managerclient.mon1", "tak_install_result").front()["args"];
     args[2] = args[3] = args[4] = 0;  // state, progress and result of the library's first step
-    EXPECT_EQ(JsonLine(args), R"([3,"app.one",0,0,0,4,"on_progress",1,""])");
+    EXPECT_EQ(orvix::host::JsonLine(args), R"([3,"app.one",0,0,0,4,"on_progress",1,""])");
     EXPECT_EQ(ArgsOf("libtak_common", "MonitorAppInstallStatusAPI"), Lines{R"(["app.one",77])"});
     Start({"monitor_event=monitor_install", "appkey=app.q", "caller_pid=5", "obj=quiet", "method="});
     ASSERT_TRUE(WaitForCall("libtak_common", "MonitorAppInstallStatusAPI:callback", 20s, 8));
@@ -117,7 +95,9 @@ TEST_F(ResetProcess, ASecondRequestOfTheSameKindStopsTheFirstTaskAndWaitsForIt) 
 }
 
 // With both entry points of each boost pair the process is boosted while the update marker exists, from
-// start on, and the terminate callback lowers it; with one entry point of a pair missing it calls neither.
+// start on, and the terminate callback lowers it; with one entry point of a pair missing it calls neither,
+// and what it looks up after the missing one is found all the same. The binders are made once only, when
+// the Android service first becomes ready (that they wait for it is an apps reset's test).
 class TheUpdateMarker : public ResetProcess, public ::testing::WithParamInterface<bool> {};
 
 TEST_P(TheUpdateMarker, RaisesAndLowersTheBoostInPairsOnlyWhenBothEntryPointsExist) {
@@ -127,69 +107,68 @@ TEST_P(TheUpdateMarker, RaisesAndLowersTheBoostInPairsOnlyWhenBothEntryPointsExi
         behaviour["absent"].append("StopBoostAppFWAPI");
     }
     SetLibTakBehaviour(behaviour);
+    SetSystemFlag("android_on_orvix.support", true);
+    SetSystemFlag("dangbei_store.support", true);
     std::string marker = Root() + "/run/tak_update_app";
     std::ofstream(marker) << "";
     Start({"reset=none"});
     ASSERT_TRUE(WaitForLog("has key[reset] value[none]"));
-    ASSERT_EQ(::unlink(marker.c_str()), 0);
+    ASSERT_TRUE(std::filesystem::remove(marker));
     ASSERT_TRUE(WaitForLog("tak_update_app is deleted"));
     std::ofstream(marker) << "";
     ASSERT_TRUE(WaitForLog("tak_update_app is created"));
+    for (const char* ready : {"2", "3", "2"}) {
+        SetSetting("int", "memory/setting-sync/aot_svc_ready", ready);
+        ASSERT_TRUE(WaitForCall("libtak_common", "CreateAppFWBinderAPI"));
+    }
     EndProcess();
     std::string boosts,
         pair = "StartBoostOwnProcessAPI StartBoostAppFWAPI StopBoostOwnProcessAPI StopBoostAppFWAPI ";
-    for (const auto& method : MethodsOf("libtak_common")) {
+    Lines methods = MethodsOf("libtak_common");
+    for (const auto& method : methods) {
         boosts += method.find("Boost") != std::string::npos ? method + " " : "";
     }
     EXPECT_EQ(boosts, GetParam() ? pair + pair : "");
+    EXPECT_EQ(CallsOf("libtak_common", "CreateCommunicatorBinderAPI").size(), 1u);
+    EXPECT_EQ(CallsOf("libtak_common", "CreateAppFWBinderAPI").size(), 1u);
+    auto at = [&](const char* m) { return std::find(methods.begin(), methods.end(), m) - methods.begin(); };
+    EXPECT_LT(at("DestroyCommunicatorBinderAPI"), at("DestroyAppFWBinderAPI"));
+    EXPECT_LT(at("QXCurlSSLUnLock"), static_cast<long>(methods.size()));
 }
 
 INSTANTIATE_TEST_SUITE_P(WithAndWithoutPartners, TheUpdateMarker, ::testing::Bool(),
                          [](const auto& info) { return info.param ? "BothOfEachPair" : "AppFWPairMissing"; });
 
-// That the binders wait for the Android service is an apps reset's test; here they are made once only.
-TEST_F(ResetProcess, CreatesTheBindersOnceWhenTheAndroidServiceBecomesReady) {
-    SetSystemFlag("android_on_orvix.support", true);
-    SetSystemFlag("dangbei_store.support", true);
-    Start({"reset=none"});
-    for (const char* ready : {"2", "3", "2"}) {
-        Set({"settings", "set", "-t", "int", "memory/setting-sync/aot_svc_ready", ready});
-        ASSERT_TRUE(WaitForCall("libtak_common", "CreateAppFWBinderAPI"));
-    }
-    EndProcess();
-    EXPECT_EQ(CallsOf("libtak_common", "CreateCommunicatorBinderAPI").size(), 1u);
-    EXPECT_EQ(CallsOf("libtak_common", "CreateAppFWBinderAPI").size(), 1u);
-    Lines methods = MethodsOf("libtak_common");
-    auto at = [&](const char* m) { return std::find(methods.begin(), methods.end(), m) - methods.begin(); };
-    EXPECT_LT(at("DestroyCommunicatorBinderAPI"), at("DestroyAppFWBinderAPI"));
-}
-
-// No bus at all: every report fails, the process goes on.
+// No bus at all: every report fails, the process goes on. Without a task, "end" destroys the library
+// objects in order, and the terminate callback runs before the main loop returns.
 class ResetProcessWithoutBus : public ResetProcess {
 protected:
     bool StartsBus() const override { return false; }
 };
 
-// No bus at all: every report fails, the process goes on. Without a task, "end" destroys the library
-// objects in order, and the terminate callback runs before the main loop returns.
 TEST_F(ResetProcessWithoutBus, EndsCleanlyAndLogsEveryFailedReportAndStillExitsZero) {
-    RunResult run = RunReset({"reset=end"});
-    EXPECT_EQ(run.status, 0) << run.err;
+    // In the foreground with one request on its command line; a sanitizer build writes its reports (leaks
+    // at exit among them) to its log, which EndProcess checks.
+    auto run = [this](const std::vector<std::string>& extras) {
+        std::vector<std::string> argv = {TakResetPath()};
+        argv.insert(argv.end(), extras.begin(), extras.end());
+        return orvix::test::RunProgram(
+            argv, {{"DBUS_SYSTEM_BUS_ADDRESS", BusAddress()}, {"ORVIX_LOG_FILE", LogPath(AppName())}});
+    };
+    orvix::test::RunResult ran = run({"reset=end"});
+    EXPECT_EQ(ran.status, 0) << ran.err;
     EXPECT_EQ(MethodsOf("libtak_common"), (Lines{"QXCurlSSLLock", "CreateConnector", "CreateInstaller",
                                                  "DestroyInstaller", "DestroyConnector", "QXCurlSSLUnLock"}));
     EXPECT_EQ(CountInLog("process_result"), 0u);
-    std::string log = TakResetLog();
-    EXPECT_LT(log.find("**************Reset EXIT***********"), log.find("EXEC finish"));
+    EXPECT_LT(LogPosition("**************Reset EXIT***********"), LogPosition("EXEC finish"));
 
-    std::thread process([&] {
-        run = RunReset({"reset=biu_service_reset", "userdata=1", "obj=c", "method=m"});
-    });
+    std::thread process([&] { ran = run({"reset=biu_service_reset", "userdata=1", "obj=c", "method=m"}); });
     bool started = WaitForLog("m_CheckCondition");
-    RunResult ended = Launch({"reset=end"});
+    auto ended = Launch({"reset=end"});
     process.join();
     ASSERT_TRUE(started);
     EXPECT_EQ(ended.status, 0) << ended.err;
-    EXPECT_EQ(run.status, 0) << run.err;
+    EXPECT_EQ(ran.status, 0) << ran.err;
     EXPECT_EQ(
         CountInLog("MethodCall : ObjPath:[/org/orvix/tv/vardell/innerserver], MethodName:[process_result]"),
         1u);
@@ -197,4 +176,5 @@ TEST_F(ResetProcessWithoutBus, EndsCleanlyAndLogsEveryFailedReportAndStillExitsZ
     EXPECT_GE(CountInLog("get sync system bus error "), 2u);
     EXPECT_GE(CountInLog("Connection is NULL."), 1u);
     EXPECT_EQ(CountInLog("EXEC finish"), 2u);
+    EXPECT_EQ(CountInLog("Sanitizer") + CountInLog("runtime error:"), 0u);
 }

@@ -48,8 +48,7 @@ struct RunResult {
 
 // Polls `condition` every few milliseconds until it holds or `timeout` passes; the last answer.
 inline bool WaitUntil(const std::function<bool()>& condition, std::chrono::milliseconds timeout = 20s) {
-    auto deadline = std::chrono::steady_clock::now() + timeout;
-    while (!condition()) {
+    for (auto deadline = std::chrono::steady_clock::now() + timeout; !condition();) {
         if (std::chrono::steady_clock::now() >= deadline) {
             return condition();
         }
@@ -71,22 +70,20 @@ inline RunResult RunProgram(const std::vector<std::string>& argv,
         envp = g_environ_setenv(envp, key.c_str(), value.c_str(), TRUE);
     }
     RunResult result;
-    g_autofree gchar* out = nullptr;
-    g_autofree gchar* err = nullptr;
     gint waitStatus = 0;
     g_autoptr(GError) error = nullptr;
     // A loaded machine running sanitizer builds may refuse a fork for a moment; that is not the test's fault.
     for (int attempt = 0; attempt < 5; ++attempt, std::this_thread::sleep_for(100ms)) {
         g_clear_error(&error);
+        g_autofree gchar* out = nullptr;
+        g_autofree gchar* err = nullptr;
         if (g_spawn_sync(nullptr, args.data(), envp, G_SPAWN_DEFAULT, nullptr, nullptr, &out, &err,
                          &waitStatus, &error)) {
             result.status = WIFEXITED(waitStatus) ? WEXITSTATUS(waitStatus) : -1;
-            result.out = out != nullptr ? out : "";
-            result.err = err != nullptr ? err : "";
-            if (WIFSIGNALED(waitStatus)) {
-                result.err +=
-                    "\n" + argv.front() + " was ended by signal " + std::to_string(WTERMSIG(waitStatus));
-            }
+            result.out = out;
+            result.err =
+                std::string(err) +
+                (WIFSIGNALED(waitStatus) ? "\nended by signal " + std::to_string(WTERMSIG(waitStatus)) : "");
             return result;
         }
         if (!g_error_matches(error, G_SPAWN_ERROR, G_SPAWN_ERROR_FORK) &&
@@ -122,52 +119,46 @@ protected:
         orvix::host::SetRoot(m_root);
         std::vector<std::string> init = InitArguments();
         init.insert(init.begin(), "init");
-        RunResult initialised = Host(init);
-        ASSERT_EQ(initialised.status, 0) << "orvix-host init failed: " << initialised.err;
-        if (StartsBus()) {
-            RunResult up = Host({"up"});
-            ASSERT_EQ(up.status, 0) << "orvix-host up failed: " << up.err;
-        }
+        RunResult made = Host(init);
+        ASSERT_EQ(made.status, 0) << "orvix-host init failed: " << made.err;
+        made = StartsBus() ? Host({"up"}) : made;
+        ASSERT_EQ(made.status, 0) << "orvix-host up failed: " << made.err;
     }
 
+    // Prints the logs when the test failed, and checks that `orvix-host down` leaves no process of the root
+    // behind.
     void TearDown() override {
         if (m_root.empty()) {
             return;
         }
         ExpectNoCriticalsLogged();
-        if (HasFailure()) {
-            for (const std::string& path :
-                 {LogPath(AppName()), orvix::host::CallsFile(), LogPath("innerserver")}) {
-                PrintTail(path);
-            }
+        for (const std::string& path :
+             {LogPath(AppName()), orvix::host::CallsFile(), LogPath("innerserver")}) {
+            std::string text = HasFailure() ? ReadWholeFile(path) : "";
+            fprintf(stderr, "%s", text.empty() ? "" : ("----- " + path + " -----\n" + text + "\n").c_str());
         }
-        std::vector<orvix::host::ProcessId> processes = KitProcesses();
+        std::vector<orvix::host::ProcessId> processes = RunningFrom("");
         RunResult down = Host({"down"});
         EXPECT_EQ(down.status, 0) << "orvix-host down failed: " << down.err;
         for (const auto& process : processes) {
-            EXPECT_FALSE(orvix::host::IsRunning(process))
-                << "process " << process.pid << " outlived orvix-host down";
+            EXPECT_FALSE(orvix::host::IsRunning(process)) << process.pid << " outlived orvix-host down";
         }
         if (getenv("ORVIX_KEEP_ROOT") == nullptr) {
             RunProgram({"/bin/rm", "-rf", m_root});
-        } else {
-            fprintf(stderr, "root kept at %s\n", m_root.c_str());
         }
     }
 
     const std::string& Root() const { return m_root; }
 
-    // Fails the test for every GLib critical that a process of the root (tak-reset, a stand-in, a client)
-    // wrote to its log under <root>/var/log: GLib only prints a critical and goes on, so without this a
-    // broken call would pass unseen. TearDown calls it.
+    // Fails the test for every GLib critical a process of the root wrote to its log (GLib only prints one
+    // and goes on, so a broken call would pass unseen). TearDown calls it.
     void ExpectNoCriticalsLogged() const {
         std::error_code error;
         for (const auto& entry : std::filesystem::directory_iterator(m_root + "/var/log", error)) {
-            std::istringstream text(entry.path().extension() == ".log" ? ReadWholeFile(entry.path()) : "");
-            for (std::string line; std::getline(text, line);) {
-                EXPECT_EQ(line.find("CRITICAL **"), std::string::npos)
-                    << entry.path().filename() << " holds a GLib critical: " << line;
-            }
+            std::string text = entry.path().extension() == ".log" ? ReadWholeFile(entry.path()) : "";
+            size_t at = text.find("CRITICAL **");
+            EXPECT_EQ(at, std::string::npos)
+                << entry.path() << ": " << text.substr(std::min(at, text.size()), 300);
         }
     }
 
@@ -191,14 +182,13 @@ protected:
 
     // A private connection to the root's bus (the caller unrefs it); fails the test when there is none.
     GDBusConnection* ConnectToBus() const {
-        GError* error = nullptr;
+        g_autoptr(GError) error = nullptr;
         GDBusConnection* connection = g_dbus_connection_new_for_address_sync(
             BusAddress().c_str(),
             static_cast<GDBusConnectionFlags>(G_DBUS_CONNECTION_FLAGS_AUTHENTICATION_CLIENT |
                                               G_DBUS_CONNECTION_FLAGS_MESSAGE_BUS_CONNECTION),
             nullptr, nullptr, &error);
         EXPECT_NE(connection, nullptr) << (error != nullptr ? error->message : "");
-        g_clear_error(&error);
         return connection;
     }
 
@@ -252,9 +242,7 @@ protected:
     // Whether an instance of the app runs: its own pid file names a live one, or `launch` started one that
     // has not gone yet. The app removes its pid file before its last log lines, so the file alone would call
     // an app that is still finishing gone.
-    bool AppRunning() const {
-        return !RunningFrom({orvix::host::LaunchPidPath(AppName())}, "app." + AppName() + ".").empty();
-    }
+    bool AppRunning() const { return !RunningFrom("app." + AppName() + ".").empty(); }
 
     // Waits until the app has left (after "reset=end", say).
     bool WaitForAppExit(std::chrono::milliseconds timeout = 30s) const {
@@ -275,10 +263,10 @@ protected:
     }
 
 private:
-    // The live processes that `files` and the pid files under <root>/run/pids whose names start with
-    // `prefix` name.
-    std::vector<orvix::host::ProcessId> RunningFrom(std::vector<std::string> files,
-                                                    const std::string& prefix) const {
+    // The live processes that the launch pid file and the pid files under <root>/run/pids whose names start
+    // with `prefix` name.
+    std::vector<orvix::host::ProcessId> RunningFrom(const std::string& prefix) const {
+        std::vector<std::string> files = {orvix::host::LaunchPidPath(AppName())};
         std::error_code error;
         for (const auto& entry : std::filesystem::directory_iterator(m_root + "/run/pids", error)) {
             if (entry.path().filename().string().rfind(prefix, 0) == 0) {
@@ -293,18 +281,6 @@ private:
             }
         }
         return running;
-    }
-    std::vector<orvix::host::ProcessId> KitProcesses() const {
-        return RunningFrom({orvix::host::LaunchPidPath(AppName())}, "");
-    }
-
-    static void PrintTail(const std::string& path) {
-        std::string text = ReadWholeFile(path);
-        const size_t kLimit = 64 * 1024;
-        if (text.size() > kLimit) {
-            text = "[...]\n" + text.substr(text.size() - kLimit);
-        }
-        fprintf(stderr, "----- %s -----\n%s\n", path.c_str(), text.c_str());
     }
 
     std::string m_root;

@@ -35,13 +35,10 @@ inline std::vector<LogLine> PlatformLogLines(const std::string& log) {
 // The value the main thread logged for one key of a launch request ("has key[KEY] value[VALUE]"), or
 // false when the line is not that.
 inline bool RequestValue(const LogLine& line, const std::string& key, std::string& value) {
-    if (line.pid != line.tid) {
-        return false;  // only the main thread reads requests
-    }
     const std::string marker = "has key[" + key + "] value[";
     size_t at = line.text.find(marker);
-    if (at == std::string::npos) {
-        return false;
+    if (line.pid != line.tid || at == std::string::npos) {
+        return false;  // only the main thread reads requests
     }
     at += marker.size();
     value = line.text.substr(at, line.text.rfind(']') - at);

@@ -1,16 +1,12 @@
 // PtyProgram: a program run on a pseudo-terminal, the way a person at a terminal runs it, so that a test
 // sees what the program draws there (bars redrawn in place, colours kept for a terminal).
 //
-// The program starts in the constructor (forkpty: a session of its own with the terminal as standard
-// input, output and error) and is ended with SIGTERM, then SIGKILL, by Stop() or the destructor. What it
-// writes is read only while a test waits for it (WaitForOutput); waiting is bounded.
-//
-// Screen() renders the raw output as the terminal shows it: a carriage return goes back to the start of
-// the line, "ESC [ K" clears the rest of the line, a line feed starts a new one; other escapes are
-// dropped.
+// The program starts in the constructor (forkpty) and is ended with SIGTERM, then SIGKILL, by Stop() or
+// the destructor. What it writes is read only while a test waits for it or for the end; waiting is bounded.
+// Screen() renders the output as the terminal shows it: a carriage return goes back to the start of the
+// line, "ESC [ K" clears the rest of the line, a line feed starts a new one; other escapes are dropped.
 #pragma once
 
-#include <fcntl.h>
 #include <glib.h>
 #include <poll.h>
 #include <pty.h>
@@ -18,44 +14,34 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <chrono>
 #include <functional>
 #include <string>
-#include <utility>
 #include <vector>
 
 namespace orvix::test {
 
 class PtyProgram {
 public:
-    PtyProgram(const std::vector<std::string>& argv,
-               const std::vector<std::pair<std::string, std::string>>& environment = {}) {
+    // Runs with this process's environment.
+    explicit PtyProgram(const std::vector<std::string>& argv) {
         // Everything the child needs is made before the fork: only exec and _exit run after it.
         std::vector<char*> argp;
         for (const auto& arg : argv) {
             argp.push_back(const_cast<char*>(arg.c_str()));
         }
         argp.push_back(nullptr);
-        g_auto(GStrv) envp = g_get_environ();
-        for (const auto& [key, value] : environment) {
-            envp = g_environ_setenv(envp, key.c_str(), value.c_str(), TRUE);
-        }
         struct winsize size = {40, 160, 0, 0};
         m_pid = forkpty(&m_master, nullptr, nullptr, &size);
         if (m_pid == 0) {
-            execve(argp[0], argp.data(), envp);
+            execv(argp[0], argp.data());
             _exit(127);
         }
-        if (m_master >= 0) {
-            fcntl(m_master, F_SETFL, fcntl(m_master, F_GETFL) | O_NONBLOCK);
-        }
     }
-
     ~PtyProgram() {
         Stop();
-        if (m_master >= 0) {
-            close(m_master);
-        }
+        close(m_master);
     }
     PtyProgram(const PtyProgram&) = delete;
     PtyProgram& operator=(const PtyProgram&) = delete;
@@ -63,38 +49,21 @@ public:
     pid_t Pid() const { return m_pid; }
     const std::string& Output() const { return m_output; }
 
-    // Reads what the program writes until `condition(Output())` holds, the terminal closes or `timeout`
-    // passes; the condition's last answer.
-    bool WaitForOutput(const std::function<bool(const std::string&)>& condition,
-                       std::chrono::milliseconds timeout = std::chrono::seconds(20)) {
-        auto deadline = std::chrono::steady_clock::now() + timeout;
-        while (!condition(m_output) && std::chrono::steady_clock::now() < deadline && Read(20)) {
+    // Reads until `condition(Output())` holds, the terminal closes or 20 s pass; the condition's last answer.
+    bool WaitForOutput(const std::function<bool(const std::string&)>& condition) {
+        auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
+        while (!condition(m_output) && std::chrono::steady_clock::now() < deadline && Read(20) >= 0) {
         }
         return condition(m_output);
     }
-    bool WaitForText(const std::string& text) {
-        return WaitForOutput([&text](const std::string& out) { return out.find(text) != std::string::npos; });
-    }
 
-    // Waits for the program to end by itself; its exit status, or -1 (it was then killed).
-    int Wait(std::chrono::milliseconds timeout = std::chrono::seconds(20)) {
-        auto deadline = std::chrono::steady_clock::now() + timeout;
-        while (!Reaped() && std::chrono::steady_clock::now() < deadline) {
-            Pump();
-        }
-        return Stop();
-    }
-
-    // SIGTERM, and SIGKILL when it is still there after five seconds; the exit status, or -1 when it
-    // did not exit by itself.
-    int Stop() {
-        if (m_pid > 0) {
-            kill(m_pid, SIGTERM);
-        }
-        for (auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(5); !Reaped(); Pump()) {
-            if (std::chrono::steady_clock::now() >= deadline) {
-                kill(m_pid, SIGKILL);
-                deadline = std::chrono::steady_clock::time_point::max();
+    // Gives the program `grace` to end by itself, then sends SIGTERM, and SIGKILL five seconds later; its
+    // exit status, or -1 when it did not exit by itself.
+    int Stop(std::chrono::milliseconds grace = std::chrono::milliseconds(0)) {
+        auto term = std::chrono::steady_clock::now() + grace;
+        for (int sent = 0; !Reaped();) {
+            if (sent < 2 && std::chrono::steady_clock::now() >= term + std::chrono::seconds(5 * sent)) {
+                kill(m_pid, sent++ == 0 ? SIGTERM : SIGKILL);
             }
         }
         return m_status;
@@ -109,63 +78,51 @@ public:
             std::string& line = lines.back();
             if (c == '\r' || c == '\n') {
                 column = 0;
-                if (c == '\n') {
-                    lines.emplace_back();
-                }
+                lines.resize(lines.size() + (c == '\n'));
             } else if (c == '\x1b') {
-                if (i + 1 < m_output.size() && m_output[i + 1] == '[') {
-                    for (i += 2; i < m_output.size() && !g_ascii_isalpha(m_output[i]); ++i) {
-                    }
-                    if (i < m_output.size() && m_output[i] == 'K' && column < line.size()) {
-                        line.resize(column);
-                    }
+                for (i += 2; i < m_output.size() && !g_ascii_isalpha(m_output[i]); ++i) {
                 }
-            } else if (column < line.size()) {
-                line[column++] = c;
+                if (i < m_output.size() && m_output[i] == 'K' && column < line.size()) {
+                    line.resize(column);
+                }
             } else {
-                line.push_back(c);
-                ++column;
+                line.resize(std::max(line.size(), column + 1));
+                line[column++] = c;
             }
         }
         return lines;
     }
-
-    // The line the cursor is on.
     std::string CurrentLine() const { return Screen().back(); }
 
 private:
-    // Reads what is there, waiting up to `ms` for something; false once the terminal is closed (EIO: every
-    // process holding it is gone).
-    bool Read(int ms) {
+    // Reads what is there, waiting up to `ms` for something: how much, or -1 once the terminal is closed
+    // (every process holding it is gone; then it only lets the time pass).
+    ssize_t Read(int ms) {
         struct pollfd pfd = {m_master, POLLIN, 0};
-        if (m_master < 0 || poll(&pfd, 1, ms) <= 0) {
-            return m_master >= 0;
+        if (poll(&pfd, 1, ms) <= 0) {
+            return 0;
         }
         char buffer[4096];
         ssize_t n = read(m_master, buffer, sizeof(buffer));
-        if (n > 0) {
-            m_output.append(buffer, static_cast<size_t>(n));
+        m_output.append(buffer, n > 0 ? n : 0);
+        if (n <= 0) {
+            g_usleep(ms * 1000);
         }
-        return n > 0 || (n < 0 && (errno == EAGAIN || errno == EINTR));
-    }
-    // Reads for a few milliseconds; once the terminal is closed, only lets them pass.
-    void Pump() {
-        if (!Read(10)) {
-            g_usleep(10000);
-        }
+        return n > 0 ? n : -1;
     }
 
+    // Whether the program has ended (then what it wrote last is read too); else reads for a moment.
     bool Reaped() {
         int status = 0;
-        if (m_pid <= 0 || waitpid(m_pid, &status, WNOHANG) != m_pid) {
-            return m_pid <= 0;
+        if (m_pid > 0 && waitpid(m_pid, &status, WNOHANG) != m_pid) {
+            Read(10);
+            return false;
         }
-        m_status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-        m_pid = 0;
-        // What the program wrote before it ended is still in the terminal.
-        for (size_t before = std::string::npos; before != m_output.size();) {
-            before = m_output.size();
-            Read(0);
+        if (m_pid > 0) {
+            m_status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+            m_pid = 0;
+            while (Read(0) > 0) {
+            }
         }
         return true;
     }

@@ -5,9 +5,7 @@
 
 namespace orvix::test {
 
-namespace {
-std::string g_LogPath;
-}
+static std::string g_LogPath;
 
 void SetPlatformLogPath(const std::string& path) {
     g_LogPath = path;
@@ -19,8 +17,8 @@ std::string ReadWholeFile(const std::string& path) {
 }
 
 size_t Count(const std::string& text, const std::string& what) {
-    size_t count = 0;
-    for (size_t at = text.find(what); at != std::string::npos; at = text.find(what, at + what.size())) {
+    size_t count = 0, at = 0;
+    for (; (at = text.find(what, at)) != std::string::npos; at += what.size()) {
         ++count;
     }
     return count;
