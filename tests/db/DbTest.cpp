@@ -237,8 +237,8 @@ TEST_F(ConnectionTest, DamagedFileIsReplacedByTheBackupWhenThereIsOne) {
     EXPECT_EQ(ReadConfigRows(BackupDBPath()), expected);  // the new keys were backed up
     EXPECT_TRUE(orvix::test::WaitUntil([&] {
         std::string events = ReadWholeFile(kpi);
-        return events.find("DB table check failed") != std::string::npos &&
-               events.find("type=6") != std::string::npos;
+        return events.find("\"EV019\"") != std::string::npos &&
+               events.find("{type=6;info=DB table check failed}") != std::string::npos;
     })) << ReadWholeFile(kpi);
     // Without a backup nothing can be restored, and nothing is created.
     CTAKDBConnection::ResetInstanceForTest();
