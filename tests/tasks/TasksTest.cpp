@@ -10,17 +10,14 @@
 #include <condition_variable>
 #include <future>
 #include <list>
-#include <regex>
 
 #include "TAKSingleton.h"
 #include "TAKSync.h"
 #include "TAKTaskBase.h"
 #include "TAKTimer.h"
-#include "TestLog.h"
 
 namespace {
 
-using orvix::test::LogMark;
 // Upper bound of every wait; generous so that a loaded two-core machine under a sanitizer passes.
 constexpr std::chrono::milliseconds kBound{30000};
 
@@ -58,26 +55,19 @@ struct BoundedThread {
         : m_Done(std::async(std::launch::async, std::move(fn))) {}
     ~BoundedThread() { Join("thread"); }
     void Join(const char* what) {
-        if (m_Done.valid() && m_Done.wait_for(kBound) != std::future_status::ready) {
+        if (!m_Done.valid())
+            return;
+        if (m_Done.wait_for(kBound) != std::future_status::ready) {
             fprintf(stderr, "FATAL: %s did not return within %lld ms\n", what, (long long)kBound.count());
             abort();
         }
-        if (m_Done.valid()) {
-            m_Done.get();
-        }
+        m_Done.get();
     }
 };
 
 // Runs fn on a thread of its own; the program stops if it does not return within the bound.
 inline void MustReturn(const char* what, std::function<void()> fn) {
     BoundedThread(std::move(fn)).Join(what);
-}
-
-// An error (red) line written after `mark` in `func`. The task framework logs under the task base's name.
-inline bool HasError(const LogMark& mark, const std::string& func, const std::string& text) {
-    const std::string quoted = std::regex_replace(text, std::regex(R"([()])"), R"(\$&)");
-    return std::regex_search(mark.Text(), std::regex("\033\\[31m[^\n]*/TAKTaskBase: " + func +
-                                                     "\\([^\n]*\\) > " + quoted + "\033\\[0m"));
 }
 
 // Every test event uses this number; the data word tells the events apart.
@@ -255,19 +245,14 @@ TEST(ATask, HandlesEverythingQueuedInOneIdleDispatch) {
     EXPECT_EQ(handledAfterProbe, 0) << "events came in later loop iterations";
 }
 
-// Misuse is logged and harmless; events sent while the task is not created are dropped for good. When
+// Misuse is harmless; events sent while the task is not created are dropped for good. When
 // t_Create() fails the thread ends without a loop or t_Destroy(), and the next life starts clean.
 TEST(ATask, SurvivesMisuseAndAFailedTCreateAndItsDestroyWaitsForTDestroy) {
     TestTask task;
-    LogMark before;
     task.Destroy(), task.Post(1);
     MustReturn("a synchronous send to a task not created", [&] { task.Post(2, true); });
     PTEvent orphan{kTestEvent, nullptr, nullptr, 0, 0};
     MustReturn("a synchronous send without receiver", [&] { CTAKTaskBase::Send(&orphan, true); });
-    EXPECT_TRUE(HasError(before, "Destroy", "FlagCreate() return false") &&
-                HasError(before, "Send", "receiver is not created") &&
-                HasError(before, "Send", "receiver is NULL"))
-        << before.Text();
 
     Signal releaseCreate;
     task.onCreate = [&] { return !releaseCreate.Wait(); };
@@ -277,9 +262,7 @@ TEST(ATask, SurvivesMisuseAndAFailedTCreateAndItsDestroyWaitsForTDestroy) {
     MustReturn("Destroy() after t_Create() failed", [&] { task.Destroy(); });
     task.onCreate = nullptr;
     ASSERT_TRUE(!task.IsCreated() && task.Create());
-    LogMark created;
     EXPECT_FALSE(task.Create());
-    EXPECT_TRUE(HasError(created, "Create", "FlagCreate() return true")) << created.Text();
     task.Post(4, true);
     EXPECT_EQ(task.handled.Values(), (std::vector<long>{4})) << "a dropped event came back";
 
@@ -298,8 +281,8 @@ TEST(ATask, SurvivesMisuseAndAFailedTCreateAndItsDestroyWaitsForTDestroy) {
 }
 
 // The task gives the first sync and waits for a give on the second: then it frees the array (a leak
-// or a double free shows under the sanitizers); without that give it logs and leaves the array, still
-// created, to the sender.
+// or a double free shows under the sanitizers); without that give it leaves the array, still created,
+// to the sender.
 TEST(Rendezvous, FreesTheArrayOnlyWhenTheSecondSyncIsGiven) {
     for (bool secondGiven : {true, false}) {
         SCOPED_TRACE(secondGiven);
@@ -307,14 +290,12 @@ TEST(Rendezvous, FreesTheArrayOnlyWhenTheSecondSyncIsGiven) {
         ASSERT_TRUE(task.Create());
         CTAKSync* syncs = new CTAKSync[2];
         ASSERT_TRUE(syncs[0].Create() && syncs[1].Create());
-        LogMark mark;
         task.Post(reinterpret_cast<long>(syncs), false, CTAKTaskBase::EVENT_RENDEZVOUS);
         ASSERT_TRUE(syncs[0].SyncTry(kBound.count()));
         if (secondGiven) {
             syncs[1].Give();  // from here on the array belongs to the task
         }
         task.ExitAndDestroy();
-        EXPECT_EQ(HasError(mark, "t_OnEvent", "ret return false"), !secondGiven) << mark.Text();
         if (!secondGiven) {
             EXPECT_TRUE(syncs[0].IsCreated() && syncs[1].IsCreated());
             syncs[0].Destroy(), syncs[1].Destroy();
