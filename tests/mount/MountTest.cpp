@@ -35,7 +35,6 @@ protected:
                      mount("probe", scratch.c_str(), "tmpfs", 0, "") == 0 &&
                      umount2(scratch.c_str(), MNT_DETACH) == 0 && control >= 0;
         close(control);
-        rmdir(scratch.c_str());
         char pattern[] = "/tmp/tak-mount-outside-XXXXXX";
         ASSERT_NE(mkdtemp(pattern), nullptr);
         m_outside = pattern;
@@ -43,9 +42,9 @@ protected:
     void TearDown() override {
         ExpectNothingLeft();
         for (const std::string& dir : {Root(), m_outside}) {  // deepest first, so the roots can go
-            std::vector<std::string> left = MountsAt(dir);
-            for (auto it = left.rbegin(); it != left.rend(); ++it)
-                umount2(it->c_str(), MNT_DETACH);
+            for (const std::string& point : MountsAt(dir)) {
+                umount2(point.c_str(), MNT_DETACH);
+            }
         }
         fs::remove_all(m_outside);
         HostFixture::TearDown();
@@ -54,8 +53,9 @@ protected:
         std::vector<std::string> points;
         FILE* table = setmntent("/proc/self/mounts", "r");
         for (struct mntent* m; table != nullptr && (m = getmntent(table)) != nullptr;) {
-            if (m->mnt_dir == dir || std::string(m->mnt_dir).rfind(dir + "/", 0) == 0)
-                points.push_back(m->mnt_dir);
+            if (m->mnt_dir == dir || std::string(m->mnt_dir).rfind(dir + "/", 0) == 0) {
+                points.insert(points.begin(), m->mnt_dir);  // the latest, the deepest, first
+            }
         }
         endmntent(table);
         return points;

@@ -1,5 +1,5 @@
 // The task framework: CTAKTaskBase (posting order, the pending queue before t_Create(), synchronous
-// sends, EVENT_EXIT, EVENT_RENDEZVOUS, the task's life cycle and the log lines of its failures), CTAKTimer
+// sends, EVENT_EXIT, EVENT_RENDEZVOUS, the task's life cycle and its misuse), CTAKTimer
 // (the main-loop wrapper under it is met through the timer and the task base), CTAKSync (the counting
 // semaphore behind synchronous sends, thread start and thread end) and CTAKSingleton. Nothing here
 // sleeps: every wait is bounded.
@@ -55,8 +55,9 @@ struct BoundedThread {
         : m_Done(std::async(std::launch::async, std::move(fn))) {}
     ~BoundedThread() { Join("thread"); }
     void Join(const char* what) {
-        if (!m_Done.valid())
+        if (!m_Done.valid()) {
             return;
+        }
         if (m_Done.wait_for(kBound) != std::future_status::ready) {
             fprintf(stderr, "FATAL: %s did not return within %lld ms\n", what, (long long)kBound.count());
             abort();
