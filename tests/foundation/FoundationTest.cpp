@@ -145,7 +145,7 @@ TEST_F(FileDirTest, RemoveAllFilesFlagsAndLinks) {
     EXPECT_TRUE(TAKFile::IsFile(inside_ + "/a.txt"));
 }
 
-TEST(TAKStringTest, NumbersFromText) {
+TEST(TAKStringTest, NumbersFromTextAndUcs2ToUtf8) {
     // Decimal texts with blanks around; anything else, and what does not fit, reads as 0.
     for (const char* text : {"2147483648", "", "12abc", "- 5"}) {
         EXPECT_EQ(TAKString::Integer(text), 0) << "text [" << text << "]";
@@ -155,6 +155,12 @@ TEST(TAKStringTest, NumbersFromText) {
               std::vector<int>({-17, 12, INT_MAX, INT_MIN}));
     EXPECT_EQ(TAKString::UlInteger("18446744073709551615"), ULONG_MAX);
     EXPECT_TRUE(TAKString::UlInteger("18446744073709551616") == 0 && TAKString::UlInteger("-1") == 0);
+    // UCS-2 at each place where the UTF-8 length changes and at both ends of the surrogate ranges; a lone
+    // surrogate becomes U+FFFD.
+    EXPECT_EQ(TAKString::Ucs2ToUtf8(std::u16string{0x7F, 0x80, 0x7FF, 0x800, 0xFFFF, 0xD800, 0xDC00, 0xDBFF,
+                                                   0xDFFF, 0xDC00, 0xD800}),
+              "\x7F\xC2\x80\xDF\xBF\xE0\xA0\x80\xEF\xBF\xBF\xF0\x90\x80\x80\xF4\x8F\xBF\xBF\xEF\xBF\xBD\xEF"
+              "\xBF\xBD");
     EXPECT_TRUE(!TAKString::Diff("ok", "ok") && !TAKString::Diff(nullptr, nullptr) &&
                 TAKString::Diff("ok", "OK") && TAKString::Diff(nullptr, "ok") &&
                 TAKString::Diff("", nullptr));
