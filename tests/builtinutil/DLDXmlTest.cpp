@@ -14,7 +14,6 @@
 
 namespace {
 
-using orvix::test::LogMark;
 using orvix::test::ReadWholeFile;
 
 const char kHead[] = "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<list>\n";
@@ -117,9 +116,7 @@ TEST_F(DLDXmlTest, ReplacesALongerFileAndFailsOnlyWhenItCannotOpenIt) {
     ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
     std::map<std::string, OPENAPI_APP_DLD_INFO> apps = {{"k", Record("a")}};
     for (const std::string& path : {dir_ + "/missing/apps.xml", dir_, std::string(), fifo}) {
-        LogMark mark;
         EXPECT_FALSE(CTAKUtil::WriteAppsDLDXml(path, apps)) << path;
-        EXPECT_TRUE(mark.Contains("failed to open xml file")) << mark.Text();
     }
     unlink(fifo.c_str());
 }

@@ -191,17 +191,11 @@ TEST_P(ThePlanAndTheAppsReset, AgreeAppByAppAndDirectoryByDirectory) {
     ASSERT_FALSE(HasFailure());
     auto planned = PlannedPaths(plan);
     Lines uninstall = Actions(plan, "uninstall");
-    for (const Json::Value& app : plan["apps"]) {
-        auto drawn = std::find_if(apps.begin(), apps.end(),
-                                  [&](const auto& a) { return a.id == app["appId"].asString(); });
-        EXPECT_TRUE(drawn != apps.end() && app["front"].asBool() == drawn->front) << app["appId"];
-    }
     EXPECT_EQ(uninstall.size() + Actions(plan, "keep").size(), corvane && !android ? 0u : apps.size());
 
     const std::string result = plan["result"]["name"].asString();
     RunToEnd({"reset=" + reset, "userdata=" + std::to_string(seed)}, result);
     EXPECT_EQ(Requested(), uninstall);
-    EXPECT_EQ(Results(result).size(), 1u);
     EXPECT_EQ(plan["result"]["when"].asString(), "end");
     for (const auto& [path, step] : planned) {
         const auto& [action, before] = step;
@@ -209,7 +203,6 @@ TEST_P(ThePlanAndTheAppsReset, AgreeAppByAppAndDirectoryByDirectory) {
         // An absent directory stays absent; one that was there stays, empty. Whatever else is removed.
         EXPECT_TRUE(action == "empty" ? exists == std::get<0>(before) && files + bytes == 0 : !exists)
             << action << " " << path;
-        EXPECT_TRUE(action != "empty" || !exists || IsEmptyDir(path)) << path;
         untouched.erase(path.substr(0, path.find_last_not_of('/') + 1));
     }
     // What the plan leaves out, the reset leaves alone.

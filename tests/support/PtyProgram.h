@@ -57,10 +57,9 @@ public:
         return condition(m_output);
     }
 
-    // Gives the program `grace` to end by itself, then sends SIGTERM, and SIGKILL five seconds later; its
-    // exit status, or -1 when it did not exit by itself.
-    int Stop(std::chrono::milliseconds grace = std::chrono::milliseconds(0)) {
-        auto term = std::chrono::steady_clock::now() + grace;
+    // Sends SIGTERM, and SIGKILL five seconds later; the exit status, or -1 when it did not exit by itself.
+    int Stop() {
+        auto term = std::chrono::steady_clock::now();
         for (int sent = 0; !Reaped();) {
             if (sent < 2 && std::chrono::steady_clock::now() >= term + std::chrono::seconds(5 * sent)) {
                 kill(m_pid, sent++ == 0 ? SIGTERM : SIGKILL);
