@@ -191,6 +191,12 @@ TEST_P(ThePlanAndTheAppsReset, AgreeAppByAppAndDirectoryByDirectory) {
     ASSERT_FALSE(HasFailure());
     auto planned = PlannedPaths(plan);
     Lines uninstall = Actions(plan, "uninstall");
+    // Only the plan shows which apps are placed in front: no reset test sees that flag.
+    for (const Json::Value& app : plan["apps"]) {
+        auto drawn = std::find_if(apps.begin(), apps.end(),
+                                  [&](const auto& a) { return a.id == app["appId"].asString(); });
+        EXPECT_TRUE(drawn != apps.end() && app["front"].asBool() == drawn->front) << app["appId"];
+    }
     EXPECT_EQ(uninstall.size() + Actions(plan, "keep").size(), corvane && !android ? 0u : apps.size());
 
     const std::string result = plan["result"]["name"].asString();
