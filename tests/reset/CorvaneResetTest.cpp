@@ -1,5 +1,5 @@
 // Home-screen (Corvane) reset on both kinds of board, and the apps reset on a board that runs Android
-// apps (the binder wait, the Dangbei data, the general apps, the end event after a Corvane reset).
+// apps (the binder wait, the Dangbei data, the general apps).
 #include <algorithm>
 
 #include "ResetFixture.h"
@@ -115,22 +115,4 @@ TEST_F(AnAppsResetOnAnAndroidBoard, UninstallsGeneralAppsWhenNotRightAfterAFacto
     SetSetting("int", "db/tak/factory_reset", "2");
     RunToEnd({"reset=tak_app_reset"}, "tak_app_reset_result");
     EXPECT_EQ(Requested(), (Lines{"general", "plain"}));
-}
-
-// The Corvane reset has nothing to uninstall and goes straight to its clean-up; the apps reset after it
-// ends with that clean-up too.
-TEST_F(AnAppsResetOnAnAndroidBoard, AfterACorvaneResetEndsWithTheCorvaneCleanUp) {
-    SetSystemFlag(kAndroidApps, true);
-    Start({"reset=corvane_reset"});
-    ASSERT_TRUE(WaitForResult("corvane_reset_result"));
-    EXPECT_TRUE(Requested().empty());
-    AddApps({{"later"}});
-    Start({"reset=tak_app_reset", "userdata=8"});
-    ASSERT_TRUE(WaitForResult("corvane_reset_result", 2));
-    EndProcess();
-    EXPECT_EQ(Requested(), Lines{"later"});
-    EXPECT_EQ(CountInLog("event type: 202!"), 2u);
-    EXPECT_EQ(CountInLog("event type: 101!"), 0u);
-    // The Corvane flag stays set for the process's life, so not even the fallback answers the app reset.
-    EXPECT_TRUE(Results("tak_app_reset_result").empty());
 }
