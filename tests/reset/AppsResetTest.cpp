@@ -250,7 +250,6 @@ TEST_F(AnAppsReset, StoppedWhileUninstallsAreOutstandingSendsTheFallbackResultOn
     size_t late = LogPosition("answered a request of a stopped reset, callback ignored");
     ASSERT_NE(late, std::string::npos);
     EXPECT_LT(LogPosition("CReset task exit!"), late) << "no callback arrived after the task had exited";
-    EXPECT_EQ(CountInLog("uninstall callback appid slow"), 0u);
 }
 
 // An app whose request cannot be made ends at once, as a failed uninstall would: nothing is left to wait
