@@ -296,8 +296,7 @@ protected:
     void Model(size_t index, const Step& step) {
         ResetRun run;
         run.kind = step.kind;
-        int silent = 0;
-        int lies = 0;
+        int silent = 0, lies = 0;
         for (const App& app : m_scenario.apps) {
             auto answer = m_answers.find(app.id);
             if (!Scenario::Kept(app) && answer != m_answers.end()) {
@@ -369,8 +368,7 @@ protected:
                 case Step::RestartDaemon:
                     m_daemonRestarted = true;
                     Kill(InnerServer());
-                    FailIf(Host({"up"}).status != 0,
-                           "[kit] orvix-host up failed after the daemon was killed");
+                    FailIf(Host({"up"}).status != 0, "[kit] orvix-host up failed");
                     break;
                 case Step::End:
                     for (int current : {m_currentReset, m_currentBuiltIn}) {
