@@ -89,7 +89,6 @@ TEST_F(ResetProcess, ASecondRequestOfTheSameKindStopsTheFirstTaskAndWaitsForIt) 
               (Lines{R"(["biu_service_reset_result",1,"-42",""])", R"(["biu_app_reset_result",1,"0",""])"}));
     EXPECT_EQ(CallsOf("innerserver", "process_result").at(0)["signature"].asString(), "siss");
     EXPECT_TRUE(MethodsOf("libtak_common").empty());
-    EXPECT_EQ(CountInLog("open library end, handler 0"), 1u);
     // The progress report cannot be addressed and fails with its log line.
     EXPECT_GE(CountInLog("method call false.org.freedesktop.DBus.Error.InvalidArgs"), 1u);
 }
@@ -175,6 +174,5 @@ TEST_F(ResetProcessWithoutBus, EndsCleanlyAndLogsEveryFailedReportAndStillExitsZ
     // The progress report and the result both fail.
     EXPECT_GE(CountInLog("get sync system bus error "), 2u);
     EXPECT_GE(CountInLog("Connection is NULL."), 1u);
-    EXPECT_EQ(CountInLog("EXEC finish"), 2u);
     EXPECT_EQ(CountInLog("Sanitizer") + CountInLog("runtime error:"), 0u);
 }

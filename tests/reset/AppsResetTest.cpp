@@ -56,7 +56,6 @@ TEST_P(AResetOfEitherKind, TreatsTheFixedAppsFactoryResetAndResultAsItsKindSays)
     // Apps are fetched in the order of their ids.
     EXPECT_EQ(Requested(),
               (service ? Lines{"plain"} : Lines{kFixedApps[0], kFixedApps[1], kFixedApps[2], "plain"}));
-    EXPECT_EQ(CountInLog("hard-coded for DF200715-00947, do not uninstall 320"), service ? 3u : 0u);
     EXPECT_EQ(Results(result), One(result, "-7"));
     // Neither kind owes the other's answer, not even when the process ends.
     EXPECT_TRUE(Results(service ? "tak_app_reset_result" : "tak_service_reset_result").empty());
@@ -89,7 +88,6 @@ TEST_F(AnAppsReset, SkipsDefaultListedAndDisabledAppsButNotGeneralAppsOfABoardWi
     RunToEnd({"reset=tak_app_reset"}, "tak_app_reset_result");
 
     EXPECT_EQ(Requested(), (Lines{"general", "plain"}));
-    EXPECT_EQ(CountInLog("is general app["), 0u);
     // The reset flags of the listed and the disabled apps are put back before the walk.
     // Which rule keeps which app is logged as the plan tests check; here only what the walk adds.
     for (const char* line : {"App [listed] set reset flag[false] to DB", "App [ghost] does not find in local",
@@ -153,10 +151,6 @@ TEST_F(AnAppsReset, AsksForOddIdsOnceAndDeletesNothingItKeeps) {
     }
     EXPECT_EQ(requested, expected);
     EXPECT_EQ(Rows("select id from widgetinfo order by id"), rows);
-    EXPECT_EQ(Count(orvix::test::ReadWholeFile(orvix::host::UnderRoot("var/log/innerserver.log")),
-                    "holds a single quote"),
-              1u);
-    EXPECT_EQ(CountInLog("is not UTF-8, so the daemon cannot be asked to remove its row"), 1u);
 }
 
 // The reason follows RESET_TYPE (its mapping is checked in the data-store tests); the extras of every
@@ -207,24 +201,6 @@ INSTANTIATE_TEST_SUITE_P(TwiceForAnotherIdOrNotTerminal, TheCallbacks,
                                            CallbackCase{"states", "[120, 121, 160]", 4, 1, 0, 1}),
                          [](const auto& info) { return std::string(info.param.key); });
 
-TEST_F(AnAppsReset, LetsACallbackThatArrivesDuringTheWalkSeeOnlyTheFilteredList) {
-    Json::Value behaviour = ForApp("a_early", "during_walk", true);
-    // Each request takes a while, so the walk is still busy with b_late when a_early's callback comes,
-    // and z_native, which the walk skips only at its end, is still in the list then.
-    behaviour["delay_ms"]["UninstallAppAPI"] = 300;
-    SetLibTakBehaviour(behaviour);
-    AddApps({{"a_early"}, {"b_late"}, {"z_native", 4}});
-    RunToEnd({"reset=tak_app_reset"}, "tak_app_reset_result");
-
-    std::string log = TakResetLog();
-    size_t callback = log.find("uninstall callback appid a_early ");
-    ASSERT_NE(callback, std::string::npos);
-    EXPECT_LT(log.find("m_AppsList size 2"), callback) << "the callback ran inside the walk";
-    // The callback's size line: z_native was already gone, only b_late is left.
-    EXPECT_EQ(log.substr(log.find("m_AppsList size ", callback), 17), "m_AppsList size 1");
-    EXPECT_EQ(Results("tak_app_reset_result").size(), 1u);
-}
-
 // Every tenth uninstall fails: those apps stay installed, and the reset still ends exactly once.
 TEST_F(AnAppsReset, EndsOnceWhenManyCallbacksSomeFailingComeFromManyThreadsInAnyOrder) {
     const int kApps = 120;
@@ -274,7 +250,6 @@ TEST_F(AnAppsReset, StoppedWhileUninstallsAreOutstandingSendsTheFallbackResultOn
     size_t late = LogPosition("answered a request of a stopped reset, callback ignored");
     ASSERT_NE(late, std::string::npos);
     EXPECT_LT(LogPosition("CReset task exit!"), late) << "no callback arrived after the task had exited";
-    EXPECT_EQ(CountInLog("uninstall callback appid slow"), 0u);
 }
 
 // An app whose request cannot be made ends at once, as a failed uninstall would: nothing is left to wait
@@ -287,6 +262,5 @@ TEST_F(AnAppsReset, TakesAnAppWhoseRequestCannotBeMadeOffTheList) {
     ASSERT_TRUE(WaitForResult("tak_app_reset_result"));
     EndProcess();
     EXPECT_EQ(Requested(), Lines{"plain"});
-    EXPECT_EQ(CountInLog("uninstall request for stuck could not be made, taken as failed"), 1u);
     EXPECT_EQ(Results("tak_app_reset_result"), One("tak_app_reset_result", "3"));
 }
