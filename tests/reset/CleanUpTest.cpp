@@ -24,6 +24,7 @@ TEST_F(TheAppsResetCleanUp, EmptiesItsDirectoriesAndNothingElse) {
     RunToEnd({"reset=tak_app_reset"}, "tak_app_reset_result");
 
     ExpectEmptied(false);
+    EXPECT_EQ(CallsOf("innerserver", "reset_app_user_data").size(), 1u);
     // The two caches go with their directories.
     EXPECT_FALSE(Exists(orvix::host::PathVariable(0) + "/owner/.cache/Apps/WebAppsCache"));
     EXPECT_FALSE(Exists(orvix::host::PathVariable(0) + "/owner/apps_rw/xwalk-service"));
