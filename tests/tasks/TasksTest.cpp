@@ -134,20 +134,29 @@ struct Calls {
     }
 };
 
-// Stops the program rather than leaving a timer thread on a freed object behind.
-void DestroyTimer(CTAKTimer& timer) {
-    MustReturn("CTAKTimer::Destroy()", [&] { timer.Destroy(); });
-}
-
 }  // namespace
 
 // Every reset creates its task anew. In each life the task handles what it sent itself in t_Create(),
 // then what another thread posted before ready. A synchronous send to itself, from t_Create() or from a
 // handler, is queued like an asynchronous one: it neither blocks nor runs in place. What is queued
-// behind EVENT_EXIT is never handled.
+// behind EVENT_EXIT is never handled. Everything queued, also what a handler adds, is handled in one
+// idle dispatch: a source of higher priority, attached to the task's context at the first event, runs
+// before any later dispatch of the task's idle.
 TEST(ATask, HandlesEventsPostedBeforeReadyAfterItsOwnFromTCreateInEveryLife) {
     TestTask task;
+    bool probeRan = false;  // task thread only
+    long handledAfterProbe = 0;
     task.onEvent = [&](PTEvent* ev) {
+        if (ev->data == 1001) {
+            probeRan = false;
+            g_autoptr(GSource) probe = g_idle_source_new();
+            g_source_set_priority(probe, G_PRIORITY_HIGH);
+            g_source_set_callback(
+                probe, [](gpointer ran) -> gboolean { return *static_cast<bool*>(ran) = true, FALSE; },
+                &probeRan, nullptr);
+            g_source_attach(probe, g_source_get_context(g_main_current_source()));
+        }
+        handledAfterProbe += probeRan ? 1 : 0;
         if (ev->data == 100) {
             task.Post(2000, true), task.Post(0, false, CTAKTaskBase::EVENT_EXIT), task.Post(3000);
         }
@@ -171,6 +180,7 @@ TEST(ATask, HandlesEventsPostedBeforeReadyAfterItsOwnFromTCreateInEveryLife) {
         MustReturn("Destroy() after EVENT_EXIT", [&] { task.Destroy(); });
         EXPECT_EQ(task.handled.Values(), expected);
     }
+    EXPECT_EQ(handledAfterProbe, 0) << "events came in later loop iterations";
 }
 
 // A lost, repeated or reordered event stops its producer's count short. Some events are synchronous:
@@ -212,38 +222,6 @@ TEST(ATask, HandlesEveryEventOfEightProducersOnceAndInEachProducersOrder) {
     for (int p = 0; p < kProducers; ++p) {
         EXPECT_EQ(next[p].load(), kPerProducer) << "producer " << p;
     }
-}
-
-// The task is held inside event 1 while 2..100 queue up. Everything queued is handled in one idle
-// dispatch: a source of higher priority, attached to the task's context during event 1, runs before any
-// later dispatch of the task's idle. (That a synchronous sender returns only after its event was handled
-// is checked under load by the eight producers.)
-TEST(ATask, HandlesEverythingQueuedInOneIdleDispatch) {
-    TestTask task;
-    Signal firstEntered, releaseFirst, probeRan;
-    long handledAfterProbe = 0;  // task thread only until Destroy()
-    task.onEvent = [&](PTEvent* ev) {
-        if (ev->data == 1) {
-            g_autoptr(GSource) probe = g_idle_source_new();
-            g_source_set_priority(probe, G_PRIORITY_HIGH);
-            g_source_set_callback(
-                probe, [](gpointer ran) -> gboolean { return static_cast<Signal*>(ran)->Set(), FALSE; },
-                &probeRan, nullptr);
-            g_source_attach(probe, g_source_get_context(g_main_current_source()));
-            EXPECT_TRUE((firstEntered.Set(), releaseFirst.Wait()));
-        }
-        handledAfterProbe += probeRan.Get() > 0 ? 1 : 0;
-    };
-    ASSERT_TRUE(task.Create());
-    task.Post(1);
-    ASSERT_TRUE(firstEntered.Wait());
-    for (long i = 2; i <= 100; ++i) {
-        task.Post(i);
-    }
-    releaseFirst.Set();
-    ASSERT_TRUE(task.handled.WaitAtLeast(100) && probeRan.Wait());
-    task.ExitAndDestroy();
-    EXPECT_EQ(handledAfterProbe, 0) << "events came in later loop iterations";
 }
 
 // Misuse is harmless; events sent while the task is not created are dropped for good. When
@@ -309,35 +287,23 @@ TEST(Rendezvous, FreesTheArrayOnlyWhenTheSecondSyncIsGiven) {
 // timer, with the same interval, fires many more times before the test looks. A destroyed timer can be
 // made again, also when destroyed before its thread may even have entered the loop.
 TEST(ATimer, RunsTheCallbackExactlyItsRepeatCountOnItsOwnThreadAndCanBeMadeAgain) {
-    // Name, interval (all bits set: never), repeat count and the calls expected.
-    const std::vector<std::tuple<const char*, unsigned long long, unsigned long long, long>> cases = {
-        {"tak-test-three", 5, 3, 3}, {"tak-test-zero", 5, 0, 0}, {"tak-test-never", ~0ULL, 5, 0}};
-    std::vector<Calls> calls(cases.size());
-    std::vector<std::unique_ptr<CTAKTimer>> timers;
-    for (size_t i = 0; i < cases.size(); ++i) {
-        auto [name, intervalMs, repeatCount, expected] = cases[i];
-        timers.push_back(std::make_unique<CTAKTimer>(name));
-        ASSERT_TRUE(timers[i]->Create(intervalMs, repeatCount, Calls::Record, &calls[i]));
-    }
-    Calls reference;
-    CTAKTimer referenceTimer("tak-test-ref");
+    Calls three, reference;
+    CTAKTimer timer("tak-test-three"), referenceTimer("tak-test-ref");
     referenceTimer.Destroy();  // not created: only logs
-    ASSERT_TRUE(referenceTimer.Create(5, CTAKTimer::REPEAT_FOREVER, Calls::Record, &reference));
+    ASSERT_TRUE(timer.Create(5, 3, Calls::Record, &three) &&
+                referenceTimer.Create(5, CTAKTimer::REPEAT_FOREVER, Calls::Record, &reference));
     EXPECT_FALSE(referenceTimer.Create(1, 1, Calls::Record, &reference));
-    ASSERT_TRUE(calls[0].count.WaitAtLeast(3) && reference.count.WaitAtLeast(reference.count.Get() + 10));
-    for (size_t i = 0; i < cases.size(); ++i) {
-        SCOPED_TRACE(std::get<0>(cases[i]));
-        EXPECT_EQ(calls[i].count.Get(), std::get<3>(cases[i]));
-        EXPECT_FALSE(calls[i].onOwner) << "the callback ran on the owner's thread";
-        DestroyTimer(*timers[i]);
-    }
-    DestroyTimer(referenceTimer);
+    ASSERT_TRUE(three.count.WaitAtLeast(3) && reference.count.WaitAtLeast(reference.count.Get() + 10));
+    EXPECT_EQ(three.count.Get(), 3);
+    EXPECT_FALSE(three.onOwner || reference.onOwner) << "a callback ran on the owner's thread";
+    // Bounded: a timer thread left running would call into this test's freed objects.
+    MustReturn("CTAKTimer::Destroy()", [&] { timer.Destroy(), referenceTimer.Destroy(); });
     ASSERT_TRUE(referenceTimer.Create(2, CTAKTimer::REPEAT_FOREVER, Calls::Record, &reference) &&
                 reference.count.WaitAtLeast(reference.count.Get() + 3));
-    DestroyTimer(referenceTimer);
+    MustReturn("CTAKTimer::Destroy()", [&] { referenceTimer.Destroy(); });
     for (int i = 0; i < 50; ++i) {
         ASSERT_TRUE(referenceTimer.Create(1, CTAKTimer::REPEAT_FOREVER, Calls::Record, &reference));
-        DestroyTimer(referenceTimer);
+        MustReturn("CTAKTimer::Destroy()", [&] { referenceTimer.Destroy(); });
     }
 }
 
