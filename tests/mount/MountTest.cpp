@@ -68,15 +68,12 @@ protected:
         }
         return loops;
     }
-    static void WriteFile(const std::string& path, const std::string& text) {
-        fs::create_directories(fs::path(path).parent_path());
-        std::ofstream(path, std::ios::trunc | std::ios::binary) << text;
-    }
     // An ext4 image with two icons, one in a sub-directory.
     static void MakeIconImage(const std::string& image) {
         const std::string tree = image + ".tree";
-        WriteFile(tree + "/icon.png", "\x89PNG main");
-        WriteFile(tree + "/sizes/64.png", "\x89PNG 64");
+        ASSERT_TRUE(orvix::host::MakeDirs(tree + "/sizes"));
+        std::ofstream(tree + "/icon.png") << "\x89PNG main";
+        std::ofstream(tree + "/sizes/64.png") << "\x89PNG 64";
         g_autofree gchar* found = g_find_program_in_path("mke2fs");
         const std::string program = found != nullptr ? found : "/sbin/mke2fs";
         orvix::test::RunResult made = orvix::test::RunProgram(
@@ -97,36 +94,25 @@ protected:
 
 }  // namespace
 
-// Mounted, its icons copied by the inner server over the bus, then unmounted and removed. (Where this
-// machine cannot mount, it fails before the server.)
-TEST_F(AnIconImage, IsCopiedOverTheBusThenUnmountedAndRemoved) {
+// Refused first: the service mounts nothing that is not an image, nothing outside the root and nothing
+// through a link, and takes back the directories the refused call made. Then mounted, its icons copied
+// by the inner server over the bus, unmounted and removed. (Where this machine cannot mount, that fails
+// before the server.)
+TEST_F(AnIconImage, IsCopiedOverTheBusAndBadMountsAreRefusedLeavingNothingBehind) {
     const std::string share = orvix::host::PathVariable(27) + "/vardell", image = share + "/icons.img";
-    const std::string mountDir = share + "/iconmnt", icons = share + "/icons/app1";
+    const std::string mountDir = share + "/iconmnt", icons = share + "/icons/app1", mnt = Root() + "/mnt";
     MakeIconImage(image);
-    EXPECT_EQ(CProcessDbus::GetIconFromIconImg(image, mountDir, icons), m_canMount);
-    EXPECT_TRUE(!fs::exists(mountDir) && fs::exists(image) != m_canMount);
-    EXPECT_EQ(orvix::test::ReadWholeFile(icons + "/icon.png") + "|" +
-                  orvix::test::ReadWholeFile(icons + "/sizes/64.png"),
-              m_canMount ? "\x89PNG main|\x89PNG 64" : "|");
-    EXPECT_EQ(CallsOf("innerserver", "sub_process_copy_server_icons").size(), m_canMount ? 1u : 0u);
-}
-
-// The service mounts nothing that is not an image, nothing outside the root and nothing through a link,
-// and takes back the directories the refused call made.
-TEST_F(AnIconImage, RefusedMountsLeaveNothingBehind) {
-    const std::string images = Root() + "/images", good = images + "/good.img", mnt = Root() + "/mnt";
-    MakeIconImage(good);
-    WriteFile(images + "/noise.img", std::string(1 << 20, '\x5a'));
+    std::ofstream(share + "/noise.img") << std::string(1 << 20, '\x5a');
     fs::create_directories(mnt);
     fs::create_symlink(m_outside, mnt + "/link");
     struct Case {
         std::string image, dir, detail, madeLevel;
         bool refusedEarly;  // before anything needs privileges: the same everywhere
     } const cases[] = {
-        {images + "/noise.img", mnt + "/noise/deep", "not an image of kind squashfs,ext4,vfat",
-         mnt + "/noise", false},
-        {good, m_outside + "/made/here", "is outside the host root", m_outside + "/made", true},
-        {good, mnt + "/link", "is a symbolic link", "", true},
+        {share + "/noise.img", mnt + "/noise/deep", "not an image of kind squashfs,ext4,vfat", mnt + "/noise",
+         false},
+        {image, m_outside + "/made/here", "is outside the host root", m_outside + "/made", true},
+        {image, mnt + "/link", "is a symbolic link", "", true},
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.dir);
@@ -137,4 +123,11 @@ TEST_F(AnIconImage, RefusedMountsLeaveNothingBehind) {
         EXPECT_FALSE(!c.madeLevel.empty() && fs::exists(c.madeLevel));
         ExpectNothingLeft();
     }
+
+    EXPECT_EQ(CProcessDbus::GetIconFromIconImg(image, mountDir, icons), m_canMount);
+    EXPECT_TRUE(!fs::exists(mountDir) && fs::exists(image) != m_canMount);
+    EXPECT_EQ(orvix::test::ReadWholeFile(icons + "/icon.png") + "|" +
+                  orvix::test::ReadWholeFile(icons + "/sizes/64.png"),
+              m_canMount ? "\x89PNG main|\x89PNG 64" : "|");
+    EXPECT_EQ(CallsOf("innerserver", "sub_process_copy_server_icons").size(), m_canMount ? 1u : 0u);
 }
