@@ -332,14 +332,6 @@ TEST_F(HistoryLogTest, ConcurrentWritersNeverInterleaveOrLoseKeptLines) {
 
 namespace {
 
-bool KpiLineLost() {
-    static std::promise<int> result;
-    result = std::promise<int>();
-    auto done = [](int written, void*) { result.set_value(written); };
-    KPILogFramework::CLogger::GetInstance()->AddEventLogAsync("tak", "reset", "c", "d", done, nullptr);
-    return result.get_future().get() == 0;
-}
-
 // The kit's files, each replaced by a FIFO that nobody opens: every call that reads or writes one must
 // come back with its failure result instead of waiting in open() for a peer that never comes.
 struct FifoCase {
@@ -370,7 +362,14 @@ const FifoCase kFifoCases[] = {
                 !value;
      },
      "flag robot_product.support reads as false"},
-    {"KpiLog", "var/log/kpi.log", [](const std::string&) { return KpiLineLost(); },
+    {"KpiLog", "var/log/kpi.log",
+     [](const std::string&) {
+         static std::promise<int> written;
+         written = std::promise<int>();
+         auto done = [](int count, void*) { written.set_value(count); };
+         KPILogFramework::CLogger::GetInstance()->AddEventLogAsync("tak", "reset", "c", "d", done, nullptr);
+         return written.get_future().get() == 0;
+     },
      "cannot write the KPI log"},
     // A process whose platform log is a FIFO logs to standard error: here that a file stands where the
     // directory of a key should be.
@@ -529,30 +528,8 @@ std::list<std::string> Entries(const std::string& path) {
     return TAKString::SplitStringToList(orvix::test::ReadWholeFile(path), std::string(1, '\0'), true);
 }
 
-// The utility is installed in the root, as `orvix-host init` does, and run by the service with nothing in
-// its environment but PATH. A directory outside the root holds what must never be touched (checked after
-// every test).
-class UtilityTest : public FoundationTest {
-protected:
-    void SetUp() override {
-        FoundationTest::SetUp();
-        for (const char* place : {"bin", "usr/bin"}) {
-            ASSERT_TRUE(TAKDir::Create(Under(place)));
-            ASSERT_EQ(symlink(TAKUTILITY_TOOL, Under(std::string(place) + "/takutility").c_str()), 0);
-        }
-        ASSERT_TRUE(TAKDir::Create(outside_ = root_ + "-outside") && TAKDir::Create(Under("data")));
-        WriteFile(outside_ + "/precious", "precious");
-        WriteFile(Under("data/a.txt"), "alpha");
-    }
-    void TearDown() override {
-        EXPECT_TRUE(ReadFile(outside_ + "/precious") == "precious" && TAKDir::FolderSize(outside_) == 8);
-        TAKDir::RemoveAllFiles(outside_, true, false);
-        FoundationTest::TearDown();
-    }
-    std::string outside_;
-};
-
 using ShellTest = FoundationTest;
+using UtilityTest = FoundationTest;
 
 }  // namespace
 
@@ -612,21 +589,32 @@ TEST_F(ShellTest, ChildrenOfTwoThreadsRunOneAtATime) {
     EXPECT_EQ(ReadFile(markers), expected);
 }
 
-// Paths outside the root, also through `..` or a link inside, are refused with a message and a
-// non-zero status.
+// The utility is installed in the root, as `orvix-host init` does, and run by the service with nothing in
+// its environment but PATH. Paths outside the root, also through `..` or a link inside, are refused with a
+// message and a non-zero status, and what is there stays untouched.
 TEST_F(UtilityTest, RefusesEverythingOutsideTheRoot) {
-    ASSERT_EQ(symlink(outside_.c_str(), Under("data/to-outside").c_str()), 0);
+    for (const char* place : {"bin", "usr/bin"}) {
+        ASSERT_TRUE(TAKDir::Create(Under(place)));
+        ASSERT_EQ(symlink(TAKUTILITY_TOOL, Under(std::string(place) + "/takutility").c_str()), 0);
+    }
+    const std::string outside = root_ + "-outside";
+    ASSERT_TRUE(TAKDir::Create(outside) && TAKDir::Create(Under("data")));
+    WriteFile(outside + "/precious", "precious");
+    WriteFile(Under("data/a.txt"), "alpha");
+    EXPECT_EQ(symlink(outside.c_str(), Under("data/to-outside").c_str()), 0);
     const int statuses[] = {
-        ITAKUtility::RemoveFile(Under("..") + outside_.substr(outside_.rfind('/')) + "/precious"),
+        ITAKUtility::RemoveFile(Under("..") + outside.substr(outside.rfind('/')) + "/precious"),
         ITAKUtility::RemoveFileInDirectory(Under("data/to-outside")),
-        ITAKUtility::SetSmack(outside_ + "/precious", "Evil")};
+        ITAKUtility::SetSmack(outside + "/precious", "Evil")};
     for (int status : statuses) {
         EXPECT_NE(ExitCode(status), 0) << &status - statuses;
     }
-    RunResult result = Run(TAKUTILITY_TOOL, "-e|" + outside_ + "/precious");
+    RunResult result = Run(TAKUTILITY_TOOL, "-e|" + outside + "/precious");
     EXPECT_TRUE(result.status != 0 && result.err.find("outside the host root") != std::string::npos);
     for (const std::string& args :
          {std::string("-e|relative/path"), "-q|" + Under("data"), std::string("-e")}) {
         EXPECT_NE(Run(TAKUTILITY_TOOL, args).status, 0) << args;
     }
+    EXPECT_TRUE(ReadFile(outside + "/precious") == "precious" && TAKDir::FolderSize(outside) == 8);
+    TAKDir::RemoveAllFiles(outside, true, false);
 }

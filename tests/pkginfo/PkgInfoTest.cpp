@@ -20,15 +20,35 @@
 
 namespace {
 
-// A fresh host root per test whose package records the test writes; at tear-down every package-manager
-// handle opened during the test must have been released.
-class PackageRecordsTest : public ::testing::Test {
+const char kInstant[] = "http://orvix.com/tv/metadata/prefer_instant_reset";
+
+// A player whose main app is its second app and declares a key twice, a value without text and an empty
+// one; packages that cannot tell their version, flag or main app; one whose main app is not there.
+const char kRecords[] = R"({"packages": [
+  {"pkgid": "org.tv.player", "version": "2.1.0", "removable": false, "builtin": true, "mainapp": "player",
+   "apps": [{"appid": "player.helper", "metadata": [["role", "helper"]]},
+            {"appid": "player",
+             "metadata": [["http://orvix.com/tv/metadata/prefer_instant_reset", "false"], ["empty", ""],
+                          ["bare", null], ["http://orvix.com/tv/metadata/prefer_instant_reset", "true"]]}]},
+  {"pkgid": "org.tv.plain", "mainapp": "plain", "apps": [{"appid": "plain"}]},
+  {"pkgid": "org.tv.odd", "version": 5, "removable": "yes", "mainapp": "", "apps": []},
+  {"pkgid": "org.tv.nomain", "version": "1.0", "removable": true, "apps": [{"appid": "nomain"}]},
+  {"pkgid": "org.tv.lostmain", "version": "1.0", "removable": true, "mainapp": "gone", "apps": []}
+]})";
+
+const char kGood[] = R"({"packages": [{"pkgid": "org.good", "version": "1.0", "removable": true,
+  "mainapp": "good", "apps": [{"appid": "good", "metadata": [["k", "v"]]}]}]})";
+
+// A fresh host root per test with the records above (the store's tests write their own); at tear-down
+// every package-manager handle opened during the test must have been released.
+class PkgInfoTest : public ::testing::Test {
 protected:
     void SetUp() override {
         char pattern[] = "/tmp/pkginfo-root.XXXXXX";
         ASSERT_NE(mkdtemp(pattern), nullptr);
         orvix::host::SetRoot(root_ = pattern);
         ASSERT_TRUE(orvix::host::MakeDirs(root_ + "/var/lib/pkgmgr"));
+        WriteRecords(kRecords);
         handlesAtStart_ = orvix::host::OpenPackageHandles();
     }
     void TearDown() override {
@@ -52,34 +72,7 @@ protected:
     long handlesAtStart_ = 0;
 };
 
-const char kInstant[] = "http://orvix.com/tv/metadata/prefer_instant_reset";
-
-// A player whose main app is its second app and declares a key twice, a value without text and an empty
-// one; packages that cannot tell their version, flag or main app; one whose main app is not there.
-const char kRecords[] = R"({"packages": [
-  {"pkgid": "org.tv.player", "version": "2.1.0", "removable": false, "builtin": true, "mainapp": "player",
-   "apps": [{"appid": "player.helper", "metadata": [["role", "helper"]]},
-            {"appid": "player",
-             "metadata": [["http://orvix.com/tv/metadata/prefer_instant_reset", "false"], ["empty", ""],
-                          ["bare", null], ["http://orvix.com/tv/metadata/prefer_instant_reset", "true"]]}]},
-  {"pkgid": "org.tv.plain", "mainapp": "plain", "apps": [{"appid": "plain"}]},
-  {"pkgid": "org.tv.odd", "version": 5, "removable": "yes", "mainapp": "", "apps": []},
-  {"pkgid": "org.tv.nomain", "version": "1.0", "removable": true, "apps": [{"appid": "nomain"}]},
-  {"pkgid": "org.tv.lostmain", "version": "1.0", "removable": true, "mainapp": "gone", "apps": []}
-]})";
-
-const char kGood[] = R"({"packages": [{"pkgid": "org.good", "version": "1.0", "removable": true,
-  "mainapp": "good", "apps": [{"appid": "good", "metadata": [["k", "v"]]}]}]})";
-
-class PkgInfoTest : public PackageRecordsTest {
-protected:
-    void SetUp() override {
-        PackageRecordsTest::SetUp();
-        WriteRecords(kRecords);
-    }
-};
-
-using PackageStoreTest = PackageRecordsTest;
+using PackageStoreTest = PkgInfoTest;
 
 }  // namespace
 
@@ -176,8 +169,6 @@ TEST_F(PackageStoreTest, UnusableRecordsHoldNoPackages) {
         EXPECT_EQ(orvix::test::Count(mark.Text(), "package records"), c.logged ? 1u : 0u) << mark.Text();
         rmdir(path.c_str());
     }
-    WriteRecords(kGood);
-    EXPECT_TRUE(IPkgInfo::IsInstalled("org.good", false));
 }
 
 // A rewrite (new file or the same file rewritten in place) and a removal are each seen by the next
