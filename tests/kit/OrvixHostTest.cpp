@@ -30,15 +30,6 @@ protected:
         EXPECT_NE(result.err.find(says), std::string::npos) << name << ": " << result.err;
         EXPECT_EQ(result.out, "") << name;
     }
-    // `program` (this build's orvix-host unless given) for another root, with more variables.
-    static RunResult HostIn(const std::string& root, const Strings& command,
-                            const std::string& program = OrvixHostPath(),
-                            std::vector<std::pair<std::string, std::string>> environment = {}) {
-        Strings argv = {program};
-        argv.insert(argv.end(), command.begin(), command.end());
-        environment.emplace_back("ORVIX_HOST_ROOT", root);
-        return orvix::test::RunProgram(argv, environment);
-    }
 };
 
 TEST_F(OrvixHost, RefusesWhatCannotSucceedWithOneLineAndStartsOrWritesNothing) {
@@ -84,7 +75,8 @@ TEST_F(OrvixHost, InitMakesAFreshRootButNeverWipesAForeignDirectoryOrARunningRoo
     std::ofstream(std::string(foreign) + "/precious.txt") << "keep me";
     // Nor do the commands that need a root run in it; it is left as it was.
     for (const Strings& command : {Strings{"init"}, Strings{"calls"}, Strings{"launch", "reset=end"}}) {
-        ExpectRefused(HostIn(foreign, command), command, command[0] == "init" ? "refusing" : "");
+        ExpectRefused(Host(command, {{"ORVIX_HOST_ROOT", foreign}}), command,
+                      command[0] == "init" ? "refusing" : "");
     }
     EXPECT_EQ(ReadWholeFile(std::string(foreign) + "/precious.txt"), "keep me");
     EXPECT_EQ(std::distance(std::filesystem::directory_iterator(foreign), {}), 1);
@@ -95,15 +87,11 @@ TEST_F(OrvixHost, InitMakesAFreshRootButNeverWipesAForeignDirectoryOrARunningRoo
     EXPECT_EQ(access((Root() + "/run/env").c_str(), F_OK), 0) << "a refused init changed the root";
 }
 
-class StandIns : public OrvixHost {
-protected:
-    bool StartsBus() const override { return true; }
-};
-
 // `up` again leaves the running stand-ins alone (that it restarts a killed daemon is a fault-matrix row);
 // `config` shows and changes the configuration table the built-in reset keeps its lists in, and the
 // table outlives the daemon.
-TEST_F(StandIns, UpLeavesWhatRunsAloneAndConfigGoesThroughTheInnerServer) {
+TEST_F(OrvixHost, UpLeavesWhatRunsAloneAndConfigGoesThroughTheInnerServer) {
+    ASSERT_EQ(Host({"up"}).status, 0);
     EXPECT_EQ(Host({"config", "get", "NO_SUCH_KEY"}).status, 1);
     std::string before = ReadWholeFile(Root() + "/run/pids/innerserver.pid");
     RunResult again = Host({"up"});
@@ -140,13 +128,14 @@ protected:
     static void TearDownTestSuite() { orvix::test::RunProgram({"/bin/rm", "-rf", s_prefix}); }
 
     // The installed orvix-host for this root, each program's variable set empty so that it looks for it.
-    RunResult Installed(const Strings& command) const {
-        std::vector<std::pair<std::string, std::string>> environment;
+    RunResult Installed(Strings command) const {
+        command.insert(command.begin(), s_prefix + "/bin/orvix-host");
+        std::vector<std::pair<std::string, std::string>> environment = {{"ORVIX_HOST_ROOT", Root()}};
         for (const char* program :
              {"TAK_RESET", "INNERSERVER", "MANAGERCLIENT", "LIBTAK_COMMON", "TAKUTILITY"}) {
             environment.emplace_back(std::string("ORVIX_") + program, "");
         }
-        return HostIn(Root(), command, s_prefix + "/bin/orvix-host", environment);
+        return orvix::test::RunProgram(command, environment);
     }
     static std::string s_prefix;
 };
