@@ -5,7 +5,6 @@
 // runs to its end.
 #include <gtest/gtest.h>
 
-#include <climits>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -110,11 +109,6 @@ TEST_F(OrvixHost, UpLeavesWhatRunsAloneAndConfigGoesThroughTheInnerServer) {
     EXPECT_EQ(CallsOf("innerserver", "update_config_table").size(), 1u);
 }
 
-std::string RealPath(const std::string& path) {
-    char resolved[PATH_MAX];
-    return realpath(path.c_str(), resolved) != nullptr ? resolved : "";
-}
-
 class AnInstalledKit : public OrvixHost {
 protected:
     static void SetUpTestSuite() {
@@ -155,13 +149,14 @@ TEST_F(AnInstalledKit, RunsTheWalkThroughWithItsOwnProgramsOnly) {
     ASSERT_EQ(Installed({"up"}).status, 0);
     orvix::host::ProcessId inner;
     ASSERT_TRUE(orvix::host::ReadPidFile(Root() + "/run/pids/innerserver.pid", inner));
-    EXPECT_EQ(RealPath("/proc/" + std::to_string(inner.pid) + "/exe"),
-              RealPath(s_prefix + "/bin/orvix-innerserver"));
+    EXPECT_EQ(std::filesystem::canonical("/proc/" + std::to_string(inner.pid) + "/exe"),
+              std::filesystem::canonical(s_prefix + "/bin/orvix-innerserver"));
     const std::string started = "started tak-reset (pid ";
     RunResult launched = Installed({"launch", "reset=tak_app_reset", "userdata=7"});
     ASSERT_EQ(launched.out.rfind(started, 0), 0) << launched.out << launched.err;
     pid_t reset = atoi(launched.out.c_str() + started.size());
-    EXPECT_EQ(RealPath("/proc/" + std::to_string(reset) + "/exe"), RealPath(s_prefix + "/bin/tak-reset"));
+    EXPECT_EQ(std::filesystem::canonical("/proc/" + std::to_string(reset) + "/exe"),
+              std::filesystem::canonical(s_prefix + "/bin/tak-reset"));
     ASSERT_TRUE(WaitForCall("innerserver", "process_result")) << TakResetLog();
     EXPECT_EQ(Installed({"down"}).status, 0);
 }
