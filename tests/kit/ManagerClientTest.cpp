@@ -2,18 +2,123 @@
 // a pseudo-terminal, the test makes the progress calls the reset process makes, and reads back what the
 // terminal shows.
 #include <gtest/gtest.h>
+#include <poll.h>
+#include <pty.h>
+#include <signal.h>
 
 #include <regex>
 #include <tuple>
 
 #include "HostFixture.h"
-#include "PtyProgram.h"
 
 namespace {
 
-using orvix::test::PtyProgram;
+using orvix::test::WaitUntil;
+using namespace std::chrono_literals;
 
 const char kClientName[] = "org.orvix.tv.vardell.managerclient.tv";
+
+// A program run on a pseudo-terminal, the way a person at a terminal runs it, with this process's
+// environment; ended with SIGTERM, then SIGKILL, by Stop() or the destructor. What it writes is read only
+// while a test waits for it or for its end.
+class OnATerminal {
+public:
+    explicit OnATerminal(std::vector<std::string> argv) {
+        // Everything the child needs is made before the fork: only exec and _exit run after it.
+        std::vector<char*> argp;
+        for (auto& arg : argv) {
+            argp.push_back(arg.data());
+        }
+        argp.push_back(nullptr);
+        struct winsize size = {40, 160, 0, 0};
+        m_pid = forkpty(&m_master, nullptr, nullptr, &size);
+        if (m_pid == 0) {
+            execv(argp[0], argp.data());
+            _exit(127);
+        }
+    }
+    ~OnATerminal() {
+        Stop();
+        close(m_master);
+    }
+    OnATerminal(const OnATerminal&) = delete;
+    OnATerminal& operator=(const OnATerminal&) = delete;
+
+    pid_t Pid() const { return m_pid; }
+    const std::string& Output() const { return m_output; }
+
+    bool WaitForOutput(const std::function<bool()>& condition) {
+        return WaitUntil([&] {
+            Read(20);
+            return condition();
+        });
+    }
+    bool Shows(const std::string& line) {
+        return WaitForOutput([&] { return CurrentLine() == line; });
+    }
+
+    // The exit status after SIGTERM (SIGKILL five seconds later), or -1 when it did not exit by itself.
+    int Stop() {
+        int status = 0;
+        if (m_pid <= 0) {
+            return m_status;
+        }
+        kill(m_pid, SIGTERM);
+        if (!WaitUntil([&] { return !Read(10) && waitpid(m_pid, &status, WNOHANG) == m_pid; }, 5s)) {
+            kill(m_pid, SIGKILL);
+            waitpid(m_pid, &status, 0);
+        }
+        while (Read(0)) {
+        }
+        m_pid = 0;
+        return m_status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    }
+
+    // The text as the terminal shows it: a carriage return goes back to the start of the line, "ESC [ K"
+    // clears the rest of it, a line feed starts a new one; other escapes are dropped. The cursor is on the
+    // last line.
+    std::string Screen() const {
+        std::string text;
+        size_t start = 0, column = 0;  // where the cursor's line starts, and the cursor on it
+        for (size_t i = 0; i < m_output.size(); ++i) {
+            char c = m_output[i];
+            if (c == '\n') {
+                text += c;
+                start = text.size();
+            }
+            if (c == '\r' || c == '\n') {
+                column = 0;
+            } else if (c == '\x1b') {
+                for (i += 2; i < m_output.size() && !g_ascii_isalpha(m_output[i]); ++i) {
+                }
+                if (i < m_output.size() && m_output[i] == 'K') {
+                    text.resize(std::min(text.size(), start + column));
+                }
+            } else {
+                text.resize(std::max(text.size(), start + column + 1));
+                text[start + column++] = c;
+            }
+        }
+        return text;
+    }
+    std::string CurrentLine() const { return Screen().substr(Screen().rfind('\n') + 1); }
+
+private:
+    // Reads what is there, waiting up to `ms` for something; whether anything came (nothing does once
+    // every process holding the terminal is gone).
+    bool Read(int ms) {
+        struct pollfd pfd = {m_master, POLLIN, 0};
+        char buffer[4096];
+        ssize_t n = poll(&pfd, 1, ms) > 0 ? read(m_master, buffer, sizeof(buffer)) : 0;
+        m_output.append(buffer, n > 0 ? n : 0);
+        return n > 0;
+    }
+
+    pid_t m_pid = -1;
+    int m_master = -1;
+    int m_status = -1;
+    std::string m_output;
+};
 
 // The built-in reset's bar with `filled` of its 30 marks, up to the count after it.
 std::string Bar(int filled) {
@@ -22,16 +127,13 @@ std::string Bar(int filled) {
 
 class AManagerClient : public orvix::test::HostFixture {
 protected:
-    // The fixture has set this process's ORVIX_HOST_ROOT.
-    static std::unique_ptr<PtyProgram> OnATerminal() {
-        return std::make_unique<PtyProgram>(
-            std::vector<std::string>{OrvixHostPath(), "client", "tv", "--foreground"});
-    }
+    // On a terminal; the fixture has set this process's ORVIX_HOST_ROOT.
+    static std::vector<std::string> Client() { return {OrvixHostPath(), "client", "tv", "--foreground"}; }
     // One progress report, as the built-in reset sends it, once a client owns the name (a client just
     // started may not yet); it returns once the client has handled it.
     void Report(int state, int result) const {
         g_autoptr(GDBusConnection) bus = ConnectToBus();
-        EXPECT_TRUE(orvix::test::WaitUntil([&] {
+        EXPECT_TRUE(WaitUntil([&] {
             g_autoptr(GVariant) reply = g_dbus_connection_call_sync(
                 bus, kClientName, "/org/orvix/tv/vardell/managerclient/tv",
                 "org.orvix.tv.vardell.managerclient.interface.tv", "tak_builtin_app_service_reset_result",
@@ -39,9 +141,6 @@ protected:
                 nullptr);
             return reply != nullptr;
         })) << state;
-    }
-    static bool ShowsLine(PtyProgram& client, const std::string& line) {
-        return client.WaitForOutput([&](const std::string&) { return client.CurrentLine() == line; });
     }
 };
 
@@ -59,25 +158,18 @@ TEST_F(AManagerClient, DrawsTheBarAtTheTotalAdvancesPerAppAndEndsWithTheCountAnd
                                                        {502, 0, ""},
                                                        {500, 2, Bar(0) + "0/2"},
                                                        {502, 0, ""}};
-    auto client = OnATerminal();
+    OnATerminal client(Client());
     for (const auto& [state, result, line] : steps) {
         Report(state, result);
-        EXPECT_TRUE(line.empty() || ShowsLine(*client, line))
-            << state << ": [" << client->CurrentLine() << "]";
+        EXPECT_TRUE(line.empty() || client.Shows(line)) << state << ": [" << client.CurrentLine() << "]";
     }
     // What stays on the terminal: one line per reset, the cursor below them.
     std::regex finished(R"(built-in reset +\[#{30}\] 3/3 done in \d+\.\d s\n)"
                         R"(built-in reset: nothing to reset \(in \d+\.\d s\)\n)"
-                        R"(built-in reset +\[-{30}\] 0/2 done in \d+\.\d s\n\n$)");
-    std::string screen;
-    EXPECT_TRUE(client->WaitForOutput([&](const std::string&) {
-        screen.clear();
-        for (const auto& line : client->Screen()) {
-            screen += line + "\n";
-        }
-        return std::regex_search(screen, finished);
-    })) << screen;
-    EXPECT_EQ(client->Stop(), 0) << client->Output();
+                        R"(built-in reset +\[-{30}\] 0/2 done in \d+\.\d s\n$)");
+    EXPECT_TRUE(client.WaitForOutput([&] { return std::regex_search(client.Screen(), finished); }))
+        << client.Screen();
+    EXPECT_EQ(client.Stop(), 0) << client.Output();
 }
 
 // In the foreground it takes over from a background client of the same name (the one the built-in reset
@@ -90,15 +182,15 @@ TEST_F(AManagerClient, InTheForegroundTakesOverFromABackgroundClient) {
     EXPECT_EQ(again.out, "managerclient.tv already runs (pid " + std::to_string(first.pid) +
                              "; its progress: orvix-host log managerclient.tv); orvix-host client tv "
                              "--foreground takes it over on this terminal\n");
-    auto client = OnATerminal();
-    EXPECT_TRUE(client->WaitForOutput([](const std::string& out) {
-        return out.find("stopped; this terminal shows its progress") != std::string::npos;
-    })) << client->Output();
+    OnATerminal client(Client());
+    EXPECT_TRUE(client.WaitForOutput([&] {
+        return client.Output().find("stopped; this terminal shows its progress") != std::string::npos;
+    })) << client.Output();
     EXPECT_FALSE(orvix::host::IsRunning(first));
     Report(500, 1);
-    EXPECT_TRUE(ShowsLine(*client, Bar(0) + "0/1")) << client->Output();
+    EXPECT_TRUE(client.Shows(Bar(0) + "0/1")) << client.Output();
     ASSERT_TRUE(orvix::host::ReadPidFile(Root() + "/run/pids/managerclient.tv.pid", second));
-    EXPECT_EQ(second.pid, client->Pid());
+    EXPECT_EQ(second.pid, client.Pid());
 }
 
 }  // namespace

@@ -5,7 +5,6 @@
 // runs to its end.
 #include <gtest/gtest.h>
 
-#include <climits>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -29,15 +28,6 @@ protected:
         EXPECT_EQ(std::count(result.err.begin(), result.err.end(), '\n'), 1) << name << ": " << result.err;
         EXPECT_NE(result.err.find(says), std::string::npos) << name << ": " << result.err;
         EXPECT_EQ(result.out, "") << name;
-    }
-    // `program` (this build's orvix-host unless given) for another root, with more variables.
-    static RunResult HostIn(const std::string& root, const Strings& command,
-                            const std::string& program = OrvixHostPath(),
-                            std::vector<std::pair<std::string, std::string>> environment = {}) {
-        Strings argv = {program};
-        argv.insert(argv.end(), command.begin(), command.end());
-        environment.emplace_back("ORVIX_HOST_ROOT", root);
-        return orvix::test::RunProgram(argv, environment);
     }
 };
 
@@ -84,7 +74,8 @@ TEST_F(OrvixHost, InitMakesAFreshRootButNeverWipesAForeignDirectoryOrARunningRoo
     std::ofstream(std::string(foreign) + "/precious.txt") << "keep me";
     // Nor do the commands that need a root run in it; it is left as it was.
     for (const Strings& command : {Strings{"init"}, Strings{"calls"}, Strings{"launch", "reset=end"}}) {
-        ExpectRefused(HostIn(foreign, command), command, command[0] == "init" ? "refusing" : "");
+        ExpectRefused(Host(command, {{"ORVIX_HOST_ROOT", foreign}}), command,
+                      command[0] == "init" ? "refusing" : "");
     }
     EXPECT_EQ(ReadWholeFile(std::string(foreign) + "/precious.txt"), "keep me");
     EXPECT_EQ(std::distance(std::filesystem::directory_iterator(foreign), {}), 1);
@@ -95,15 +86,11 @@ TEST_F(OrvixHost, InitMakesAFreshRootButNeverWipesAForeignDirectoryOrARunningRoo
     EXPECT_EQ(access((Root() + "/run/env").c_str(), F_OK), 0) << "a refused init changed the root";
 }
 
-class StandIns : public OrvixHost {
-protected:
-    bool StartsBus() const override { return true; }
-};
-
 // `up` again leaves the running stand-ins alone (that it restarts a killed daemon is a fault-matrix row);
 // `config` shows and changes the configuration table the built-in reset keeps its lists in, and the
 // table outlives the daemon.
-TEST_F(StandIns, UpLeavesWhatRunsAloneAndConfigGoesThroughTheInnerServer) {
+TEST_F(OrvixHost, UpLeavesWhatRunsAloneAndConfigGoesThroughTheInnerServer) {
+    ASSERT_EQ(Host({"up"}).status, 0);
     EXPECT_EQ(Host({"config", "get", "NO_SUCH_KEY"}).status, 1);
     std::string before = ReadWholeFile(Root() + "/run/pids/innerserver.pid");
     RunResult again = Host({"up"});
@@ -122,11 +109,6 @@ TEST_F(StandIns, UpLeavesWhatRunsAloneAndConfigGoesThroughTheInnerServer) {
     EXPECT_EQ(CallsOf("innerserver", "update_config_table").size(), 1u);
 }
 
-std::string RealPath(const std::string& path) {
-    char resolved[PATH_MAX];
-    return realpath(path.c_str(), resolved) != nullptr ? resolved : "";
-}
-
 class AnInstalledKit : public OrvixHost {
 protected:
     static void SetUpTestSuite() {
@@ -140,13 +122,14 @@ protected:
     static void TearDownTestSuite() { orvix::test::RunProgram({"/bin/rm", "-rf", s_prefix}); }
 
     // The installed orvix-host for this root, each program's variable set empty so that it looks for it.
-    RunResult Installed(const Strings& command) const {
-        std::vector<std::pair<std::string, std::string>> environment;
+    RunResult Installed(Strings command) const {
+        command.insert(command.begin(), s_prefix + "/bin/orvix-host");
+        std::vector<std::pair<std::string, std::string>> environment = {{"ORVIX_HOST_ROOT", Root()}};
         for (const char* program :
              {"TAK_RESET", "INNERSERVER", "MANAGERCLIENT", "LIBTAK_COMMON", "TAKUTILITY"}) {
             environment.emplace_back(std::string("ORVIX_") + program, "");
         }
-        return HostIn(Root(), command, s_prefix + "/bin/orvix-host", environment);
+        return orvix::test::RunProgram(command, environment);
     }
     static std::string s_prefix;
 };
@@ -166,13 +149,14 @@ TEST_F(AnInstalledKit, RunsTheWalkThroughWithItsOwnProgramsOnly) {
     ASSERT_EQ(Installed({"up"}).status, 0);
     orvix::host::ProcessId inner;
     ASSERT_TRUE(orvix::host::ReadPidFile(Root() + "/run/pids/innerserver.pid", inner));
-    EXPECT_EQ(RealPath("/proc/" + std::to_string(inner.pid) + "/exe"),
-              RealPath(s_prefix + "/bin/orvix-innerserver"));
+    EXPECT_EQ(std::filesystem::canonical("/proc/" + std::to_string(inner.pid) + "/exe"),
+              std::filesystem::canonical(s_prefix + "/bin/orvix-innerserver"));
     const std::string started = "started tak-reset (pid ";
     RunResult launched = Installed({"launch", "reset=tak_app_reset", "userdata=7"});
     ASSERT_EQ(launched.out.rfind(started, 0), 0) << launched.out << launched.err;
     pid_t reset = atoi(launched.out.c_str() + started.size());
-    EXPECT_EQ(RealPath("/proc/" + std::to_string(reset) + "/exe"), RealPath(s_prefix + "/bin/tak-reset"));
+    EXPECT_EQ(std::filesystem::canonical("/proc/" + std::to_string(reset) + "/exe"),
+              std::filesystem::canonical(s_prefix + "/bin/tak-reset"));
     ASSERT_TRUE(WaitForCall("innerserver", "process_result")) << TakResetLog();
     EXPECT_EQ(Installed({"down"}).status, 0);
 }

@@ -7,13 +7,11 @@
 #include <sys/socket.h>
 #include <sys/un.h>
 
-#include <atomic>
 #include <climits>
 #include <cstring>
 
 #include "HostFixture.h"
 #include "ProcessCore.h"
-#include "TAKCommonApi.h"
 #include "TAKCommonHandle.h"
 
 namespace {
@@ -57,7 +55,7 @@ public:
         CProcessCore::s_AppControl(MakeRequest(extras).get(), this);
     }
 
-    std::atomic<int> created{0};
+    int created = 0;
     std::vector<std::string> resets;
     int terminated = 0;
 };
@@ -111,7 +109,6 @@ TEST_F(AProcessCore, InitialisesOnceFeedsTheWatchdogRoutesRequestsAndRefusesThem
         datagram[received > 0 ? received : 0] = '\0';
     }
     EXPECT_STREQ(datagram, "WATCHDOG=1");
-    // The line is written once the notification has gone out, so it may trail the datagram.
 
     core.Deliver({{"reset", "second"}});
     EXPECT_EQ(core.resets, (std::vector<std::string>{"first", "second"}));

@@ -148,9 +148,8 @@ protected:
 TEST_F(ResetProcessWithoutBus, EndsCleanlyAndLogsEveryFailedReportAndStillExitsZero) {
     // In the foreground with one request on its command line; a sanitizer build writes its reports (leaks
     // at exit among them) to its log, which EndProcess checks.
-    auto run = [this](const std::vector<std::string>& extras) {
-        std::vector<std::string> argv = {TakResetPath()};
-        argv.insert(argv.end(), extras.begin(), extras.end());
+    auto run = [this](std::vector<std::string> argv) {
+        argv.insert(argv.begin(), TakResetPath());
         return orvix::test::RunProgram(
             argv, {{"DBUS_SYSTEM_BUS_ADDRESS", BusAddress()}, {"ORVIX_LOG_FILE", LogPath(AppName())}});
     };

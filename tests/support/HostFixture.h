@@ -69,7 +69,6 @@ inline RunResult RunProgram(const std::vector<std::string>& argv,
     for (const auto& [key, value] : environment) {
         envp = g_environ_setenv(envp, key.c_str(), value.c_str(), TRUE);
     }
-    RunResult result;
     gint waitStatus = 0;
     g_autoptr(GError) error = nullptr;
     // A loaded machine running sanitizer builds may refuse a fork for a moment; that is not the test's fault.
@@ -79,20 +78,16 @@ inline RunResult RunProgram(const std::vector<std::string>& argv,
         g_autofree gchar* err = nullptr;
         if (g_spawn_sync(nullptr, args.data(), envp, G_SPAWN_DEFAULT, nullptr, nullptr, &out, &err,
                          &waitStatus, &error)) {
-            result.status = WIFEXITED(waitStatus) ? WEXITSTATUS(waitStatus) : -1;
-            result.out = out;
-            result.err =
-                std::string(err) +
-                (WIFSIGNALED(waitStatus) ? "\nended by signal " + std::to_string(WTERMSIG(waitStatus)) : "");
-            return result;
+            std::string signal =
+                WIFSIGNALED(waitStatus) ? "\nended by signal " + std::to_string(WTERMSIG(waitStatus)) : "";
+            return {WIFEXITED(waitStatus) ? WEXITSTATUS(waitStatus) : -1, out, err + signal};
         }
         if (!g_error_matches(error, G_SPAWN_ERROR, G_SPAWN_ERROR_FORK) &&
             !g_error_matches(error, G_SPAWN_ERROR, G_SPAWN_ERROR_NOMEM)) {
             break;
         }
     }
-    result.err = error->message;
-    return result;
+    return {-1, "", error->message};
 }
 
 class HostFixture : public ::testing::Test {
@@ -131,7 +126,14 @@ protected:
         if (m_root.empty()) {
             return;
         }
-        ExpectNoCriticalsLogged();
+        // GLib only prints a critical and goes on, so a broken call would pass unseen.
+        std::error_code error;
+        for (const auto& entry : std::filesystem::directory_iterator(m_root + "/var/log", error)) {
+            std::string text = entry.path().extension() == ".log" ? ReadWholeFile(entry.path()) : "";
+            size_t at = text.find("CRITICAL **");
+            EXPECT_EQ(at, std::string::npos)
+                << entry.path() << ": " << text.substr(std::min(at, text.size()), 300);
+        }
         for (const std::string& path :
              {LogPath(AppName()), orvix::host::CallsFile(), LogPath("innerserver")}) {
             std::string text = HasFailure() ? ReadWholeFile(path) : "";
@@ -150,24 +152,12 @@ protected:
 
     const std::string& Root() const { return m_root; }
 
-    // Fails the test for every GLib critical a process of the root wrote to its log (GLib only prints one
-    // and goes on, so a broken call would pass unseen). TearDown calls it.
-    void ExpectNoCriticalsLogged() const {
-        std::error_code error;
-        for (const auto& entry : std::filesystem::directory_iterator(m_root + "/var/log", error)) {
-            std::string text = entry.path().extension() == ".log" ? ReadWholeFile(entry.path()) : "";
-            size_t at = text.find("CRITICAL **");
-            EXPECT_EQ(at, std::string::npos)
-                << entry.path() << ": " << text.substr(std::min(at, text.size()), 300);
-        }
-    }
-
-    // `orvix-host ARGS...` for this root.
+    // `orvix-host ARGS...` for this root, unless `environment` names another.
     RunResult Host(const std::vector<std::string>& args,
                    std::vector<std::pair<std::string, std::string>> environment = {}) const {
         std::vector<std::string> argv = {OrvixHostPath()};
         argv.insert(argv.end(), args.begin(), args.end());
-        environment.emplace_back("ORVIX_HOST_ROOT", m_root);
+        environment.insert(environment.begin(), {"ORVIX_HOST_ROOT", m_root});
         return RunProgram(argv, environment);
     }
 
@@ -192,26 +182,16 @@ protected:
         return connection;
     }
 
-    // Every complete line of calls.jsonl, parsed, in order.
-    std::vector<Json::Value> Calls() const {
-        std::vector<Json::Value> calls;
+    // The calls of one recorder ("innerserver", "managerclient.OBJ", "libtak_common", "launcher"),
+    // optionally of one method only, in order; a line still being written is left out.
+    std::vector<Json::Value> CallsOf(const std::string& who, const std::string& method = "") const {
+        std::vector<Json::Value> selected;
         std::istringstream text(ReadWholeFile(orvix::host::CallsFile()));
         std::unique_ptr<Json::CharReader> reader(Json::CharReaderBuilder().newCharReader());
         for (std::string line; std::getline(text, line) && !text.eof();) {
             Json::Value call;
-            if (reader->parse(line.data(), line.data() + line.size(), &call, nullptr)) {
-                calls.push_back(call);
-            }
-        }
-        return calls;
-    }
-
-    // The calls of one recorder ("innerserver", "managerclient.OBJ", "libtak_common", "launcher"),
-    // optionally of one method only.
-    std::vector<Json::Value> CallsOf(const std::string& who, const std::string& method = "") const {
-        std::vector<Json::Value> selected;
-        for (const auto& call : Calls()) {
-            if (call["who"].asString() == who && (method.empty() || call["method"].asString() == method)) {
+            if (reader->parse(line.data(), line.data() + line.size(), &call, nullptr) &&
+                call["who"].asString() == who && (method.empty() || call["method"].asString() == method)) {
                 selected.push_back(call);
             }
         }
