@@ -83,4 +83,4 @@ format:
 	@git ls-files '*.cpp' '*.h' | xargs clang-format -i
 
 clean:
-	rm -rf build build-asan build-tsan build-fuzz build-mutants
+	rm -rf build build-asan build-tsan build-fuzz build-mutants build-arm64
