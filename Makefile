@@ -7,7 +7,7 @@ export ASAN_OPTIONS ?= detect_leaks=1:abort_on_error=1:strict_string_checks=1
 export UBSAN_OPTIONS ?= print_stacktrace=1:halt_on_error=1
 export TSAN_OPTIONS ?= halt_on_error=1 second_deadlock_stack=1 suppressions=$(CURDIR)/tests/support/tsan.supp
 
-.PHONY: deps build test test-asan test-tsan fuzz bench demo install package format clean mutants explore
+.PHONY: deps build test test-asan test-tsan cross fuzz bench demo install package format clean mutants explore
 
 # Where `make install` puts the kit: PREFIX/bin, PREFIX/lib/tak-reset, PREFIX/share/doc/tak-reset.
 PREFIX ?= /usr/local
@@ -32,6 +32,14 @@ test-tsan: deps
 	@cmake --preset tsan >/dev/null
 	@cmake --build --preset tsan
 	@ctest --preset tsan
+
+# A build for the TV's processor with Debian's cross compiler: `make cross ARCH=arm64` (build-arm64/): the
+# reset process, the plan tool, the kit's programs, the substitute library and the test programs.
+ARCH ?= arm64
+cross:
+	@bash scripts/install-deps cross $(ARCH)
+	@cmake --preset cross-$(ARCH) >/dev/null
+	@cmake --build --preset cross-$(ARCH)
 
 # The scenario explorer on random seeds: `make explore SEEDS=N [START=S]` runs N seeds from S (random when
 # unset), `make explore SEED=S` replays one. It ends with "N scenarios, K invariant failures".
@@ -75,4 +83,4 @@ format:
 	@git ls-files '*.cpp' '*.h' | xargs clang-format -i
 
 clean:
-	rm -rf build build-asan build-tsan build-fuzz build-mutants
+	rm -rf build build-asan build-tsan build-fuzz build-mutants build-arm64

@@ -1,0 +1,24 @@
+# Cross build for 64-bit ARM with Debian's cross compiler and the arm64 development packages
+# (dpkg --add-architecture arm64; scripts/install-deps cross arm64 installs them).
+set(CMAKE_SYSTEM_NAME Linux)
+set(CMAKE_SYSTEM_PROCESSOR aarch64)
+set(TAK_TRIPLET aarch64-linux-gnu)
+
+set(CMAKE_C_COMPILER ${TAK_TRIPLET}-gcc)
+set(CMAKE_CXX_COMPILER ${TAK_TRIPLET}-g++)
+
+# Debian installs the foreign architecture's libraries and headers under the multiarch directories of /usr,
+# so the sysroot is / and only the multiarch paths tell the two architectures apart.
+set(CMAKE_LIBRARY_ARCHITECTURE ${TAK_TRIPLET})
+set(CMAKE_FIND_ROOT_PATH_MODE_PROGRAM NEVER)
+set(CMAKE_FIND_ROOT_PATH_MODE_LIBRARY ONLY)
+set(CMAKE_FIND_ROOT_PATH_MODE_INCLUDE BOTH)
+set(CMAKE_FIND_ROOT_PATH_MODE_PACKAGE ONLY)
+
+# pkg-config must read the arm64 .pc files, never the machine's own.
+set(ENV{PKG_CONFIG_LIBDIR} "/usr/lib/${TAK_TRIPLET}/pkgconfig:/usr/share/pkgconfig")
+set(ENV{PKG_CONFIG_PATH} "")
+
+# Test programs and the programs they start run through the emulator; gtest_discover_tests and
+# add_test use this too.
+set(CMAKE_CROSSCOMPILING_EMULATOR qemu-aarch64;-L;/usr/${TAK_TRIPLET})
