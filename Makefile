@@ -7,7 +7,7 @@ export ASAN_OPTIONS ?= detect_leaks=1:abort_on_error=1:strict_string_checks=1
 export UBSAN_OPTIONS ?= print_stacktrace=1:halt_on_error=1
 export TSAN_OPTIONS ?= halt_on_error=1 second_deadlock_stack=1 suppressions=$(CURDIR)/tests/support/tsan.supp
 
-.PHONY: deps build test test-asan test-tsan cross fuzz bench demo install package format clean mutants explore
+.PHONY: deps build test test-asan test-tsan cross test-cross fuzz bench demo install package format clean mutants explore
 
 # Where `make install` puts the kit: PREFIX/bin, PREFIX/lib/tak-reset, PREFIX/share/doc/tak-reset.
 PREFIX ?= /usr/local
@@ -40,6 +40,21 @@ cross:
 	@bash scripts/install-deps cross $(ARCH)
 	@cmake --preset cross-$(ARCH) >/dev/null
 	@cmake --build --preset cross-$(ARCH)
+
+# The cross build's test programs under the emulator: `make test-cross ARCH=arm64`. They drive the native
+# kit (build/, built first; the preset points the cross build's tests at it), while the programs built for
+# the device that they and the kit start, and the library the root gets, are the cross build's.
+QEMU_arm64 := aarch64
+TEST_CROSS_JOBS ?= 1
+CROSS_DIR = $(CURDIR)/build-$(ARCH)
+test-cross: cross
+	@test -n "$(QEMU_$(ARCH))" || { echo "make test-cross: no emulator known for ARCH=$(ARCH)" >&2; exit 2; }
+	@cmake --preset default >/dev/null
+	@cmake --build --preset default --target orvix_kit foundation_probe
+	@ORVIX_EXEC_PREFIX="qemu-$(QEMU_$(ARCH))" \
+	  ORVIX_LIBTAK=$(CROSS_DIR)/tools/libtak_common/libtak_common.so \
+	  ORVIX_TAK_RESET=$(CROSS_DIR)/src/tak-reset \
+	  nice -n 10 ctest --test-dir $(CROSS_DIR) --output-on-failure -j $(TEST_CROSS_JOBS)
 
 # The scenario explorer on random seeds: `make explore SEEDS=N [START=S]` runs N seeds from S (random when
 # unset), `make explore SEED=S` replays one. It ends with "N scenarios, K invariant failures".

@@ -20,5 +20,8 @@ set(ENV{PKG_CONFIG_LIBDIR} "/usr/lib/${TAK_TRIPLET}/pkgconfig:/usr/share/pkgconf
 set(ENV{PKG_CONFIG_PATH} "")
 
 # Test programs and the programs they start run through the emulator; gtest_discover_tests and
-# add_test use this too.
-set(CMAKE_CROSSCOMPILING_EMULATOR qemu-aarch64;-L;/usr/${TAK_TRIPLET})
+# add_test use this too. No -L /usr/${TAK_TRIPLET}: that would load the cross toolchain's dynamic loader
+# beside the arm64 C library of the multiarch packages, a different build of it, and such a pair corrupts
+# the loader's thread-stack lists (a fork child or a new thread then loops for ever); the multiarch
+# /lib/ld-linux-aarch64.so.1 is the C library's own.
+set(CMAKE_CROSSCOMPILING_EMULATOR qemu-aarch64)

@@ -17,11 +17,15 @@ namespace orvix::host {
 
 namespace {
 
-// Field 3 (state) and field 22 (start time) of /proc/PID/stat. The command name (field 2) may hold blanks
-// and parentheses, so parsing starts after its last ')'.
+// Field 3 (state) and field 22 (start time) of the stat of the process's main thread, which the kernel
+// gives the process's own values. Not /proc/PID/stat: a user-mode emulator (a reset process built for
+// another processor) answers a process's reads of its own /proc/PID/stat with made-up fields, a start time
+// that no other reader sees among them, while it leaves the task entries alone. The command name (field 2)
+// may hold blanks and parentheses, so parsing starts after its last ')'.
 bool ReadStat(pid_t pid, char& state, unsigned long long& startTime) {
     std::string text;
-    if (!ReadRegular("/proc/" + std::to_string(pid) + "/stat", text)) {
+    const std::string process = "/proc/" + std::to_string(pid);
+    if (!ReadRegular(process + "/task/" + std::to_string(pid) + "/stat", text)) {
         return false;
     }
     const char* close = strrchr(text.c_str(), ')');

@@ -120,7 +120,7 @@ protected:
         orvix::host::MakeDirs(CTAKDBConnection::GetBackupDir());
         const std::string utility = orvix::host::FixedPath("/usr/bin/takutility");
         orvix::host::MakeDirs(utility.substr(0, utility.rfind('/')));
-        ASSERT_EQ(symlink(TAK_BINARY_DIR "/tools/takutility/takutility", utility.c_str()), 0);
+        ASSERT_EQ(symlink(TAK_KIT_DIR "/tools/takutility/takutility", utility.c_str()), 0);
         ASSERT_TRUE(CreateDatabase(DBPath()));
     }
     void TearDown() override {

@@ -118,6 +118,7 @@ protected:
 
     bool StartInstance(std::vector<std::string> argv) {
         argv.insert(argv.begin(), TakResetPath());
+        argv = orvix::test::DeviceArgv(argv);
         std::vector<char*> args;
         for (auto& arg : argv) {
             args.push_back(arg.data());

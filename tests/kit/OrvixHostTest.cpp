@@ -5,6 +5,8 @@
 // runs to its end.
 #include <gtest/gtest.h>
 
+#include <sys/stat.h>
+
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -59,6 +61,46 @@ TEST_F(OrvixHost, RefusesWhatCannotSucceedWithOneLineAndStartsOrWritesNothing) {
     EXPECT_EQ(access((Root() + "/var/lib/vconf/db/bad key").c_str(), F_OK), -1);
     EXPECT_EQ(Host({"pkg", "list"}).out.find("org.bad"), std::string::npos);
     EXPECT_EQ(ReadWholeFile(Root() + "/etc/sysinfo.ini"), flags);
+    // The variables of a build for another processor, named in the line.
+    const std::pair<Strings, std::pair<const char*, std::string>> badVariables[] = {
+        {{"launch", "reset=tak_app_reset"}, {"ORVIX_EXEC_PREFIX", "no-such-emulator -L /"}},
+        {{"launch", "reset=tak_app_reset"}, {"ORVIX_EXEC_PREFIX", Root() + "/etc/sysinfo.ini"}},
+        {{"libtak", "apply"}, {"ORVIX_LIBTAK", Root() + "/etc"}},
+        {{"init"}, {"ORVIX_LIBTAK", Root() + "/no-such-library.so"}},
+    };
+    std::string library = ReadWholeFile(Root() + "/usr/lib64/libtak_common.so");
+    for (const auto& [command, variable] : badVariables) {
+        ExpectRefused(Host(command, {variable}), command, variable.first);
+    }
+    EXPECT_EQ(access(LogPath(AppName()).c_str(), F_OK), -1);
+    EXPECT_EQ(ReadWholeFile(Root() + "/usr/lib64/libtak_common.so"), library);
+    EXPECT_EQ(ReadWholeFile(Root() + "/etc/sysinfo.ini"), flags) << "a refused init wiped the root";
+}
+
+// A reset process for another processor: `launch` starts it through ORVIX_EXEC_PREFIX (here a wrapper
+// that notes its arguments, in front of the prefix this run may already use) and the root gets the library
+// ORVIX_LIBTAK names (here a copy of the usual one with a marker after it).
+TEST_F(OrvixHost, StartsTheResetThroughTheExecPrefixWithTheLibraryItNames) {
+    const std::string wrapper = Root() + "/wrapper", seen = Root() + "/wrapper.argv";
+    const std::string library = Root() + "/marked-libtak_common.so";
+    {
+        std::ofstream(wrapper) << "#!/bin/sh\nprintf '%s\\n' \"$@\" >'" << seen << "'\nexec \"$@\"\n";
+        std::ofstream(library, std::ios::binary) << ReadWholeFile(LibTakPath()) << "marker";
+    }
+    ASSERT_EQ(chmod(wrapper.c_str(), 0755), 0);
+    const char* outer = getenv("ORVIX_EXEC_PREFIX");
+    std::vector<std::pair<std::string, std::string>> device = {
+        {"ORVIX_EXEC_PREFIX", wrapper + " " + (outer != nullptr ? outer : "")}, {"ORVIX_LIBTAK", library}};
+    ASSERT_EQ(Host({"libtak", "apply"}, device).status, 0);
+    EXPECT_EQ(ReadWholeFile(Root() + "/usr/lib64/libtak_common.so"), ReadWholeFile(library));
+    ASSERT_EQ(Host({"up"}).status, 0);
+    RunResult launched = Host({"launch", "reset=tak_app_reset", "userdata=7"}, device);
+    ASSERT_EQ(launched.status, 0) << launched.err;
+    EXPECT_TRUE(WaitForCall("innerserver", "process_result")) << TakResetLog();
+    EXPECT_FALSE(CallsOf("libtak_common").empty());
+    std::string arguments = ReadWholeFile(seen);
+    EXPECT_NE(arguments.find(TakResetPath() + "\nreset=tak_app_reset\nuserdata=7\n"), std::string::npos)
+        << arguments;
 }
 
 TEST_F(OrvixHost, InitMakesAFreshRootButNeverWipesAForeignDirectoryOrARunningRoot) {
@@ -116,17 +158,18 @@ protected:
         ASSERT_NE(mkdtemp(pattern), nullptr);
         s_prefix = pattern;
         RunResult installed =
-            orvix::test::RunProgram({CMAKE_COMMAND_PATH, "--install", BinaryDir(), "--prefix", s_prefix});
+            orvix::test::RunProgram({CMAKE_COMMAND_PATH, "--install", KitDir(), "--prefix", s_prefix});
         ASSERT_EQ(installed.status, 0) << installed.out << installed.err;
     }
     static void TearDownTestSuite() { orvix::test::RunProgram({"/bin/rm", "-rf", s_prefix}); }
 
-    // The installed orvix-host for this root, each program's variable set empty so that it looks for it.
+    // The installed orvix-host for this root, each program's variable set empty so that it looks for it,
+    // and no emulator in front of its tak-reset (the kit is installed from the native build).
     RunResult Installed(Strings command) const {
         command.insert(command.begin(), s_prefix + "/bin/orvix-host");
         std::vector<std::pair<std::string, std::string>> environment = {{"ORVIX_HOST_ROOT", Root()}};
-        for (const char* program :
-             {"TAK_RESET", "INNERSERVER", "MANAGERCLIENT", "LIBTAK_COMMON", "TAKUTILITY"}) {
+        for (const char* program : {"TAK_RESET", "INNERSERVER", "MANAGERCLIENT", "LIBTAK_COMMON", "LIBTAK",
+                                    "TAKUTILITY", "EXEC_PREFIX"}) {
             environment.emplace_back(std::string("ORVIX_") + program, "");
         }
         return orvix::test::RunProgram(command, environment);

@@ -27,8 +27,14 @@ using orvix::test::RunResult;
 class ServiceApp : public orvix::test::HostFixture {
 protected:
     // Here `launch` starts the kit's test app instead of tak-reset.
-    static void SetUpTestSuite() { setenv("ORVIX_TAK_RESET", KIT_APP_PATH, 1); }
-    static void TearDownTestSuite() { unsetenv("ORVIX_TAK_RESET"); }
+    // The program that ORVIX_TAK_RESET named before (a build for another processor sets it) comes back after.
+    static void SetUpTestSuite() {
+        const char* before = getenv("ORVIX_TAK_RESET");
+        s_before = before != nullptr ? before : "";
+        setenv("ORVIX_TAK_RESET", KIT_APP_PATH, 1);
+    }
+    static void TearDownTestSuite() { setenv("ORVIX_TAK_RESET", s_before.c_str(), 1); }
+    static std::string s_before;
 
     std::string Launched(const std::vector<std::string>& extras) const {
         RunResult result = Launch(extras);
@@ -45,6 +51,8 @@ protected:
     }
 };
 
+std::string ServiceApp::s_before;
+
 // Requests from four launchers at once arrive while the first callback iterates the main loop: each is
 // handled once, in its launcher's order, never inside another callback.
 TEST_F(ServiceApp, OneInstanceHandlesEveryRequestOnceAtATimeInArrivalOrder) {
@@ -52,7 +60,10 @@ TEST_F(ServiceApp, OneInstanceHandlesEveryRequestOnceAtATimeInArrivalOrder) {
     std::string queued = Launched({"id=second"});
     EXPECT_EQ(queued.rfind("queued to the running " + AppName(), 0), 0u) << queued;
     // Another process of the app hands its request to the running instance and leaves.
-    EXPECT_EQ(orvix::test::RunProgram({KIT_APP_PATH, "id=third"}, {{"ORVIX_HOST_ROOT", Root()}}).status, 0);
+    EXPECT_EQ(orvix::test::RunProgram(orvix::test::DeviceArgv({KIT_APP_PATH, "id=third"}),
+                                      {{"ORVIX_HOST_ROOT", Root()}})
+                  .status,
+              0);
     const int kThreads = 4, kEach = 8;
     std::vector<std::thread> threads;
     for (int t = 0; t < kThreads; ++t) {

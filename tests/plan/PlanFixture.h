@@ -20,8 +20,8 @@ protected:
     orvix::test::RunResult Plan(const std::vector<std::string>& args) const {
         std::vector<std::string> argv = {PlanPath()};
         argv.insert(argv.end(), args.begin(), args.end());
-        orvix::test::RunResult plan =
-            orvix::test::RunProgram(argv, {{"ORVIX_HOST_ROOT", Root()}, {"ORVIX_LOG_LEVEL", "E"}});
+        orvix::test::RunResult plan = orvix::test::RunProgram(
+            orvix::test::DeviceArgv(argv), {{"ORVIX_HOST_ROOT", Root()}, {"ORVIX_LOG_LEVEL", "E"}});
         for (std::string* text : {&plan.out, &plan.err}) {
             for (size_t at = text->find(Root()); at != std::string::npos; at = text->find(Root(), at)) {
                 text->replace(at, Root().size(), "<root>");

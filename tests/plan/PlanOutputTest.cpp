@@ -318,7 +318,7 @@ TEST_F(ThePlanCommand, ReadsTheLaunchKeysStrictlyAndFailsOnlyWhenItCouldReadNoth
             << run.out << run.err;
     }
     orvix::test::RunResult run =
-        orvix::test::RunProgram({PlanPath(), "reset=tak_app_reset"},
+        orvix::test::RunProgram(orvix::test::DeviceArgv({PlanPath(), "reset=tak_app_reset"}),
                                 {{"ORVIX_HOST_ROOT", Root() + "/nowhere"}, {"ORVIX_LOG_LEVEL", "E"}});
     EXPECT_TRUE(run.status == 1 && run.out.empty() &&
                 run.err.find("tak-reset-plan: nothing could be read, so there is no plan\n") !=

@@ -151,7 +151,8 @@ TEST_F(ResetProcessWithoutBus, EndsCleanlyAndLogsEveryFailedReportAndStillExitsZ
     auto run = [this](std::vector<std::string> argv) {
         argv.insert(argv.begin(), TakResetPath());
         return orvix::test::RunProgram(
-            argv, {{"DBUS_SYSTEM_BUS_ADDRESS", BusAddress()}, {"ORVIX_LOG_FILE", LogPath(AppName())}});
+            orvix::test::DeviceArgv(argv),
+            {{"DBUS_SYSTEM_BUS_ADDRESS", BusAddress()}, {"ORVIX_LOG_FILE", LogPath(AppName())}});
     };
     orvix::test::RunResult ran = run({"reset=end"});
     EXPECT_EQ(ran.status, 0) << ran.err;

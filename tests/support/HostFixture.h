@@ -2,8 +2,10 @@
 //
 // SetUp makes a fresh temporary root (ORVIX_HOST_ROOT, also set for this test process through
 // orvix::host::SetRoot), runs `orvix-host init` with InitArguments() and, unless StartsBus() is false,
-// `orvix-host up`. The programs come from the build tree (TAK_BINARY_DIR); tak-reset is
+// `orvix-host up`. The kit (orvix-host and the programs it finds beside it) comes from TAK_KIT_DIR: this
+// build tree, or a native one when this build is for another processor; tak-reset is
 // TAK_BINARY_DIR/src/tak-reset unless ORVIX_TAK_RESET names another program (orvix-host honours it too).
+// Programs built for the device start through ORVIX_EXEC_PREFIX (DeviceArgv), as the kit starts them.
 // TearDown prints the tak-reset log, the stand-ins' logs and the recorded calls when the test failed,
 // runs `orvix-host down`, checks that no process of the root is left, and removes the root (kept when
 // ORVIX_KEEP_ROOT is set). A GLib critical in the log of any process of the root fails the test.
@@ -36,6 +38,10 @@
 #include "orvix_launch.h"
 #include "orvix_process.h"
 
+#ifndef TAK_KIT_DIR
+#define TAK_KIT_DIR TAK_BINARY_DIR
+#endif
+
 namespace orvix::test {
 
 using namespace std::chrono_literals;
@@ -55,6 +61,22 @@ inline bool WaitUntil(const std::function<bool()>& condition, std::chrono::milli
         std::this_thread::sleep_for(5ms);
     }
     return true;
+}
+
+// `argv` of a program built for the device, after the words of ORVIX_EXEC_PREFIX (the emulator of another
+// processor, say), the first one found in PATH.
+inline std::vector<std::string> DeviceArgv(const std::vector<std::string>& argv) {
+    const char* prefix = getenv("ORVIX_EXEC_PREFIX");
+    g_auto(GStrv) words = g_strsplit_set(prefix != nullptr ? prefix : "", " \t", -1);
+    std::vector<std::string> command;
+    for (gchar** word = words; *word != nullptr; ++word) {
+        g_autofree gchar* found = command.empty() && **word != '\0' ? g_find_program_in_path(*word) : nullptr;
+        if (**word != '\0') {
+            command.emplace_back(found != nullptr ? found : *word);
+        }
+    }
+    command.insert(command.end(), argv.begin(), argv.end());
+    return command;
 }
 
 // Runs a program to its end with extra environment variables.
@@ -93,7 +115,14 @@ inline RunResult RunProgram(const std::vector<std::string>& argv,
 class HostFixture : public ::testing::Test {
 protected:
     static std::string BinaryDir() { return TAK_BINARY_DIR; }
-    static std::string OrvixHostPath() { return BinaryDir() + "/tools/orvix-host/orvix-host"; }
+    static std::string KitDir() { return TAK_KIT_DIR; }
+    static std::string OrvixHostPath() { return KitDir() + "/tools/orvix-host/orvix-host"; }
+    // The substitute library that `init` installs in the root.
+    static std::string LibTakPath() {
+        const char* custom = getenv("ORVIX_LIBTAK");
+        return custom != nullptr && *custom != '\0' ? custom
+                                                    : KitDir() + "/tools/libtak_common/libtak_common.so";
+    }
     static std::string TakResetPath() {
         const char* custom = getenv("ORVIX_TAK_RESET");
         return custom != nullptr && *custom != '\0' ? custom : BinaryDir() + "/src/tak-reset";

@@ -1,7 +1,9 @@
 // Finding the kit's programs: environment, beside orvix-host, the build tree.
 #include "HostPrograms.h"
 
+#include <glib.h>
 #include <limits.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cstdlib>
@@ -33,6 +35,19 @@ const KitFileEntry kKitFiles[] = {
     {KitFile::TakUtility, "ORVIX_TAKUTILITY", "takutility", nullptr, "../takutility/takutility"},
 };
 
+constexpr char kExecPrefixVariable[] = "ORVIX_EXEC_PREFIX";
+constexpr char kLibTakVariable[] = "ORVIX_LIBTAK";
+
+const char* NonEmptyVariable(const char* name) {
+    const char* value = getenv(name);
+    return value != nullptr && *value != '\0' ? value : nullptr;
+}
+
+bool IsReadableRegularFile(const char* path) {
+    struct stat info {};
+    return stat(path, &info) == 0 && S_ISREG(info.st_mode) && access(path, R_OK) == 0;
+}
+
 bool IsFile(const std::string& path) {
     return !path.empty() && access(path.c_str(), R_OK) == 0;
 }
@@ -54,12 +69,47 @@ std::string OwnDirectory() {
     return path.substr(0, path.rfind('/'));
 }
 
+bool DeviceExecPrefix(std::vector<std::string>& words, std::string& error) {
+    words.clear();
+    const char* value = getenv(kExecPrefixVariable);
+    g_auto(GStrv) parts = g_strsplit_set(value != nullptr ? value : "", " \t", -1);
+    for (gchar** part = parts; *part != nullptr; ++part) {
+        if (**part != '\0') {
+            words.emplace_back(*part);
+        }
+    }
+    if (words.empty()) {
+        return true;
+    }
+    g_autofree gchar* program = g_find_program_in_path(words.front().c_str());
+    if (program == nullptr) {
+        error = std::string(kExecPrefixVariable) + " starts with " + words.front() +
+                ", which is not an executable found in PATH";
+        words.clear();
+        return false;
+    }
+    words.front() = program;
+    return true;
+}
+
+bool CheckLibTakVariable(std::string& error) {
+    const char* chosen = NonEmptyVariable(kLibTakVariable);
+    if (chosen == nullptr || IsReadableRegularFile(chosen)) {
+        return true;
+    }
+    error = std::string(kLibTakVariable) + " names " + chosen + ", which is not a readable regular file";
+    return false;
+}
+
 std::string FindKitFile(KitFile file, std::string& error) {
     for (const auto& entry : kKitFiles) {
         if (entry.file != file) {
             continue;
         }
-        if (const char* env = getenv(entry.environment); env != nullptr && *env != '\0') {
+        if (const char* chosen = NonEmptyVariable(kLibTakVariable); file == KitFile::LibTakCommon && chosen) {
+            return CheckLibTakVariable(error) ? chosen : "";
+        }
+        if (const char* env = NonEmptyVariable(entry.environment)) {
             if (IsFile(env)) {
                 return env;
             }

@@ -12,9 +12,17 @@
 //      <build>/tools/takutility/takutility.
 // orvix-host's own executable is found through /proc/self/exe, so the rule holds whatever the current
 // directory and however orvix-host was called.
+//
+// A reset process built for another processor runs beside this kit through an emulator:
+//   ORVIX_EXEC_PREFIX  a command (words separated by blanks) put before the path of every program the kit
+//                      starts for the device's side (tak-reset); unset or blank: programs start as they are;
+//   ORVIX_LIBTAK       the substitute library that init and `libtak apply` install into the root. It is the
+//                      name outside scripts use, so it wins over ORVIX_LIBTAK_COMMON, the kit's own name for
+//                      the same file, which is read only when ORVIX_LIBTAK is unset or empty.
 #pragma once
 
 #include <string>
+#include <vector>
 
 namespace orvix::host {
 
@@ -22,6 +30,13 @@ enum class KitFile { TakReset, InnerServer, ManagerClient, LibTakCommon, TakUtil
 
 // The path of `file`, or empty with `error` set to a one-line explanation.
 std::string FindKitFile(KitFile file, std::string& error);
+
+// The words of ORVIX_EXEC_PREFIX, the first one as the executable PATH finds (none when unset or blank).
+// False, with `error` naming the variable, when the first word is not an executable found in PATH.
+bool DeviceExecPrefix(std::vector<std::string>& words, std::string& error);
+
+// False, with `error` naming the variable, when ORVIX_LIBTAK is set but not a readable regular file.
+bool CheckLibTakVariable(std::string& error);
 
 // The directory of orvix-host's own executable.
 std::string OwnDirectory();

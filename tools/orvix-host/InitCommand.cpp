@@ -315,7 +315,7 @@ int RunInit(int argc, char** argv) {
         return UsageError(kCommand, "--apps must be 0 to 100000 and --builtin 0 to 10000");
     }
     std::string error;
-    if (!CheckRootCanBeWiped(error)) {
+    if (!CheckLibTakVariable(error) || !CheckRootCanBeWiped(error)) {
         return UsageError(kCommand, error);
     }
     std::string notes;

@@ -33,7 +33,10 @@ std::string EnvironmentHelp() {
     return "The root: ORVIX_HOST_ROOT (now " + Root() +
            "); when unset, ${XDG_DATA_HOME:-$HOME/.local/share}/orvix-host.\n"
            "The kit's programs: beside orvix-host, else in its build tree, unless ORVIX_TAK_RESET,\n"
-           "ORVIX_INNERSERVER, ORVIX_MANAGERCLIENT, ORVIX_LIBTAK_COMMON or ORVIX_TAKUTILITY name them.\n";
+           "ORVIX_INNERSERVER, ORVIX_MANAGERCLIENT, ORVIX_LIBTAK_COMMON or ORVIX_TAKUTILITY name them.\n"
+           "A reset process built for another processor: ORVIX_EXEC_PREFIX, a command put before the path\n"
+           "of tak-reset when the kit starts it (e.g. 'qemu-aarch64'), and ORVIX_LIBTAK, the\n"
+           "libtak_common.so that init and libtak apply install (it wins over ORVIX_LIBTAK_COMMON).\n";
 }
 
 int ShowHelp(const char* command, const GOptionEntry* entries, const char* details) {

@@ -7,12 +7,13 @@
 // both cases launch prints one line (queued to the running instance, or started, with the pid and the
 // log) and exits 0 once the request is queued by the instance. --extra-file adds an extra whose value is
 // the content of a file (for values a command line cannot carry); those extras come after the KEY=VALUE
-// ones.
+// ones. With ORVIX_EXEC_PREFIX set (HostPrograms.h), the new instance is started through that command.
 //
 // Refused, with one line on standard error and nothing started: no extras at all, a malformed argument
-// (no '=', or an empty key), an uninitialised root, or a new instance while the root's bus is not up
-// (exit status 2, bad input). reset=end while no instance runs starts one with it, as the platform does:
-// that instance does only the common library's clean-up and exits, and the line says so.
+// (no '=', or an empty key), an uninitialised root, an ORVIX_EXEC_PREFIX that names no executable, or a new
+// instance while the root's bus is not up (exit status 2, bad input). reset=end while no instance runs starts
+// one with it, as the platform does: that instance does only the common library's clean-up and exits, and the
+// line says so.
 #include <fcntl.h>
 #include <poll.h>
 #include <sys/mman.h>
@@ -21,6 +22,7 @@
 #include <cstdio>
 #include <cstring>
 #include <string>
+#include <vector>
 
 #include "Commands.h"
 #include "HostDaemons.h"
@@ -84,8 +86,9 @@ Start AwaitReady(int fd) {
     return rc > 0 ? Start::Gone : Start::Failed;
 }
 
-Start StartInstance(const std::string& program, const std::string& app, const LaunchExtras& extras,
-                    pid_t& pid, std::string& error) {
+// `command`: the program, after the words of ORVIX_EXEC_PREFIX when it runs through an emulator.
+Start StartInstance(const std::vector<std::string>& command, const std::string& app,
+                    const LaunchExtras& extras, pid_t& pid, std::string& error) {
     std::vector<std::string> arguments;
     for (const auto& [key, value] : extras) {
         arguments.push_back(key + "=" + value);
@@ -96,7 +99,7 @@ Start StartInstance(const std::string& program, const std::string& app, const La
         return Start::Failed;
     }
     SpawnOptions options;
-    options.argv = {program};
+    options.argv = command;
     options.setEnvironment = {{"ORVIX_HOST_ROOT", Root()},
                               {"DBUS_SYSTEM_BUS_ADDRESS", BusAddress()},
                               {"ORVIX_LOG_FILE", LogFile(app)},
@@ -191,7 +194,8 @@ int RefuseToStart() {
     return 0;
 }
 
-int Deliver(const std::string& program, const LaunchExtras& extras) {
+int Deliver(const std::vector<std::string>& command, const LaunchExtras& extras) {
+    const std::string& program = command.back();
     std::string app = program.substr(program.rfind('/') + 1);
     MakeDirs(PidDirectory());
     gint64 deadline = g_get_monotonic_time() + kDeliveryDeadlineUs;
@@ -208,7 +212,7 @@ int Deliver(const std::string& program, const LaunchExtras& extras) {
             }
             error.clear();
             pid_t pid = 0;
-            Start started = StartInstance(program, app, extras, pid, error);
+            Start started = StartInstance(command, app, extras, pid, error);
             if (started == Start::Ready) {
                 return Started(app, pid, extras);
             }
@@ -257,9 +261,14 @@ int RunLaunch(int argc, char** argv) {
     if (!RequireInitialisedRoot(kCommand)) {
         return kUsageError;
     }
+    std::vector<std::string> command;
+    if (!DeviceExecPrefix(command, error)) {
+        return UsageError(kCommand, error);
+    }
     std::string program = FindKitFile(KitFile::TakReset, error);
     if (program.empty()) {
         return Failure(kCommand, error);
     }
-    return Deliver(program, extras);
+    command.push_back(program);
+    return Deliver(command, extras);
 }

@@ -7,6 +7,7 @@
 #include <string>
 
 #include "Commands.h"
+#include "HostPrograms.h"
 #include "KitCommand.h"
 #include "LibTakInstall.h"
 
@@ -28,6 +29,9 @@ int RunLibtak(int argc, char** argv) {
     }
     std::string notes;
     std::string error;
+    if (!orvix::host::CheckLibTakVariable(error)) {
+        return orvix::host::UsageError(kCommand, error);
+    }
     if (!orvix::host::InstallLibTak(notes, error)) {
         return orvix::host::Failure(kCommand, error);
     }
