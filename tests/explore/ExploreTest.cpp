@@ -131,8 +131,9 @@ protected:
         env = g_environ_unsetenv(env, orvix::host::kLaunchRequestFdEnv);
         int log = open(LogPath(AppName()).c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0644);
         GPid pid = 0;
-        bool started = g_spawn_async_with_fds(nullptr, args.data(), env, G_SPAWN_DO_NOT_REAP_CHILD, nullptr,
-                                              nullptr, &pid, -1, log, log, nullptr);
+        bool started = g_spawn_async_with_fds(nullptr, args.data(), env,
+                                              GSpawnFlags(G_SPAWN_DO_NOT_REAP_CHILD | G_SPAWN_SEARCH_PATH),
+                                              nullptr, nullptr, &pid, -1, log, log, nullptr);
         close(log);
         m_instance = started ? pid : 0;
         return started;
@@ -239,7 +240,9 @@ protected:
         skipped.insert(skipped.end(),
                        {Root() + "/var", Root() + "/run", Root() + "/etc/libtak_common.json", DatabasePath(),
                         ServiceDir(2, "log"), ServiceDir(27, "bnr_backup/bnr_backup.json"),
-                        home + ".cache/Apps/WebAppsCache", home + "apps_rw/xwalk-service"});
+                        // The data store's backup copy (and its journal while a write is under way).
+                        ServiceDir(27, "takdb_backup/.vardell.db"), home + ".cache/Apps/WebAppsCache",
+                        home + "apps_rw/xwalk-service"});
         std::map<std::string, std::string> files;
         std::error_code error;
         for (auto it = fs::recursive_directory_iterator(Root(), error);

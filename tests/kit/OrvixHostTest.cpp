@@ -57,14 +57,11 @@ TEST_F(OrvixHost, RefusesWhatCannotSucceedWithOneLineAndStartsOrWritesNothing) {
         ExpectRefused(Host(command), command, says);
     }
     EXPECT_FALSE(AppRunning());
-    EXPECT_EQ(access(LogPath(AppName()).c_str(), F_OK), -1) << "a refused launch started " << AppName();
     EXPECT_EQ(access((Root() + "/var/lib/vconf/db/bad key").c_str(), F_OK), -1);
     EXPECT_EQ(Host({"pkg", "list"}).out.find("org.bad"), std::string::npos);
-    EXPECT_EQ(ReadWholeFile(Root() + "/etc/sysinfo.ini"), flags);
     // The variables of a build for another processor, named in the line.
     const std::pair<Strings, std::pair<const char*, std::string>> badVariables[] = {
         {{"launch", "reset=tak_app_reset"}, {"ORVIX_EXEC_PREFIX", "no-such-emulator -L /"}},
-        {{"launch", "reset=tak_app_reset"}, {"ORVIX_EXEC_PREFIX", Root() + "/etc/sysinfo.ini"}},
         {{"libtak", "apply"}, {"ORVIX_LIBTAK", Root() + "/etc"}},
         {{"init"}, {"ORVIX_LIBTAK", Root() + "/no-such-library.so"}},
     };
@@ -72,9 +69,10 @@ TEST_F(OrvixHost, RefusesWhatCannotSucceedWithOneLineAndStartsOrWritesNothing) {
     for (const auto& [command, variable] : badVariables) {
         ExpectRefused(Host(command, {variable}), command, variable.first);
     }
-    EXPECT_EQ(access(LogPath(AppName()).c_str(), F_OK), -1);
+    EXPECT_EQ(access(LogPath(AppName()).c_str(), F_OK), -1) << "a refused launch started " << AppName();
     EXPECT_EQ(ReadWholeFile(Root() + "/usr/lib64/libtak_common.so"), library);
-    EXPECT_EQ(ReadWholeFile(Root() + "/etc/sysinfo.ini"), flags) << "a refused init wiped the root";
+    EXPECT_EQ(ReadWholeFile(Root() + "/etc/sysinfo.ini"), flags)
+        << "a refusal changed the flags or wiped the root";
 }
 
 // A reset process for another processor: `launch` starts it through ORVIX_EXEC_PREFIX (here a wrapper
@@ -83,10 +81,9 @@ TEST_F(OrvixHost, RefusesWhatCannotSucceedWithOneLineAndStartsOrWritesNothing) {
 TEST_F(OrvixHost, StartsTheResetThroughTheExecPrefixWithTheLibraryItNames) {
     const std::string wrapper = Root() + "/wrapper", seen = Root() + "/wrapper.argv";
     const std::string library = Root() + "/marked-libtak_common.so";
-    {
-        std::ofstream(wrapper) << "#!/bin/sh\nprintf '%s\\n' \"$@\" >'" << seen << "'\nexec \"$@\"\n";
-        std::ofstream(library, std::ios::binary) << ReadWholeFile(LibTakPath()) << "marker";
-    }
+    std::ofstream(wrapper) << "#!/bin/sh\nprintf '%s\\n' \"$@\" >'" << seen << "'\nexec \"$@\"\n";
+    std::ofstream(library, std::ios::binary)
+        << ReadWholeFile(Root() + "/usr/lib64/libtak_common.so") << "marker";
     ASSERT_EQ(chmod(wrapper.c_str(), 0755), 0);
     const char* outer = getenv("ORVIX_EXEC_PREFIX");
     std::vector<std::pair<std::string, std::string>> device = {
@@ -94,13 +91,11 @@ TEST_F(OrvixHost, StartsTheResetThroughTheExecPrefixWithTheLibraryItNames) {
     ASSERT_EQ(Host({"libtak", "apply"}, device).status, 0);
     EXPECT_EQ(ReadWholeFile(Root() + "/usr/lib64/libtak_common.so"), ReadWholeFile(library));
     ASSERT_EQ(Host({"up"}).status, 0);
-    RunResult launched = Host({"launch", "reset=tak_app_reset", "userdata=7"}, device);
-    ASSERT_EQ(launched.status, 0) << launched.err;
+    ASSERT_EQ(Host({"launch", "reset=tak_app_reset", "userdata=7"}, device).status, 0);
     EXPECT_TRUE(WaitForCall("innerserver", "process_result")) << TakResetLog();
-    EXPECT_FALSE(CallsOf("libtak_common").empty());
-    std::string arguments = ReadWholeFile(seen);
-    EXPECT_NE(arguments.find(TakResetPath() + "\nreset=tak_app_reset\nuserdata=7\n"), std::string::npos)
-        << arguments;
+    EXPECT_NE(ReadWholeFile(seen).find(TakResetPath() + "\nreset=tak_app_reset\nuserdata=7\n"),
+              std::string::npos)
+        << ReadWholeFile(seen);
 }
 
 TEST_F(OrvixHost, InitMakesAFreshRootButNeverWipesAForeignDirectoryOrARunningRoot) {

@@ -29,12 +29,11 @@ protected:
     // Here `launch` starts the kit's test app instead of tak-reset.
     // The program that ORVIX_TAK_RESET named before (a build for another processor sets it) comes back after.
     static void SetUpTestSuite() {
-        const char* before = getenv("ORVIX_TAK_RESET");
-        s_before = before != nullptr ? before : "";
+        s_before = getenv("ORVIX_TAK_RESET") != nullptr ? getenv("ORVIX_TAK_RESET") : "";
         setenv("ORVIX_TAK_RESET", KIT_APP_PATH, 1);
     }
     static void TearDownTestSuite() { setenv("ORVIX_TAK_RESET", s_before.c_str(), 1); }
-    static std::string s_before;
+    inline static std::string s_before;
 
     std::string Launched(const std::vector<std::string>& extras) const {
         RunResult result = Launch(extras);
@@ -50,8 +49,6 @@ protected:
         return control["extras"][key].asString();
     }
 };
-
-std::string ServiceApp::s_before;
 
 // Requests from four launchers at once arrive while the first callback iterates the main loop: each is
 // handled once, in its launcher's order, never inside another callback.

@@ -22,6 +22,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <chrono>
 #include <filesystem>
 #include <fstream>
@@ -64,19 +65,15 @@ inline bool WaitUntil(const std::function<bool()>& condition, std::chrono::milli
 }
 
 // `argv` of a program built for the device, after the words of ORVIX_EXEC_PREFIX (the emulator of another
-// processor, say), the first one found in PATH.
-inline std::vector<std::string> DeviceArgv(const std::vector<std::string>& argv) {
+// processor, say); RunProgram looks its first word up in PATH.
+inline std::vector<std::string> DeviceArgv(std::vector<std::string> argv) {
     const char* prefix = getenv("ORVIX_EXEC_PREFIX");
     g_auto(GStrv) words = g_strsplit_set(prefix != nullptr ? prefix : "", " \t", -1);
-    std::vector<std::string> command;
-    for (gchar** word = words; *word != nullptr; ++word) {
-        g_autofree gchar* found = command.empty() && **word != '\0' ? g_find_program_in_path(*word) : nullptr;
-        if (**word != '\0') {
-            command.emplace_back(found != nullptr ? found : *word);
-        }
+    for (guint i = g_strv_length(words); i-- > 0;) {
+        argv.insert(argv.begin(), words[i]);
     }
-    command.insert(command.end(), argv.begin(), argv.end());
-    return command;
+    argv.erase(std::remove(argv.begin(), argv.end(), ""), argv.end());
+    return argv;
 }
 
 // Runs a program to its end with extra environment variables.
@@ -98,7 +95,7 @@ inline RunResult RunProgram(const std::vector<std::string>& argv,
         g_clear_error(&error);
         g_autofree gchar* out = nullptr;
         g_autofree gchar* err = nullptr;
-        if (g_spawn_sync(nullptr, args.data(), envp, G_SPAWN_DEFAULT, nullptr, nullptr, &out, &err,
+        if (g_spawn_sync(nullptr, args.data(), envp, G_SPAWN_SEARCH_PATH, nullptr, nullptr, &out, &err,
                          &waitStatus, &error)) {
             std::string signal =
                 WIFSIGNALED(waitStatus) ? "\nended by signal " + std::to_string(WTERMSIG(waitStatus)) : "";
@@ -117,12 +114,6 @@ protected:
     static std::string BinaryDir() { return TAK_BINARY_DIR; }
     static std::string KitDir() { return TAK_KIT_DIR; }
     static std::string OrvixHostPath() { return KitDir() + "/tools/orvix-host/orvix-host"; }
-    // The substitute library that `init` installs in the root.
-    static std::string LibTakPath() {
-        const char* custom = getenv("ORVIX_LIBTAK");
-        return custom != nullptr && *custom != '\0' ? custom
-                                                    : KitDir() + "/tools/libtak_common/libtak_common.so";
-    }
     static std::string TakResetPath() {
         const char* custom = getenv("ORVIX_TAK_RESET");
         return custom != nullptr && *custom != '\0' ? custom : BinaryDir() + "/src/tak-reset";
