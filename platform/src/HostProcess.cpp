@@ -24,8 +24,8 @@ namespace {
 // may hold blanks and parentheses, so parsing starts after its last ')'.
 bool ReadStat(pid_t pid, char& state, unsigned long long& startTime) {
     std::string text;
-    const std::string process = "/proc/" + std::to_string(pid);
-    if (!ReadRegular(process + "/task/" + std::to_string(pid) + "/stat", text)) {
+    const std::string id = std::to_string(pid);
+    if (!ReadRegular("/proc/" + id + "/task/" + id + "/stat", text)) {
         return false;
     }
     const char* close = strrchr(text.c_str(), ')');

@@ -1,12 +1,14 @@
 // Finding the kit's programs: environment, beside orvix-host, the build tree.
 #include "HostPrograms.h"
 
+#include <fcntl.h>
 #include <glib.h>
 #include <limits.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cstdlib>
+
+#include "orvix_regular_file.h"
 
 namespace orvix::host {
 
@@ -44,8 +46,8 @@ const char* NonEmptyVariable(const char* name) {
 }
 
 bool IsReadableRegularFile(const char* path) {
-    struct stat info {};
-    return stat(path, &info) == 0 && S_ISREG(info.st_mode) && access(path, R_OK) == 0;
+    int fd = OpenRegular(path, O_RDONLY);
+    return fd >= 0 && close(fd) == 0;
 }
 
 bool IsFile(const std::string& path) {
