@@ -7,7 +7,7 @@ export ASAN_OPTIONS ?= detect_leaks=1:abort_on_error=1:strict_string_checks=1
 export UBSAN_OPTIONS ?= print_stacktrace=1:halt_on_error=1
 export TSAN_OPTIONS ?= halt_on_error=1 second_deadlock_stack=1 suppressions=$(CURDIR)/tests/support/tsan.supp
 
-.PHONY: deps build test test-asan test-tsan cross test-cross fuzz bench demo install package format clean mutants explore
+.PHONY: deps build test test-asan test-tsan test-system cross test-cross fuzz bench demo install package format clean mutants explore
 
 # Where `make install` puts the kit: PREFIX/bin, PREFIX/lib/tak-reset, PREFIX/share/doc/tak-reset.
 PREFIX ?= /usr/local
@@ -32,6 +32,16 @@ test-tsan: deps
 	@cmake --preset tsan >/dev/null
 	@cmake --build --preset tsan
 	@ctest --preset tsan
+
+# The platform as a build-time seam: this build's kit installed into build-stage/ as the platform's
+# pkg-config modules, then tak-reset built against that prefix alone (TAK_PLATFORM=system, build-system/)
+# and its end-to-end tests run through the installed kit.
+STAGE := $(CURDIR)/build-stage
+test-system: build
+	@rm -rf $(STAGE) && cmake --install build --prefix $(STAGE) >/dev/null
+	@cmake --preset system >/dev/null
+	@cmake --build --preset system
+	@ctest --preset system
 
 # A build for the TV's processor with Debian's cross compiler: `make cross ARCH=arm64` (build-arm64/): the
 # reset process, the plan tool, the kit's programs, the substitute library and the test programs.
@@ -98,4 +108,4 @@ format:
 	@git ls-files '*.cpp' '*.h' | xargs clang-format -i
 
 clean:
-	rm -rf build build-asan build-tsan build-fuzz build-mutants build-arm64
+	rm -rf build build-asan build-tsan build-fuzz build-mutants build-arm64 build-stage build-system

@@ -7,6 +7,27 @@ set(TAK_TRIPLET aarch64-linux-gnu)
 set(CMAKE_C_COMPILER ${TAK_TRIPLET}-gcc)
 set(CMAKE_CXX_COMPILER ${TAK_TRIPLET}-g++)
 
+# Without the cross packages, one line that names them and the command that installs them, rather than a
+# compiler check failing further down.
+set(_tak_cross_missing "")
+find_program(_tak_cross_cxx ${CMAKE_CXX_COMPILER})
+if(NOT _tak_cross_cxx)
+  list(APPEND _tak_cross_missing g++-${TAK_TRIPLET})
+endif()
+foreach(_pair "glib-2.0.pc:libglib2.0-dev" "jsoncpp.pc:libjsoncpp-dev" "sqlite3.pc:libsqlite3-dev"
+              "libsystemd.pc:libsystemd-dev" "gtest.pc:libgtest-dev" "gmock.pc:libgmock-dev")
+  string(REPLACE ":" ";" _pair "${_pair}")
+  list(GET _pair 0 _pc)
+  list(GET _pair 1 _package)
+  if(NOT EXISTS /usr/lib/${TAK_TRIPLET}/pkgconfig/${_pc})
+    list(APPEND _tak_cross_missing ${_package}:arm64)
+  endif()
+endforeach()
+if(_tak_cross_missing)
+  list(JOIN _tak_cross_missing " " _tak_cross_missing)
+  message(FATAL_ERROR "cross build for ${TAK_TRIPLET}: missing ${_tak_cross_missing}; install them with 'scripts/install-deps cross arm64'")
+endif()
+
 # Debian installs the foreign architecture's libraries and headers under the multiarch directories of /usr,
 # so the sysroot is / and only the multiarch paths tell the two architectures apart.
 set(CMAKE_LIBRARY_ARCHITECTURE ${TAK_TRIPLET})

@@ -2,8 +2,9 @@
 //
 // SetUp makes a fresh temporary root (ORVIX_HOST_ROOT, also set for this test process through
 // orvix::host::SetRoot), runs `orvix-host init` with InitArguments() and, unless StartsBus() is false,
-// `orvix-host up`. The kit (orvix-host and the programs it finds beside it) comes from TAK_KIT_DIR: this
-// build tree, or a native one when this build is for another processor; tak-reset is
+// `orvix-host up`. The kit (orvix-host, TAK_ORVIX_HOST, and the programs it finds beside it) is this build
+// tree's, a native one's when this build is for another processor, or an installed kit's when it is built
+// against a system's platform modules; tak-reset is
 // TAK_BINARY_DIR/src/tak-reset unless ORVIX_TAK_RESET names another program (orvix-host honours it too).
 // Programs built for the device start through ORVIX_EXEC_PREFIX (DeviceArgv), as the kit starts them.
 // TearDown prints the tak-reset log, the stand-ins' logs and the recorded calls when the test failed,
@@ -113,7 +114,7 @@ class HostFixture : public ::testing::Test {
 protected:
     static std::string BinaryDir() { return TAK_BINARY_DIR; }
     static std::string KitDir() { return TAK_KIT_DIR; }
-    static std::string OrvixHostPath() { return KitDir() + "/tools/orvix-host/orvix-host"; }
+    static std::string OrvixHostPath() { return TAK_ORVIX_HOST; }
     static std::string TakResetPath() {
         const char* custom = getenv("ORVIX_TAK_RESET");
         return custom != nullptr && *custom != '\0' ? custom : BinaryDir() + "/src/tak-reset";
