@@ -2,6 +2,8 @@
 # for developers; every target installs what is missing first.
 SHELL := /bin/bash
 .DEFAULT_GOAL := test
+# The builds that CMake's generated makefiles run below us print only what they build.
+MAKEFLAGS += --no-print-directory
 
 export ASAN_OPTIONS ?= detect_leaks=1:abort_on_error=1:strict_string_checks=1
 export UBSAN_OPTIONS ?= print_stacktrace=1:halt_on_error=1

@@ -7,9 +7,9 @@
 
 #include <fstream>
 #include <map>
+#include <filesystem>
 #include <string>
 
-#include "TAKDir.h"
 #include "TAKUtil.h"
 #include "TestLog.h"
 
@@ -69,5 +69,5 @@ TEST(DLDXmlTest, WritesTheRecordExactlyAndFailsOnlyWhenItCannotOpenTheFile) {
     for (const std::string& bad : {dir + "/missing/apps.xml", dir, std::string(), fifo}) {
         EXPECT_FALSE(CTAKUtil::WriteAppsDLDXml(bad, apps)) << bad;
     }
-    TAKDir::RemoveAllFiles(dir, true, false);
+    std::filesystem::remove_all(dir);
 }

@@ -14,6 +14,7 @@
 #include <algorithm>
 #include <climits>
 #include <cstring>
+#include <filesystem>
 #include <future>
 #include <list>
 
@@ -41,7 +42,7 @@ protected:
         ASSERT_NE(mkdtemp(pattern), nullptr);
         orvix::host::SetRoot(root_ = pattern);
     }
-    void TearDown() override { TAKDir::RemoveAllFiles(root_, true, false); }
+    void TearDown() override { std::filesystem::remove_all(root_); }
 
     std::string Under(const std::string& relative) const { return root_ + "/" + relative; }
     bool LogHas(const std::string& text) const { return mark_.Contains(text); }
