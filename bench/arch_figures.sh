@@ -58,25 +58,28 @@ idle_rss() {  # LABEL LIBRARY PROGRAM...
     export ORVIX_HOST_ROOT=$root
     ORVIX_LIBTAK=$library "$host_bin" init >/dev/null
     "$host_bin" up >/dev/null
-    (
-        source "$root/run/env"
-        export DBUS_SYSTEM_BUS_ADDRESS
-        for ((i = 0; i < runs; i++)); do
-            coproc PROBE { ORVIX_LOG_FILE=/dev/stdout exec "$build/bench/support/startup_probe" "$settle_ms" \
-                "has key[reset] value[arch_figures]" "$@" reset=arch_figures; }
-            local pid=$PROBE_PID
-            read -r -t 60 -u "${PROBE[0]}" result || { echo "arch figures: $label did not get ready" >&2; exit 1; }
-            echo "$result" | cut -d' ' -f2
-            "$host_bin" launch reset=end >/dev/null
-            exec {PROBE[1]}>&-
-            wait "$pid" || true
-        done
-    ) | median
+    source "$root/run/env"
+    export DBUS_SYSTEM_BUS_ADDRESS
+    : >"$work/rss-$label"
+    for ((i = 0; i < runs; i++)); do
+        coproc PROBE { ORVIX_LOG_FILE=/dev/stdout exec "$build/bench/support/startup_probe" "$settle_ms" \
+            "has key[reset] value[arch_figures]" "$@" reset=arch_figures; }
+        local pid=$PROBE_PID
+        if ! read -r -t 60 -u "${PROBE[0]}" result; then
+            echo "arch figures: tak-reset ($label) did not get ready" >&2
+            return 1
+        fi
+        echo "$result" | cut -d' ' -f2 >>"$work/rss-$label"
+        "$host_bin" launch reset=end >/dev/null
+        exec {PROBE[1]}>&-
+        wait "$pid" || true
+    done
     "$host_bin" down >/dev/null
+    median <"$work/rss-$label"
 }
 
 x86_rss=$(idle_rss x86 "$build/tools/libtak_common/libtak_common.so" "$build/src/tak-reset")
-arm_rss=$(idle_rss arm64 "$arm/tools/libtak_common/libtak_common.so" qemu-aarch64 "$arm/src/tak-reset")
+arm_rss=$(idle_rss arm64 "$arm/tools/libtak_common/libtak_common.so" "$(command -v qemu-aarch64)" "$arm/src/tak-reset")
 echo "idle RSS of tak-reset, median of $runs (for information: the arm64 figure includes the emulator)"
 awk -v x="$x86_rss" -v a="$arm_rss" \
     'BEGIN { printf "  %-20s %8.1f MB %8.1f MB %7.2fx\n", "tak-reset", x / 1024, a / 1024, a / x }'
