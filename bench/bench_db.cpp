@@ -182,10 +182,11 @@ void BM_AllAppsStoreVsPlain(benchmark::State& state) {
         }
     }
     state.counters["store_ms"] =
-        std::chrono::duration<double, std::milli>(store).count() / state.iterations();
+        std::chrono::duration<double, std::milli>(store).count() / static_cast<double>(state.iterations());
     state.counters["plain_ms"] =
-        std::chrono::duration<double, std::milli>(plain).count() / state.iterations();
-    state.counters["ratio"] = plain.count() > 0 ? static_cast<double>(store.count()) / plain.count() : 0;
+        std::chrono::duration<double, std::milli>(plain).count() / static_cast<double>(state.iterations());
+    state.counters["ratio"] =
+        plain.count() > 0 ? static_cast<double>(store.count()) / static_cast<double>(plain.count()) : 0;
 }
 BENCHMARK(BM_AllAppsStoreVsPlain)->Unit(benchmark::kMillisecond)->MinTime(3.0);
 

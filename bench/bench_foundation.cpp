@@ -89,7 +89,8 @@ void BM_SettingsGet(benchmark::State& state) {
     for (auto _ : state) {
         benchmark::DoNotOptimize(vconf_get_int("db/tak/factory_reset", &value));
     }
-    state.counters["gets_per_s"] = benchmark::Counter(state.iterations(), benchmark::Counter::kIsRate);
+    state.counters["gets_per_s"] =
+        benchmark::Counter(static_cast<double>(state.iterations()), benchmark::Counter::kIsRate);
 }
 BENCHMARK(BM_SettingsGet);
 
@@ -98,7 +99,8 @@ void BM_SettingsSet(benchmark::State& state) {
     for (auto _ : state) {
         benchmark::DoNotOptimize(vconf_set_int("db/tak/app_sync_status", ++value));
     }
-    state.counters["sets_per_s"] = benchmark::Counter(state.iterations(), benchmark::Counter::kIsRate);
+    state.counters["sets_per_s"] =
+        benchmark::Counter(static_cast<double>(state.iterations()), benchmark::Counter::kIsRate);
 }
 BENCHMARK(BM_SettingsSet);
 
@@ -109,7 +111,8 @@ void BM_AdapterGetString(benchmark::State& state) {
     for (auto _ : state) {
         benchmark::DoNotOptimize(ICVConf::Get("db/home/homeversion_pkg_id", value));
     }
-    state.counters["gets_per_s"] = benchmark::Counter(state.iterations(), benchmark::Counter::kIsRate);
+    state.counters["gets_per_s"] =
+        benchmark::Counter(static_cast<double>(state.iterations()), benchmark::Counter::kIsRate);
 }
 BENCHMARK(BM_AdapterGetString);
 

@@ -194,7 +194,8 @@ void BM_BuiltInResetLookups(benchmark::State& state) {
     }
     double iterations = static_cast<double>(state.iterations());
     ResetFigures& figures = g_Figures[changed ? 1 : 0];
-    figures = {Ms(reset) / iterations, Ms(plain) / iterations, Ms(parse) / iterations, parses / iterations};
+    figures = {Ms(reset) / iterations, Ms(plain) / iterations, Ms(parse) / iterations,
+               static_cast<double>(parses) / iterations};
     state.counters["reset_ms"] = figures.resetMs;
     state.counters["map_ms"] = figures.mapMs;
     state.counters["parse_ms"] = figures.parseMs;

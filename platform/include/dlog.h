@@ -20,8 +20,10 @@ typedef enum {
     DLOG_SILENT,
 } log_priority;
 
-int dlog_print(log_priority prio, const char* tag, const char* fmt, ...) __attribute__((format(printf, 3, 4)));
-int dlog_vprint(log_priority prio, const char* tag, const char* fmt, va_list ap);
+int dlog_print(log_priority prio, const char* tag, const char* fmt, ...)
+    __attribute__((format(printf, 3, 4)));
+int dlog_vprint(log_priority prio, const char* tag, const char* fmt, va_list ap)
+    __attribute__((format(printf, 3, 0)));
 
 #ifdef __cplusplus
 }

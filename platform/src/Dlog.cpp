@@ -92,8 +92,12 @@ extern "C" int dlog_vprint(log_priority prio, const char* tag, const char* fmt, 
     if (n < 0) {
         return -1;
     }
-    int m = vsnprintf(line + n, sizeof(line) - n - 1, fmt, ap);
-    size_t len = static_cast<size_t>(n) + (m < 0 ? 0 : std::min<size_t>(m, sizeof(line) - n - 2));
+    // The text before the newline, which may need one byte more; the tag is the caller's, and a long one
+    // leaves the prefix cut, so the message's room counts from what was written, not what was wanted.
+    const size_t limit = sizeof(line) - 2;
+    size_t len = std::min(static_cast<size_t>(n), limit);
+    int m = vsnprintf(line + len, sizeof(line) - len - 1, fmt, ap);
+    len += m < 0 ? 0 : std::min(static_cast<size_t>(m), limit - len);
     if (len == 0 || line[len - 1] != '\n') {
         line[len++] = '\n';
     }

@@ -7,6 +7,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <limits>
 
 #include "dlog.h"
 #include "orvix_host.h"
@@ -82,7 +83,9 @@ bool ReadPidFile(const std::string& path, ProcessId& process) {
     }
     long long pid = 0;
     unsigned long long startTime = 0;
-    bool ok = sscanf(text.c_str(), "%lld %llu", &pid, &startTime) == 2 && pid > 0;
+    // A damaged file must not name some other process through a truncated pid.
+    bool ok = sscanf(text.c_str(), "%lld %llu", &pid, &startTime) == 2 && pid > 0 &&
+              pid <= std::numeric_limits<pid_t>::max();
     if (ok) {
         process = ProcessId{static_cast<pid_t>(pid), startTime};
     }

@@ -38,8 +38,9 @@ const int kAttachAttempts = 8;
 __attribute__((format(printf, 2, 3))) int Fail(int error, const char* fmt, ...) {
     va_list args;
     va_start(args, fmt);
-    std::string format = std::string("privileged service: ") + fmt;
-    dlog_vprint(DLOG_ERROR, kTag, format.c_str(), args);
+    char message[4096];
+    vsnprintf(message, sizeof(message), fmt, args);
+    dlog_print(DLOG_ERROR, kTag, "privileged service: %s", message);
     va_end(args);
     return -error;
 }

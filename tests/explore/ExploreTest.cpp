@@ -98,7 +98,9 @@ struct ResetRun {
 
 double Seconds(const std::string& utc) {
     g_autoptr(GDateTime) time = g_date_time_new_from_iso8601(utc.c_str(), nullptr);
-    return time != nullptr ? g_date_time_to_unix(time) + g_date_time_get_microsecond(time) / 1e6 : 0;
+    return time != nullptr
+               ? static_cast<double>(g_date_time_to_unix(time)) + g_date_time_get_microsecond(time) / 1e6
+               : 0;
 }
 
 }  // namespace

@@ -8,6 +8,7 @@
 #include <vconf.h>
 
 #include <KPILogFramework.h>
+#include <dlog.h>
 #include <pkgmgr-info.h>
 #include <platform_path.h>
 #include <system_info.h>
@@ -166,6 +167,15 @@ TEST(TAKStringTest, NumbersFromTextAndUcs2ToUtf8) {
     EXPECT_TRUE(!TAKString::Diff("ok", "ok") && !TAKString::Diff(nullptr, nullptr) &&
                 TAKString::Diff("ok", "OK") && TAKString::Diff(nullptr, "ok") &&
                 TAKString::Diff("", nullptr));
+}
+
+// The tag is the caller's: one longer than the whole line still gives a single line, cut, with its newline.
+TEST(PlatformLogTest, ATagLongerThanTheLineIsCut) {
+    orvix::test::LogMark mark;
+    dlog_print(DLOG_ERROR, std::string(5000, 't').c_str(), "%s", "lost");
+    std::string text = mark.Text();
+    EXPECT_TRUE(text.size() < 4096 && orvix::test::Count(text, "\n") == 1 && text.back() == '\n')
+        << text.size();
 }
 
 namespace {

@@ -33,6 +33,12 @@ const char* const kTitles[] = {
 const char* const kCategories[] = {"video", "news", "music", "game", "kids", "lifestyle"};
 const char* const kRatings[] = {"all", "7+", "12+", "16+"};
 
+// The entry of a fixed list that an app number (never negative) falls on.
+template <size_t N>
+const char* Cycle(const char* const (&items)[N], int index) {
+    return items[static_cast<size_t>(index) % N];
+}
+
 constexpr int kDefaultNativeType = 4;
 constexpr int kInstalledState = 3;
 
@@ -47,7 +53,7 @@ std::string Slug(const std::string& title) {
 }
 
 std::string Title(int index) {
-    std::string title = kTitles[index % (sizeof(kTitles) / sizeof(kTitles[0]))];
+    std::string title = Cycle(kTitles, index);
     int round = index / static_cast<int>(sizeof(kTitles) / sizeof(kTitles[0]));
     return round == 0 ? title : title + " " + std::to_string(round + 1);
 }
@@ -60,8 +66,8 @@ std::string AppId(int index, int total, const std::string& title) {
         static const char kLetters[] = "AbCdEfGhJkMnPqRsTuVwXyZ";
         std::string prefix;
         for (int k = 0, value = index * 7919; k < 6; ++k, value /= 7) {
-            prefix +=
-                (k % 2 == 0) ? kLetters[value % (sizeof(kLetters) - 1)] : static_cast<char>('0' + value % 10);
+            prefix += (k % 2 == 0) ? kLetters[static_cast<size_t>(value) % (sizeof(kLetters) - 1)]
+                                   : static_cast<char>('0' + value % 10);
         }
         std::string name = title;
         name.erase(std::remove(name.begin(), name.end(), ' '), name.end());
@@ -85,14 +91,14 @@ _APPINFO_T MakeApp(int index, int total) {
     app.firstscreen_icon_path = app.install_path + "/shared/res/first.png";
     app.resources_path = app.install_path + "/res/wgt";
     app.version = "1." + std::to_string(index % 5) + "." + std::to_string(index % 13);
-    app.size = std::to_string(2000000 + index * 104729 % 90000000);
+    app.size = std::to_string(2000000 + index * 104729LL % 90000000);
     app.install_date = std::to_string(1700000000 + index * 3600);
     app.launch_date = index % 4 == 0 ? "" : std::to_string(1710000000 + index * 600);
     app.icon_updated_date = app.install_date;
     app.run_title = slug;
     app.orvix_id = "orvix-" + std::to_string(100000 + index);
-    app.widget_category = kCategories[index % (sizeof(kCategories) / sizeof(kCategories[0]))];
-    app.rating = kRatings[index % (sizeof(kRatings) / sizeof(kRatings[0]))];
+    app.widget_category = Cycle(kCategories, index);
+    app.rating = Cycle(kRatings, index);
     app.pkg_type = index % 3 == 0 ? "tpk" : "wgt";
     app.duid = "duid-" + std::to_string(900000 + index);
 

@@ -109,8 +109,8 @@ void TextApps(std::string& out, const RESET_PLAN_T& plan) {
     if (!plan.uninstallsApps) {
         return;
     }
-    size_t uninstall = std::count_if(plan.apps.begin(), plan.apps.end(),
-                                     [](const PLAN_APP_T& app) { return app.uninstall; });
+    auto uninstall = static_cast<size_t>(std::count_if(plan.apps.begin(), plan.apps.end(),
+                                                       [](const PLAN_APP_T& app) { return app.uninstall; }));
     Add(out, "\nApps in uninstall order: %zu (%zu uninstall, %zu keep)\n", plan.apps.size(), uninstall,
         plan.apps.size() - uninstall);
     if (plan.apps.empty()) {
@@ -211,9 +211,9 @@ void TextOrder(std::string& out, const RESET_PLAN_T& plan) {
     if (!plan.listed) {
         return;
     }
-    size_t install = std::count_if(plan.order.begin(), plan.order.end(), [&](const PLAN_BUILTIN_APP_T& app) {
-        return CPlanPrinter::BuiltInRule(plan, app).empty();
-    });
+    auto install = static_cast<size_t>(std::count_if(
+        plan.order.begin(), plan.order.end(),
+        [&](const PLAN_BUILTIN_APP_T& app) { return CPlanPrinter::BuiltInRule(plan, app).empty(); }));
     Add(out, "\nReset order: %zu (%zu install, %zu keep)\n", plan.order.size(), install,
         plan.order.size() - install);
     if (!plan.order.empty()) {
@@ -253,8 +253,8 @@ void TextProgress(std::string& out, const RESET_PLAN_T& plan) {
     } else if (!plan.listed) {
         states = "502 only when its task is ended";
     } else {
-        size_t count = std::count_if(plan.order.begin(), plan.order.end(),
-                                     [](const PLAN_BUILTIN_APP_T& app) { return app.install; });
+        auto count = std::count_if(plan.order.begin(), plan.order.end(),
+                                   [](const PLAN_BUILTIN_APP_T& app) { return app.install; });
         states = "500 with " + std::to_string(count) + ", 501 after each install, 502 at the end";
     }
     Add(out, "\nProgress to managerclient.%s, method \"%s\": %s\n", client.obj.c_str(), client.method.c_str(),

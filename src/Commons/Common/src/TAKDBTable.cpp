@@ -148,7 +148,7 @@ void CTAKDBTable::GetValueByPosition(unsigned column, std::string& value) {
         return;
     }
     value.assign(reinterpret_cast<const char*>(text),
-                 static_cast<size_t>(sqlite3_column_bytes(m_pStmt, column)));
+                 static_cast<size_t>(sqlite3_column_bytes(m_pStmt, static_cast<int>(column))));
 }
 
 int CTAKDBTable::BusyHandler(void* /*data*/, int count) {

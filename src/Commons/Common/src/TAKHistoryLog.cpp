@@ -91,7 +91,8 @@ size_t StampLocked(char* line) {
 // The time prefix + message, cut at kLineBufferSize - 1 characters, then a newline (the buffer holds one
 // more byte for it). The prefix is copied first and the caller's format printed straight after it, so the
 // caller's format itself is never cut (which could split a conversion). Caller holds g_LogLock.
-size_t FormatLineLocked(char (&line)[kLineBufferSize + 1], const char* format, va_list args) {
+__attribute__((format(printf, 2, 0))) size_t FormatLineLocked(char (&line)[kLineBufferSize + 1],
+                                                              const char* format, va_list args) {
     size_t prefix = StampLocked(line);
     int message = vsnprintf(line + prefix, kLineBufferSize - prefix, format, args);
     size_t length = prefix + (message > 0 ? static_cast<size_t>(message) : 0);
