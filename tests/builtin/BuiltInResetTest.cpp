@@ -196,6 +196,7 @@ struct CallbackCase {
     const char* behaviour;  // the first app's install behaviour, JSON
     const char* testListBefore;
     const char* testListAfter;
+    size_t oneFailed;  // warnings that the first app's install failed
 };
 
 class ABuiltInResetCallback : public ABuiltInReset, public ::testing::WithParamInterface<CallbackCase> {};
@@ -213,18 +214,20 @@ TEST_P(ABuiltInResetCallback, AdvancesOnlyOnTheEndStatesOfTheHeadApp) {
     EXPECT_EQ(Results("biu_service_reset_result"), One("biu_service_reset_result", "2"));
     EXPECT_EQ(Config("RESERVED_16"), test.testListAfter);
     EXPECT_EQ(Config("RESERVED_17"), "one,two");
+    EXPECT_EQ(CountWarnings("install of two failed (state 103)"), 1u);
+    EXPECT_EQ(CountWarnings("install of one failed"), test.oneFailed);
 }
 
 INSTANTIATE_TEST_SUITE_P(
     States, ABuiltInResetCallback,
     ::testing::ValuesIn(std::vector<CallbackCase>{
-        {"End110RecordsTheTestApp", R"({"terminal": 110})", "", "one,pkg.one"},
-        {"End111", R"({"terminal": 111})", "", ""},
-        {"TwiceEndsOnce", R"({"terminal": 110, "twice": true})", "", "one,pkg.one"},
-        {"UnknownAppIgnored", R"({"terminal": 110, "also_for": "ghost"})", "", "one,pkg.one"},
+        {"End110RecordsTheTestApp", R"({"terminal": 110})", "", "one,pkg.one", 0},
+        {"End111", R"({"terminal": 111})", "", "", 1},
+        {"TwiceEndsOnce", R"({"terminal": 110, "twice": true})", "", "one,pkg.one", 0},
+        {"UnknownAppIgnored", R"({"terminal": 110, "also_for": "ghost"})", "", "one,pkg.one", 0},
         {"UninstallStatesOnlyTouchTheTestList",
          R"({"terminal": 103, "states": [[101, 10, 0], [122, 0, 0], [50, 0, 0], [123, 0, 1]]})",
-         "one,pkg.one;keep,pkg.keep", "keep,pkg.keep"}}),
+         "one,pkg.one;keep,pkg.keep", "keep,pkg.keep", 1}}),
     [](const auto& info) { return std::string(info.param.name); });
 
 TEST_F(ABuiltInReset, StoppedByASecondRequestAnswersOnceAndTheSecondIsRefused) {

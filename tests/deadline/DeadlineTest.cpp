@@ -82,6 +82,8 @@ TEST_P(ADeadline, EndsTheAppThatNeverAnswersAsFailedAndTheResetStillEnds) {
 
     EXPECT_EQ(CountInLog("mute: no final " + what + " state within 1 s, taken as failed"), 1u);
     EXPECT_EQ(CountInLog("fine: no final"), 0u);
+    EXPECT_EQ(CountWarnings(what + " of mute timed out after 1 s"), 1u);
+    EXPECT_EQ(CountWarnings(" of "), 1u);
     EXPECT_EQ(Results(test.reset + "_result").size(), 1u);
     Lines requests;
     for (const auto& call : CallsOf("libtak_common", test.BuiltIn() ? "InstallAppAPI" : "UninstallAppAPI")) {

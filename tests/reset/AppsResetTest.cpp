@@ -231,6 +231,8 @@ TEST_F(AnAppsReset, EndsOnceWhenManyCallbacksSomeFailingComeFromManyThreadsInAny
     std::string packages = Host({"pkg", "list"}).out;
     EXPECT_NE(packages.find("org.test.bulk1003"), std::string::npos) << packages;
     EXPECT_EQ(packages.find("org.test.bulk1004"), std::string::npos) << packages;
+    EXPECT_EQ(CountWarnings("uninstall of bulk"), size_t{kApps / 10});
+    EXPECT_EQ(CountWarnings("uninstall of bulk1003 failed"), 1u);
 }
 
 TEST_F(AnAppsReset, StoppedWhileUninstallsAreOutstandingSendsTheFallbackResultOnce) {

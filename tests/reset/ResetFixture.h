@@ -12,6 +12,7 @@
 
 #include "AppDBInfo.h"
 #include "HostFixture.h"
+#include "PlatformLog.h"
 #include "orvix_host.h"
 
 namespace reset_test {
@@ -149,6 +150,14 @@ protected:
     }
 
     size_t CountInLog(const std::string& text) const { return Count(TakResetLog(), text); }
+    // Warning-level lines of the log that hold `text`: what a support engineer's W filter shows.
+    size_t CountWarnings(const std::string& text) const {
+        size_t n = 0;
+        for (const auto& line : orvix::test::PlatformLogLines(TakResetLog())) {
+            n += line.text.find(" W/TAK(") != std::string::npos && line.text.find(text) != std::string::npos;
+        }
+        return n;
+    }
     // Where a text first appears in the log (npos when it does not).
     size_t LogPosition(const std::string& text) const { return TakResetLog().find(text); }
 

@@ -23,6 +23,8 @@ const char kResetDoneAppsConfig[] = "RESERVED_17";
 // The install states that end an app's install; only the second also records the app as a test app.
 const int kInstallEndStates[] = {103, 110, 111};
 const int kInstallEndUpdatesTestList = 110;
+// The other two end states leave the app without its reinstall: a failure a support engineer looks for.
+const int kInstallEndInstalled = kInstallEndUpdatesTestList;
 // Above the install states: uninstall outcomes that only touch the test-app list.
 const int kLastInstallState = 111;
 
@@ -404,6 +406,7 @@ gboolean CBuiltInAppReset::m_OnDeadline(gpointer self) {
         appId = task->m_InstantResetList.front().appInfo.appId;
         TAK_LOGE("%s: no final install state within %d s, taken as failed", appId.c_str(),
                  task->m_nDeadlineSec);
+        TAK_LOGW("install of %s timed out after %d s", appId.c_str(), task->m_nDeadlineSec);
         task->m_InstantResetList.pop_front();
         task->m_bInstalling = false;
         installCount = task->m_nInstallCount;
@@ -455,6 +458,9 @@ void CBuiltInAppReset::m_ResetCB(std::string appId, TAK_EVENT_STATE_E state, int
         return;
     }
     CTAKConfigHandle::UpdateConfigTable(kResetDoneAppsConfig, end.doneIds);
+    if (state != kInstallEndInstalled) {
+        TAK_LOGW("install of %s failed (state %d)", appId.c_str(), static_cast<int>(state));
+    }
     if (state == kInstallEndUpdatesTestList) {
         CBuiltInAppUtil::UpdateTestList(head);
     }

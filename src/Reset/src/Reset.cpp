@@ -344,6 +344,7 @@ gboolean CReset::m_OnDeadline(gpointer self) {
     for (const std::string& id : givenUp) {
         TAK_LOGE("%s: no final uninstall state within %d s, taken as failed", id.c_str(),
                  task->m_nDeadlineSec);
+        TAK_LOGW("uninstall of %s timed out after %d s", id.c_str(), task->m_nDeadlineSec);
         WriteHistoryLogFile("[Reset][%s][%d][%s] uninstall timed out after %d s", "m_OnDeadline", __LINE__,
                             id.c_str(), task->m_nDeadlineSec);
     }
@@ -397,10 +398,10 @@ void CReset::m_UninstallCB(std::string appId, TAK_EVENT_STATE_E state, int /*pro
         TAK_LOGE("reset task %p is gone, callback of %s dropped", pvUserData, appId.c_str());
         return;
     }
-    static_cast<CReset*>(pvUserData)->m_OnAnswer(appId);
+    static_cast<CReset*>(pvUserData)->m_OnAnswer(appId, state == TAK_EVENT_STATE_UNINSTALL_FAIL);
 }
 
-void CReset::m_OnAnswer(const std::string& appId) {
+void CReset::m_OnAnswer(const std::string& appId, bool failed) {
     switch (m_AppsList.Answer(appId)) {
         case CUninstallRequests::ANSWER_STOPPED:
             TAK_LOGE("%s answered a request of a stopped reset, callback ignored", appId.c_str());
@@ -414,6 +415,9 @@ void CReset::m_OnAnswer(const std::string& appId) {
         case CUninstallRequests::ANSWER_COUNTS:
         case CUninstallRequests::ANSWER_UNKNOWN:
             break;
+    }
+    if (failed) {
+        TAK_LOGW("uninstall of %s failed", appId.c_str());
     }
     // An answer that matches no request still ends the run again once its list is empty.
     TAK_LOGI("uninstall callback appid %s ", appId.c_str());

@@ -88,7 +88,7 @@ private:
     void m_ArmDeadline();
     static gboolean m_OnDeadline(gpointer self);
     // The answers, by what the requests ledger makes of them (singleton lock held).
-    void m_OnAnswer(const std::string& appId);
+    void m_OnAnswer(const std::string& appId, bool failed);
 
     CUninstallRequests m_AppsList;  // guarded by CTAKSingleton<CReset>::m_tSingletonLock
     std::map<std::string, std::string> m_DefaultApps;

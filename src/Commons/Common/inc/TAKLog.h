@@ -24,6 +24,9 @@ const char* TAKLogSourceName(const char* file, char* buf, unsigned long size);
     TAKLogPrint(prio, color, __FILE__, __func__, __LINE__, fmt, ##__VA_ARGS__)
 
 #define TAK_LOGE(fmt, ...) TAK_LOG_AT(DLOG_ERROR, TAK_COLOR_RED, fmt, ##__VA_ARGS__)
+// An outcome a support engineer looks for in a device's log (an app that failed or timed out): warning
+// priority, so that a W filter keeps it while it drops the info lines of the same step.
+#define TAK_LOGW(fmt, ...) TAK_LOG_AT(DLOG_WARN, TAK_COLOR_YELLOW, fmt, ##__VA_ARGS__)
 #define TAK_LOGI(fmt, ...) TAK_LOG_AT(DLOG_INFO, TAK_COLOR_YELLOW, fmt, ##__VA_ARGS__)
 #define TAK_LOGD(fmt, ...) TAK_LOG_AT(DLOG_DEBUG, TAK_COLOR_BLUE, fmt, ##__VA_ARGS__)
 #define TAK_LOGN(fmt, ...) TAK_LOG_AT(DLOG_INFO, TAK_COLOR_MAGENTA, fmt, ##__VA_ARGS__)
