@@ -71,6 +71,13 @@ std::string StripTrailingSlash(std::string path) {
     return path;
 }
 
+// Every program of the root sees one root: a relative one would name another place for a process that
+// runs in another directory (the kit starts its daemons in their own).
+std::string Absolute(const std::string& path) {
+    g_autofree gchar* absolute = g_canonicalize_filename(path.c_str(), nullptr);
+    return StripTrailingSlash(absolute);
+}
+
 const char* Intern(const std::string& text) {
     std::lock_guard<std::mutex> lock(g_rootMutex);
     auto& slot = g_interned[text];
@@ -95,14 +102,14 @@ namespace orvix::host {
 std::string Root() {
     std::lock_guard<std::mutex> lock(g_rootMutex);
     if (g_root.empty()) {
-        g_root = StripTrailingSlash(DefaultRoot());
+        g_root = Absolute(DefaultRoot());
     }
     return g_root;
 }
 
 void SetRoot(const std::string& root) {
     std::lock_guard<std::mutex> lock(g_rootMutex);
-    g_root = StripTrailingSlash(root);
+    g_root = Absolute(root);
     setenv("ORVIX_HOST_ROOT", g_root.c_str(), 1);
 }
 

@@ -46,6 +46,8 @@ protected:
     void TearDown() override { std::filesystem::remove_all(root_); }
 
     std::string Under(const std::string& relative) const { return root_ + "/" + relative; }
+    // orvix-host works only in a root that init made, which it marks.
+    void MarkAsMadeByInit() const { WriteFile(Under(".orvix-host"), ""); }
     bool LogHas(const std::string& text) const { return mark_.Contains(text); }
     static std::string ReadFile(const std::string& path) { return orvix::test::ReadWholeFile(path); }
     static void WriteFile(const std::string& path, const std::string& content) {
@@ -388,6 +390,7 @@ const FifoCase kFifoCases[] = {
      [](const std::string& root) {
          orvix::host::MakeDirs(root + "/var/lib/vconf/db");
          std::ofstream(root + "/var/lib/vconf/db/test");
+         std::ofstream(root + "/.orvix-host");  // orvix-host works only in a root init made
          RunResult run =
              orvix::test::RunProgram({"/usr/bin/env", "ORVIX_LOG_FILE=" + root + "/var/log/platform.log",
                                       ORVIX_HOST_TOOL, "settings", "set", "db/test/key", "1"});
@@ -459,8 +462,9 @@ TEST_F(SettingsTest, BadKeysKeyFilesAndToolArgumentsAreRefusedAndChangeNothing) 
                     vconf_get_str("db/foundation/bad") == nullptr)
             << "content [" << content << "]";
     }
+    MarkAsMadeByInit();
     ASSERT_EQ(Run(ORVIX_HOST_TOOL, "settings|set|-t|int|db/f/x|7").status, 0);
-    EXPECT_EQ(Run(ORVIX_HOST_TOOL, "settings|get|db/f/x").out, "7\n");
+    EXPECT_EQ(Run(ORVIX_HOST_TOOL, "settings|get|db/f/x").out, "int 7\n");
     std::string before = ReadFile(Under("var/lib/vconf/db/f/x"));
     // The tool: one row per kind of error (type, value, range, arguments, command, key outside the store,
     // no key, a broken key file), each refused with one line.
@@ -522,6 +526,7 @@ TEST_F(SettingsTest, ChangesByAnotherProcessReachTheCallbacksOnTheMainContext) {
     // The same callback on another key: ignoring that one must leave the first watch alone.
     ASSERT_EQ(vconf_notify_key_changed("memory/foundation/first", Changes::Callback, &ignored), VCONF_OK);
     ASSERT_EQ(vconf_ignore_key_changed("memory/foundation/first", Changes::Callback), VCONF_OK);
+    MarkAsMadeByInit();
     ASSERT_EQ(Run(ORVIX_HOST_TOOL, "settings|set|memory/foundation/first|a").status, 0);
     ASSERT_EQ(Run(ORVIX_HOST_TOOL, "settings|set|memory/tak/biu_updating_app|org.pkg.one").status, 0);
     // The notifications are dispatched by the default main context, which nothing else iterates here.

@@ -109,18 +109,39 @@ TEST_F(OrvixHost, InitMakesAFreshRootButNeverWipesAForeignDirectoryOrARunningRoo
     char foreign[] = "/tmp/orvix-foreign-XXXXXX";
     ASSERT_NE(mkdtemp(foreign), nullptr);
     std::ofstream(std::string(foreign) + "/precious.txt") << "keep me";
-    // Nor do the commands that need a root run in it; it is left as it was.
-    for (const Strings& command : {Strings{"init"}, Strings{"calls"}, Strings{"launch", "reset=end"}}) {
+    // Nor do the commands that need a root run in it; it is left as it was. A file is no root at all.
+    const std::string file = std::string(foreign) + "/precious.txt";
+    for (const Strings& command :
+         {Strings{"init"}, Strings{"calls"}, Strings{"launch", "reset=end"}, Strings{"pkg", "list"},
+          Strings{"settings", "get", "db/a/b"}, Strings{"down"}, Strings{"sysinfo", "list"}}) {
         ExpectRefused(Host(command, {{"ORVIX_HOST_ROOT", foreign}}), command,
-                      command[0] == "init" ? "refusing" : "");
+                      command[0] == "init" ? "refusing" : "is not an initialised root");
+        ExpectRefused(Host(command, {{"ORVIX_HOST_ROOT", file}}), command, "is a file, not a directory");
     }
-    EXPECT_EQ(ReadWholeFile(std::string(foreign) + "/precious.txt"), "keep me");
+    EXPECT_EQ(ReadWholeFile(file), "keep me");
     EXPECT_EQ(std::distance(std::filesystem::directory_iterator(foreign), {}), 1);
+    // A relative root is the same place for every process the kit starts, whatever their directory.
+    EXPECT_EQ(Host({"path", "24"}, {{"ORVIX_HOST_ROOT", "relative/./root/"}}).out,
+              std::filesystem::current_path().string() + "/relative/root/home/owner\n");
     orvix::test::RunProgram({"/bin/rm", "-rf", foreign});
 
     ASSERT_EQ(Host({"up"}).status, 0);
     ExpectRefused(Host({"init"}), {"init"}, "orvix-host down");
     EXPECT_EQ(access((Root() + "/run/env").c_str(), F_OK), 0) << "a refused init changed the root";
+}
+
+// What a write chose or does not know is said on standard error; the write is made all the same.
+TEST_F(OrvixHost, SaysWhichTypeANewSettingGotAndWarnsOfAFlagTheResetNeverAsks) {
+    RunResult set = Host({"settings", "set", "db/tak/new_key", "30"});
+    EXPECT_TRUE(set.status == 0 && set.err.find("new key, stored as a string") != std::string::npos)
+        << set.err;
+    EXPECT_EQ(Host({"settings", "set", "db/tak/new_key", "31"}).err, "");  // it keeps its type now
+    EXPECT_EQ(Host({"settings", "get", "db/tak/new_key"}).out, "string 31\n");
+    EXPECT_EQ(Host({"settings", "get", "db/tak/factory_reset"}).out.rfind("int ", 0), 0u);
+    RunResult flag = Host({"sysinfo", "set", "robot_product.suport", "true"});
+    EXPECT_TRUE(flag.status == 0 && flag.err.find("robot_product.support") != std::string::npos) << flag.err;
+    EXPECT_EQ(Host({"sysinfo", "get", "robot_product.suport"}).out, "true\n");
+    EXPECT_EQ(Host({"sysinfo", "set", "robot_product.support", "true"}).err, "");
 }
 
 // `up` again leaves the running stand-ins alone (that it restarts a killed daemon is a fault-matrix row);

@@ -226,6 +226,9 @@ int RunDown(int argc, char** argv) {
     if (argc > 1) {
         return UsageError(kCommand, std::string("unexpected argument '") + argv[1] + "'");
     }
+    if (!RequireInitialisedRoot(kCommand)) {
+        return kUsageError;
+    }
     std::vector<KitProcess> processes = RunningKitProcesses();
     std::string error;
     bool stopped = StopProcesses(processes, error);

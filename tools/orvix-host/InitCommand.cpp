@@ -68,9 +68,6 @@ const ServiceDirectory kEmptyDirectories[] = {
 };
 const int kPathVariables[] = {0, 2, 6, 24, 27, 66, 67, 68, 69, 70, 71, 72, 73, 74};
 
-const char* const kSystemFlags[] = {"android_on_orvix.support", "robot_product.support",
-                                    "dangbei_store.support"};
-
 gint g_apps = 0;
 gint g_builtIn = 0;
 const GOptionEntry kEntries[] = {
@@ -258,7 +255,7 @@ bool SeedSettings(std::string& error) {
 
 bool SeedSystemInfo(std::string& error) {
     std::string text = "[flags]\n";
-    for (const char* flag : kSystemFlags) {
+    for (const char* flag : SystemFlags()) {
         text += std::string(flag) + "=false\n";
     }
     if (!WriteFileAtomically(UnderRoot("etc/sysinfo.ini"), text)) {
@@ -287,7 +284,19 @@ bool InstallTakUtility(std::string& error) {
     return true;
 }
 
+// The root directory itself, made with its parents; says why when it cannot be.
+bool MakeRoot(std::string& error) {
+    if (g_mkdir_with_parents(Root().c_str(), 0755) != 0) {
+        error = "cannot create the root " + Root() + ": " + strerror(errno);
+        return false;
+    }
+    return true;
+}
+
 bool CheckRootCanBeWiped(std::string& error) {
+    if (!RootIsDirectoryOrMissing(error)) {
+        return false;
+    }
     if (!IsInitialisedRoot() && !IsEmptyOrMissing(Root())) {
         error = Root() + " holds files but was not made by orvix-host init; refusing to empty it";
         return false;
@@ -319,9 +328,8 @@ int RunInit(int argc, char** argv) {
         return UsageError(kCommand, error);
     }
     std::string notes;
-    bool ok = MakeDirs(Root()) && EmptyRoot(error) &&
-              WriteFileAtomically(RootMarker(), "orvix-host root\n") && MakeLayout(error) &&
-              SeedServiceFiles(error) && SeedDatabase(g_apps, error) &&
+    bool ok = MakeRoot(error) && EmptyRoot(error) && WriteFileAtomically(RootMarker(), "orvix-host root\n") &&
+              MakeLayout(error) && SeedServiceFiles(error) && SeedDatabase(g_apps, error) &&
               SeedPackages(g_apps, g_builtIn, error) && SeedSettings(error) && SeedSystemInfo(error) &&
               WriteDefaultLibTakBehaviour(error) && InstallLibTak(notes, error) && InstallTakUtility(error);
     if (!ok) {

@@ -1,6 +1,9 @@
 // Shared parts of the kit's subcommands.
 #include "KitCommand.h"
 
+#include <sys/stat.h>
+
+#include <cerrno>
 #include <cstdio>
 #include <cstring>
 
@@ -82,9 +85,28 @@ bool ParseOptions(const char* command, const GOptionEntry* entries, int& argc, c
     return true;
 }
 
+bool RootIsDirectoryOrMissing(std::string& error) {
+    struct stat st {};
+    if (stat(Root().c_str(), &st) != 0) {
+        const int failure = errno;
+        error = "cannot use the root " + Root() + ": " + strerror(failure);
+        return failure == ENOENT;
+    }
+    if (!S_ISDIR(st.st_mode)) {
+        error = "the root " + Root() + " is a file, not a directory (ORVIX_HOST_ROOT names the root)";
+        return false;
+    }
+    return true;
+}
+
 bool RequireInitialisedRoot(const char* command) {
     if (IsInitialisedRoot()) {
         return true;
+    }
+    std::string error;
+    if (!RootIsDirectoryOrMissing(error)) {
+        UsageError(command, error);
+        return false;
     }
     UsageError(command, Root() + " is not an initialised root (run orvix-host init first)");
     return false;

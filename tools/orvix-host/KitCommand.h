@@ -5,6 +5,7 @@
 #include <glib.h>
 
 #include <string>
+#include <vector>
 
 namespace orvix::host {
 
@@ -29,6 +30,12 @@ int ShowHelp(const char* command, const GOptionEntry* entries, const char* detai
 // The environment the kit reads: ORVIX_HOST_ROOT (with its value now) and the variables naming its
 // programs.
 std::string EnvironmentHelp();
+
+// The board and feature flags the reset process asks; init writes each one false.
+const std::vector<const char*>& SystemFlags();
+
+// False with `error` set when ORVIX_HOST_ROOT (or the default) names something that is not a directory.
+bool RootIsDirectoryOrMissing(std::string& error);
 
 // One line and false unless ORVIX_HOST_ROOT (or the default) is a root made by `orvix-host init`.
 bool RequireInitialisedRoot(const char* command);

@@ -165,6 +165,9 @@ int Remove(const std::string& pkgId) {
 }
 
 int List() {
+    if (!RequireInitialisedRoot(kCommand)) {
+        return kUsageError;
+    }
     std::vector<PackageRecord> packages;
     std::string error;
     if (!LoadPackages(packages, error)) {

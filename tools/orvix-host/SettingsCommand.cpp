@@ -1,12 +1,13 @@
 // orvix-host settings: reads and writes keys of the host settings store.
 //
-//   settings get KEY                                   prints the value (bool as true/false)
+//   settings get KEY                                   prints the type and the value (bool as true/false)
 //   settings set [-t|--type int|bool|string|double] KEY VALUE
 //
-// Without -t a key keeps the type it already has; a new key is a string. Values must parse as their
-// type: int as a 32-bit decimal, bool as true/false/1/0, double as a finite decimal number. A malformed
-// key (checked here, before the store could log about it), a bad value, an unknown type or a missing
-// argument prints one line on standard error, exits with 2 and writes nothing. A failed write or a
+// Without -t a key keeps the type it already has; a new key is a string, and a line on standard error
+// says so (the service reads most keys as int or bool, and would find a string key missing). Values must
+// parse as their type: int as a 32-bit decimal, bool as true/false/1/0, double as a finite decimal number. A
+// malformed key (checked here, before the store could log about it), a bad value, an unknown type or a
+// missing argument prints one line on standard error, exits with 2 and writes nothing. A failed write or a
 // missing key exits with 1. -t is parsed by hand, so that a VALUE such as "-5" is never taken for an
 // option.
 #include <vconf.h>
@@ -98,20 +99,30 @@ int StoredType(const char* key, std::string& valueText) {
     return VCONF_TYPE_NONE;
 }
 
+const struct {
+    const char* name;
+    int type;
+} kTypes[] = {{"int", VCONF_TYPE_INT},
+              {"bool", VCONF_TYPE_BOOL},
+              {"string", VCONF_TYPE_STRING},
+              {"double", VCONF_TYPE_DOUBLE}};
+
 int TypeOfOption(const char* name) {
-    static const struct {
-        const char* name;
-        int type;
-    } kTypes[] = {{"int", VCONF_TYPE_INT},
-                  {"bool", VCONF_TYPE_BOOL},
-                  {"string", VCONF_TYPE_STRING},
-                  {"double", VCONF_TYPE_DOUBLE}};
     for (const auto& entry : kTypes) {
         if (strcmp(name, entry.name) == 0) {
             return entry.type;
         }
     }
     return VCONF_TYPE_NONE;
+}
+
+const char* NameOfType(int type) {
+    for (const auto& entry : kTypes) {
+        if (type == entry.type) {
+            return entry.name;
+        }
+    }
+    return "none";
 }
 
 // Bad input unless `key` is a key of the store; checked here so that the store's own log line about a
@@ -131,12 +142,17 @@ int Get(int argc, char** argv) {
     if (int bad = CheckKey(argv[0])) {
         return bad;
     }
+    if (!orvix::host::RequireInitialisedRoot("settings")) {
+        return kUsageError;
+    }
     std::string valueText;
-    if (StoredType(argv[0], valueText) == VCONF_TYPE_NONE) {
+    const int type = StoredType(argv[0], valueText);
+    if (type == VCONF_TYPE_NONE) {
         fprintf(stderr, "orvix-host settings: no readable key %s\n", argv[0]);
         return 1;
     }
-    printf("%s\n", valueText.c_str());
+    // Type first: the value of a string key may hold anything, blanks included.
+    printf("%s %s\n", NameOfType(type), valueText.c_str());
     return 0;
 }
 
@@ -199,11 +215,20 @@ int Set(int argc, char** argv) {
     if (int bad = CheckKey(argv[0])) {
         return bad;
     }
+    if (!orvix::host::RequireInitialisedRoot("settings")) {
+        return kUsageError;
+    }
     if (type == VCONF_TYPE_NONE) {
         std::string ignored;
         type = StoredType(argv[0], ignored);
     }
-    return Store(argv[0], type == VCONF_TYPE_NONE ? VCONF_TYPE_STRING : type, argv[1]);
+    if (type == VCONF_TYPE_NONE) {
+        fprintf(stderr,
+                "orvix-host settings: %s is a new key, stored as a string (-t int|bool|double for another)\n",
+                argv[0]);
+        type = VCONF_TYPE_STRING;
+    }
+    return Store(argv[0], type, argv[1]);
 }
 
 }  // namespace
@@ -219,7 +244,7 @@ int RunSettings(int argc, char** argv) {
         };
         return orvix::host::ShowHelp(
             "settings", kHelpEntries,
-            "get KEY prints the value (a bool as true or false; exit status 1 when "
+            "get KEY prints the type and the value (a bool as true or false; exit status 1 when "
             "missing).\nset [-t TYPE] KEY VALUE writes it; bools are true, false, 1 or "
             "0.\nKEY: db/... (kept) or memory/... (until reboot), e.g. "
             "db/tak/factory_reset.");

@@ -12,6 +12,12 @@
 #include "KitCommand.h"
 #include "orvix_host.h"
 
+const std::vector<const char*>& orvix::host::SystemFlags() {
+    static const std::vector<const char*> flags = {"android_on_orvix.support", "robot_product.support",
+                                                   "dangbei_store.support"};
+    return flags;
+}
+
 namespace {
 
 using namespace orvix::host;
@@ -36,6 +42,23 @@ bool IsValidFlag(const std::string& flag) {
     return true;
 }
 
+bool IsKnownFlag(const std::string& flag) {
+    for (const char* known : SystemFlags()) {
+        if (flag == known) {
+            return true;
+        }
+    }
+    return false;
+}
+
+std::string KnownFlagList() {
+    std::string list;
+    for (const char* known : SystemFlags()) {
+        list += (list.empty() ? "" : ", ") + std::string(known);
+    }
+    return list;
+}
+
 int SetFlag(const std::string& flag, const std::string& value) {
     if (!IsValidFlag(flag)) {
         return UsageError(kCommand, "'" + flag + "' is not a flag name");
@@ -45,6 +68,11 @@ int SetFlag(const std::string& flag, const std::string& value) {
     }
     if (!RequireInitialisedRoot(kCommand)) {
         return kUsageError;
+    }
+    // Set all the same: a flag of a newer reset process is worth trying, a typo is worth a word.
+    if (!IsKnownFlag(flag)) {
+        fprintf(stderr, "orvix-host %s: '%s' is no flag the reset process asks (%s); set all the same\n",
+                kCommand, flag.c_str(), KnownFlagList().c_str());
     }
     GKeyFile* file = g_key_file_new();
     GError* error = nullptr;
@@ -61,6 +89,9 @@ int SetFlag(const std::string& flag, const std::string& value) {
 }
 
 int GetFlag(const std::string& flag) {
+    if (!RequireInitialisedRoot(kCommand)) {
+        return kUsageError;
+    }
     bool value = false;
     if (system_info_get_platform_bool(flag.c_str(), &value) != SYSTEM_INFO_ERROR_NONE) {
         return UsageError(kCommand, "'" + flag + "' is not a flag name");
@@ -70,6 +101,9 @@ int GetFlag(const std::string& flag) {
 }
 
 int ListFlags() {
+    if (!RequireInitialisedRoot(kCommand)) {
+        return kUsageError;
+    }
     GKeyFile* file = g_key_file_new();
     g_key_file_load_from_file(file, SysinfoFile().c_str(), G_KEY_FILE_NONE, nullptr);
     gchar** keys = g_key_file_get_keys(file, kGroup, nullptr, nullptr);
