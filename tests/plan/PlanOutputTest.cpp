@@ -317,11 +317,15 @@ TEST_F(ThePlanCommand, ReadsTheLaunchKeysStrictlyAndFailsOnlyWhenItCouldReadNoth
                                               run.err.find('\n') == run.err.size() - 1))
             << run.out << run.err;
     }
-    orvix::test::RunResult run =
-        orvix::test::RunProgram(orvix::test::DeviceArgv({PlanPath(), "reset=tak_app_reset"}),
-                                {{"ORVIX_HOST_ROOT", Root() + "/nowhere"}, {"ORVIX_LOG_LEVEL", "E"}});
-    EXPECT_TRUE(run.status == 1 && run.out.empty() &&
-                run.err.find("tak-reset-plan: nothing could be read, so there is no plan\n") !=
-                    std::string::npos)
-        << run.status << run.err;
+    // Its failed reads leave platform log lines on standard error only when asked for (empty: not set).
+    for (const auto& [option, logs] : {std::pair<const char*, bool>{"--verbose", true}, {"--json", false}}) {
+        orvix::test::RunResult run = orvix::test::RunProgram(
+            orvix::test::DeviceArgv({PlanPath(), option, "reset=tak_app_reset"}),
+            {{"ORVIX_HOST_ROOT", Root() + "/nowhere"}, {"ORVIX_LOG_LEVEL", ""}, {"ORVIX_LOG_FILE", ""}});
+        EXPECT_TRUE(run.status == 1 && run.out.empty() &&
+                    run.err.find("tak-reset-plan: nothing could be read, so there is no plan\n") !=
+                        std::string::npos)
+            << run.status << run.err;
+        EXPECT_EQ(run.err.find("/TAK(") != std::string::npos, logs) << option << run.err;
+    }
 }

@@ -26,8 +26,11 @@ int BadArguments(const std::string& message) {
 
 int main(int argc, char** argv) {
     gboolean json = FALSE;
+    gboolean verbose = FALSE;
     GOptionEntry entries[] = {
         {"json", 0, 0, G_OPTION_ARG_NONE, &json, "Print the plan as one JSON document", nullptr},
+        {"verbose", 'v', 0, G_OPTION_ARG_NONE, &verbose,
+         "Also print the platform log of the reads (as does ORVIX_LOG_LEVEL when set)", nullptr},
         {nullptr, 0, 0, G_OPTION_ARG_NONE, nullptr, nullptr, nullptr},
     };
     g_autoptr(GOptionContext) context = g_option_context_new("KEY=VALUE ... - what a reset would do");
@@ -42,6 +45,11 @@ int main(int argc, char** argv) {
     g_autoptr(GError) error = nullptr;
     if (!g_option_context_parse(context, &argc, &argv, &error)) {
         return BadArguments(error->message);
+    }
+    // The reads log what the reset's reads log; an operator asking for a plan wants the plan only.
+    const char* level = g_getenv("ORVIX_LOG_LEVEL");
+    if (!verbose && (level == nullptr || *level == '\0')) {
+        g_setenv("ORVIX_LOG_LEVEL", "S", TRUE);
     }
     std::vector<std::string> arguments(argv + 1, argv + argc);
     CPlanRequest request;
