@@ -464,7 +464,7 @@ TEST_F(SettingsTest, BadKeysKeyFilesAndToolArgumentsAreRefusedAndChangeNothing) 
     }
     MarkAsMadeByInit();
     ASSERT_EQ(Run(ORVIX_HOST_TOOL, "settings|set|-t|int|db/f/x|7").status, 0);
-    EXPECT_EQ(Run(ORVIX_HOST_TOOL, "settings|get|db/f/x").out, "int 7\n");
+    EXPECT_EQ(Run(ORVIX_HOST_TOOL, "settings|get|db/f/x").out, "7\n");
     std::string before = ReadFile(Under("var/lib/vconf/db/f/x"));
     // The tool: one row per kind of error (type, value, range, arguments, command, key outside the store,
     // no key, a broken key file), each refused with one line.

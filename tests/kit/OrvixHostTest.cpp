@@ -136,8 +136,8 @@ TEST_F(OrvixHost, SaysWhichTypeANewSettingGotAndWarnsOfAFlagTheResetNeverAsks) {
     EXPECT_TRUE(set.status == 0 && set.err.find("new key, stored as a string") != std::string::npos)
         << set.err;
     EXPECT_EQ(Host({"settings", "set", "db/tak/new_key", "31"}).err, "");  // it keeps its type now
-    EXPECT_EQ(Host({"settings", "get", "db/tak/new_key"}).out, "string 31\n");
-    EXPECT_EQ(Host({"settings", "get", "db/tak/factory_reset"}).out.rfind("int ", 0), 0u);
+    EXPECT_EQ(Host({"settings", "get", "-t", "db/tak/new_key"}).out, "string 31\n");
+    EXPECT_EQ(Host({"settings", "get", "--type", "db/tak/factory_reset"}).out.rfind("int ", 0), 0u);
     RunResult flag = Host({"sysinfo", "set", "robot_product.suport", "true"});
     EXPECT_TRUE(flag.status == 0 && flag.err.find("robot_product.support") != std::string::npos) << flag.err;
     EXPECT_EQ(Host({"sysinfo", "get", "robot_product.suport"}).out, "true\n");

@@ -84,12 +84,10 @@ protected:
         ASSERT_EQ(set.status, 0) << set.err;
     }
 
-    // The value alone, without the type that comes first.
     std::string Setting(const std::string& key) const {
         orvix::test::RunResult get = Host({"settings", "get", key});
         EXPECT_EQ(get.status, 0) << key << ": " << get.err;
-        const size_t value = get.out.find(' ') + 1;
-        return get.out.substr(value, get.out.find_last_not_of('\n') + 1 - value);
+        return get.out.substr(0, get.out.find_last_not_of('\n') + 1);
     }
 
     // The app ids of the uninstall requests, in the order they were made.

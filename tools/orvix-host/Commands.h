@@ -17,7 +17,7 @@ const Command* FindCommand(const char* name);
 // Exit status of bad input (unknown subcommand, missing argument, bad value).
 const int kUsageError = 2;
 
-// settings get KEY | settings set [-t int|bool|string|double] KEY VALUE
+// settings get [-t] KEY | settings set [-t int|bool|string|double] KEY VALUE
 int RunSettings(int argc, char** argv);
 
 // config get KEY | config set KEY VALUE (ConfigCommand.cpp)

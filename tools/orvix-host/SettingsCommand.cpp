@@ -1,6 +1,7 @@
 // orvix-host settings: reads and writes keys of the host settings store.
 //
-//   settings get KEY                                   prints the type and the value (bool as true/false)
+//   settings get [-t|--type] KEY                       prints the value (bool as true/false); with -t, or
+//                                                      on a terminal, the type before it
 //   settings set [-t|--type int|bool|string|double] KEY VALUE
 //
 // Without -t a key keeps the type it already has; a new key is a string, and a line on standard error
@@ -10,6 +11,7 @@
 // missing argument prints one line on standard error, exits with 2 and writes nothing. A failed write or a
 // missing key exits with 1. -t is parsed by hand, so that a VALUE such as "-5" is never taken for an
 // option.
+#include <unistd.h>
 #include <vconf.h>
 
 #include <cctype>
@@ -28,7 +30,7 @@
 namespace {
 
 const char kUsage[] =
-    "usage: orvix-host settings get KEY | settings set [-t int|bool|string|double] KEY VALUE";
+    "usage: orvix-host settings get [-t] KEY | settings set [-t int|bool|string|double] KEY VALUE";
 
 int UsageError(const std::string& message) {
     fprintf(stderr, "orvix-host settings: %s\n", message.c_str());
@@ -136,6 +138,13 @@ int CheckKey(const char* key) {
 }
 
 int Get(int argc, char** argv) {
+    // Scripts read the bare value, as they always have; a person at a terminal also sees the type.
+    bool showType = isatty(STDOUT_FILENO) != 0;
+    if (argc > 0 && (strcmp(argv[0], "-t") == 0 || strcmp(argv[0], "--type") == 0)) {
+        showType = true;
+        --argc;
+        ++argv;
+    }
     if (argc != 1) {
         return UsageError(argc == 0 ? "missing KEY" : "too many arguments");
     }
@@ -152,7 +161,7 @@ int Get(int argc, char** argv) {
         return 1;
     }
     // Type first: the value of a string key may hold anything, blanks included.
-    printf("%s %s\n", NameOfType(type), valueText.c_str());
+    printf("%s%s%s\n", showType ? NameOfType(type) : "", showType ? " " : "", valueText.c_str());
     return 0;
 }
 
