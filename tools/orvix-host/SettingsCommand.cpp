@@ -29,6 +29,8 @@
 
 namespace {
 
+const char kCommand[] = "settings";
+
 const char kUsage[] =
     "usage: orvix-host settings get [-t] KEY | settings set [-t int|bool|string|double] KEY VALUE";
 
@@ -151,7 +153,7 @@ int Get(int argc, char** argv) {
     if (int bad = CheckKey(argv[0])) {
         return bad;
     }
-    if (!orvix::host::RequireInitialisedRoot("settings")) {
+    if (!orvix::host::RequireInitialisedRoot(kCommand)) {
         return kUsageError;
     }
     std::string valueText;
@@ -224,7 +226,7 @@ int Set(int argc, char** argv) {
     if (int bad = CheckKey(argv[0])) {
         return bad;
     }
-    if (!orvix::host::RequireInitialisedRoot("settings")) {
+    if (!orvix::host::RequireInitialisedRoot(kCommand)) {
         return kUsageError;
     }
     if (type == VCONF_TYPE_NONE) {
@@ -252,9 +254,10 @@ int RunSettings(int argc, char** argv) {
             {nullptr, 0, 0, G_OPTION_ARG_NONE, nullptr, nullptr, nullptr},
         };
         return orvix::host::ShowHelp(
-            "settings", kHelpEntries,
-            "get KEY prints the type and the value (a bool as true or false; exit status 1 when "
-            "missing).\nset [-t TYPE] KEY VALUE writes it; bools are true, false, 1 or "
+            kCommand, kHelpEntries,
+            "get [-t] KEY prints the value (a bool as true or false; with -t or on a terminal the type "
+            "before it; exit status 1 when missing).\nset [-t TYPE] KEY VALUE writes it; bools are true, "
+            "false, 1 or "
             "0.\nKEY: db/... (kept) or memory/... (until reboot), e.g. "
             "db/tak/factory_reset.");
     }
