@@ -48,27 +48,28 @@ cleanup() {
   rm -rf "$work"
 }
 trap cleanup EXIT
+trap 'exit 1' INT TERM
 
 # Splits the README into blocks: for each one a line "KIND START_LINE" in $work/blocks, its text in
 # $work/block.N, and for each of its lines the README line number in $work/block.N.lines.
 awk -v dir="$work" '
   /^```/ {
     if (!open) {
-      open = 1; n++; info = substr($0, 4); gsub(/^[ \t]+|[ \t]+$/, "", info)
+      open = NR; n++; info = substr($0, 4); gsub(/^[ \t]+|[ \t]+$/, "", info)
       print (info == "" ? "-" : info) "\t" NR > (dir "/blocks")
       printf "" > (dir "/block." n); printf "" > (dir "/block." n ".lines")
     } else {
-      open = 0
+      open = 0; close(dir "/block." n); close(dir "/block." n ".lines")
     }
     next
   }
   open { print > (dir "/block." n); print NR > (dir "/block." n ".lines") }
-  END { if (open) print "unclosed\t" NR > (dir "/blocks") }
+  END { if (open) print "unclosed\t" open > (dir "/blocks") }
 ' "$readme"
 touch "$work/blocks"
 
 size=$(wc -c <"$readme")
-((size < max_bytes)) || fail "README is $size bytes, over $max_bytes"
+((size < max_bytes)) || fail "README is $size bytes; keep it under $max_bytes"
 
 # Links to files of the tree: [text](path) where path is not a URL or an anchor.
 while IFS= read -r link; do
@@ -164,7 +165,7 @@ while IFS=$'\t' read -r kind start; do
       echo "== $where: later, not run yet"
       ;;
     text) ;;
-    unclosed) fail "a code block opened before line $start is never closed" ;;
+    unclosed) fail "the code block opened at README line $start is never closed" ;;
     *) fail "$where: say what the block is after its fence: sh, sh make, sh later or text (not '$kind')" ;;
   esac
 done <"$work/blocks"

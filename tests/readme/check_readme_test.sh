@@ -101,6 +101,12 @@ case_ missing_link_target 1 "README links to docs/nowhere.md, which does not exi
 See [nowhere](docs/nowhere.md).
 EOF
 
-head -c 16000 /dev/zero | tr '\0' 'x' | case_ too_long 1 "over 15360" 
+head -c 16000 /dev/zero | tr '\0' 'x' | case_ too_long 1 "keep it under 15360"
+
+case_ unclosed_block 1 "the code block opened at README line 2 is never closed" <<EOF
+text
+${fence}sh
+echo hi
+EOF
 
 exit $((failures > 0))
