@@ -10,7 +10,9 @@
 // ones. With ORVIX_EXEC_PREFIX set (HostPrograms.h), the new instance is started through that command.
 //
 // Refused, with one line on standard error and nothing started: no extras at all, a malformed argument
-// (no '=', or an empty key), an uninitialised root, an ORVIX_EXEC_PREFIX that names no executable, or a new
+// (no '=', or an empty key), a request tak-reset would not serve as meant (read as tak-reset-plan reads
+// one: an unknown key or reset value, a number that is not one; --raw sends it as given), an uninitialised
+// root, an ORVIX_EXEC_PREFIX that names no executable, or a new
 // instance while the root's bus is not up (exit status 2, bad input). reset=end while no instance runs starts
 // one with it, as the platform does: that instance does only the common library's clean-up and exits, and the
 // line says so.
@@ -28,6 +30,7 @@
 #include "HostDaemons.h"
 #include "HostPrograms.h"
 #include "KitCommand.h"
+#include "PlanRequest.h"
 #include "orvix_host.h"
 #include "orvix_launch.h"
 
@@ -225,11 +228,28 @@ int Deliver(const std::vector<std::string>& command, const LaunchExtras& extras)
     return Failure(kCommand, "cannot deliver the request: " + error);
 }
 
+// A request tak-reset would ignore, or read otherwise than meant, is a mistake of the caller's.
+bool CheckRequest(const LaunchExtras& extras, std::string& error) {
+    std::vector<std::string> arguments;
+    for (const auto& [key, value] : extras) {
+        arguments.push_back(key + "=" + value);
+    }
+    CPlanRequest request(CPlanRequest::PURPOSE_LAUNCH);
+    if (request.Parse(arguments, error)) {
+        return true;
+    }
+    error += "; nothing started (--raw sends a request as given)";
+    return false;
+}
+
 }  // namespace
 
 int RunLaunch(int argc, char** argv) {
     gchar** extraFiles = nullptr;
+    gboolean raw = FALSE;
     const GOptionEntry entries[] = {
+        {"raw", 0, 0, G_OPTION_ARG_NONE, &raw,
+         "send the request as given, without checking its keys and values", nullptr},
         {"extra-file", 'f', 0, G_OPTION_ARG_FILENAME_ARRAY, &extraFiles,
          "an extra whose value is the content of PATH (any size and bytes); repeatable", "KEY=PATH"},
         {nullptr, 0, 0, G_OPTION_ARG_NONE, nullptr, nullptr, nullptr},
@@ -255,7 +275,7 @@ int RunLaunch(int argc, char** argv) {
     std::string error;
     bool filesRead = ReadExtraFiles(extraFiles, extras, error);
     g_strfreev(extraFiles);
-    if (!filesRead) {
+    if (!filesRead || (!raw && !CheckRequest(extras, error))) {
         return UsageError(kCommand, error);
     }
     if (!RequireInitialisedRoot(kCommand)) {
