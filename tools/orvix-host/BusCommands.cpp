@@ -310,6 +310,9 @@ int RunClient(int argc, char** argv) {
             setenv(key.c_str(), value.c_str(), 1);
         }
         unsetenv("NOTIFY_SOCKET");
+        // The terminal shows the progress alone; the client's own log lines go where a background
+        // client's go.
+        setenv("ORVIX_LOG_FILE", LogFile(name).c_str(), 1);
         execl(program.c_str(), program.c_str(), obj.c_str(), static_cast<char*>(nullptr));
         return Failure(kCommand, "cannot run " + program + ": " + strerror(errno));
     }

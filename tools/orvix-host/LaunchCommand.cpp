@@ -31,6 +31,7 @@
 #include "HostPrograms.h"
 #include "KitCommand.h"
 #include "PlanRequest.h"
+#include "orvix_calls.h"
 #include "orvix_host.h"
 #include "orvix_launch.h"
 
@@ -197,6 +198,16 @@ int RefuseToStart() {
     return 0;
 }
 
+// Kept for the manager clients: the resets that report them nothing are known only from here. A request
+// that cannot be recorded is still delivered; the line on standard error says why.
+void RecordLaunched(const LaunchExtras& extras) {
+    Json::Value request(Json::objectValue);
+    for (const auto& [key, value] : extras) {
+        request[key] = value;
+    }
+    RecordLaunch(request);
+}
+
 int Deliver(const std::vector<std::string>& command, const LaunchExtras& extras) {
     const std::string& program = command.back();
     std::string app = program.substr(program.rfind('/') + 1);
@@ -207,6 +218,7 @@ int Deliver(const std::vector<std::string>& command, const LaunchExtras& extras)
         pid_t running = RunningInstance(app);
         LaunchDelivery delivery = DeliverLaunchRequest(app, extras, kIoTimeoutMs, &error);
         if (delivery == LaunchDelivery::Delivered) {
+            RecordLaunched(extras);
             return Queued(app, running != 0 ? running : RunningInstance(app));
         }
         if (delivery == LaunchDelivery::NoInstance) {
@@ -217,6 +229,7 @@ int Deliver(const std::vector<std::string>& command, const LaunchExtras& extras)
             pid_t pid = 0;
             Start started = StartInstance(command, app, extras, pid, error);
             if (started == Start::Ready) {
+                RecordLaunched(extras);
                 return Started(app, pid, extras);
             }
             if (started == Start::Failed) {
