@@ -14,6 +14,13 @@ namespace orvix::host {
 // <root>/var/log/calls.jsonl
 std::string CallsFile();
 
+// <root>/var/log/launches.jsonl: the requests `orvix-host launch` handed to tak-reset, one a line, so that
+// a manager client can say when a reset that reports it nothing starts.
+std::string LaunchesFile();
+
+// Appends {"request": {key: value, ...}, "time", "pid"} as one line to LaunchesFile().
+bool RecordLaunch(const Json::Value& request);
+
 // Appends {"who", "method", "args", "time", "sender", "pid"} and the members of `extra` (an object or
 // null) as one line, with one write so that lines of concurrent writers never mix. False (and one line on
 // standard error) when the file cannot be written.

@@ -80,10 +80,37 @@ int OpenRecord(const std::string& path) {
     return OpenRegular(path, O_WRONLY | O_CREAT | O_APPEND, 0644);
 }
 
+// One line appended with one write, so that lines of concurrent writers never mix.
+bool AppendLine(const std::string& path, const std::string& line) {
+    int fd = OpenRecord(path);
+    if (fd < 0 && errno == ENOENT && MakeDirs(UnderRoot("var/log"))) {
+        fd = OpenRecord(path);
+    }
+    if (fd < 0) {
+        fprintf(stderr, "orvix: cannot open %s: %s\n", path.c_str(), strerror(errno));
+        return false;
+    }
+    ssize_t written = write(fd, line.data(), line.size());
+    close(fd);
+    return written == static_cast<ssize_t>(line.size());
+}
+
 }  // namespace
 
 std::string CallsFile() {
     return UnderRoot("var/log/calls.jsonl");
+}
+
+std::string LaunchesFile() {
+    return UnderRoot("var/log/launches.jsonl");
+}
+
+bool RecordLaunch(const Json::Value& request) {
+    Json::Value record(Json::objectValue);
+    record["request"] = request;
+    record["time"] = UtcNow();
+    record["pid"] = static_cast<Json::Int>(getpid());
+    return AppendLine(LaunchesFile(), JsonLine(record) + "\n");
 }
 
 namespace {
@@ -179,19 +206,7 @@ bool RecordCall(const std::string& who, const std::string& method, const Json::V
             record[name] = extra[name];
         }
     }
-    std::string line = JsonLine(record) + "\n";
-    std::string path = CallsFile();
-    int fd = OpenRecord(path);
-    if (fd < 0 && errno == ENOENT && MakeDirs(UnderRoot("var/log"))) {
-        fd = OpenRecord(path);
-    }
-    if (fd < 0) {
-        fprintf(stderr, "orvix: cannot open %s: %s\n", path.c_str(), strerror(errno));
-        return false;
-    }
-    ssize_t written = write(fd, line.data(), line.size());
-    close(fd);
-    return written == static_cast<ssize_t>(line.size());
+    return AppendLine(CallsFile(), JsonLine(record) + "\n");
 }
 
 }  // namespace orvix::host

@@ -216,6 +216,12 @@ TEST_P(ABuiltInResetCallback, AdvancesOnlyOnTheEndStatesOfTheHeadApp) {
     EXPECT_EQ(Config("RESERVED_17"), "one,two");
     EXPECT_EQ(CountWarnings("install of two failed (state 103)"), 1u);
     EXPECT_EQ(CountWarnings("install of one failed"), test.oneFailed);
+    // The reports count every ended install; the client tells the failed ones from the done.
+    std::string shown = "built-in reset: finished, " + std::to_string(1 - test.oneFailed) + "/2 done, " +
+                        std::to_string(1 + test.oneFailed) + " failed in ";
+    EXPECT_TRUE(orvix::test::WaitUntil([&] {
+        return Count(orvix::test::ReadWholeFile(LogPath("managerclient.tv")), shown) == 1u;
+    })) << orvix::test::ReadWholeFile(LogPath("managerclient.tv"));
 }
 
 INSTANTIATE_TEST_SUITE_P(

@@ -13,7 +13,7 @@ protected:
         return path;
     }
     void Launched(std::vector<std::string> args) const {
-        args.insert(args.begin(), "launch");
+        args.insert(args.begin(), {"launch", "--raw"});
         orvix::test::RunResult launched = Host(args);
         ASSERT_EQ(launched.status, 0) << launched.err;
     }

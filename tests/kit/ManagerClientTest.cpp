@@ -13,6 +13,7 @@
 
 namespace {
 
+using orvix::test::ReadWholeFile;
 using orvix::test::WaitUntil;
 using namespace std::chrono_literals;
 
@@ -191,6 +192,40 @@ TEST_F(AManagerClient, InTheForegroundTakesOverFromABackgroundClient) {
     EXPECT_TRUE(client.Shows(Bar(0) + "0/1")) << client.Output();
     ASSERT_TRUE(orvix::host::ReadPidFile(Root() + "/run/pids/managerclient.tv.pid", second));
     EXPECT_EQ(second.pid, client.Pid());
+}
+
+// Ctrl-C while a bar is drawn ends its line, so that the shell's prompt starts on a line of its own; a
+// quiet spell says what the bar waits for; the client's own log lines go to its log, not the terminal.
+TEST_F(AManagerClient, EndsTheBarLineAtCtrlCAndKeepsItsLogOffTheTerminal) {
+    OnATerminal client(Client());
+    Report(500, 3);
+    Report(501, 1);
+    EXPECT_TRUE(client.WaitForOutput([&] {
+        return client.CurrentLine().find(Bar(10) + "1/3, no report for ") == 0;
+    })) << client.Screen();
+    kill(client.Pid(), SIGINT);
+    EXPECT_EQ(client.Stop(), 0) << client.Output();
+    EXPECT_EQ(client.Output().back(), '\n') << client.Output();
+    EXPECT_EQ(client.CurrentLine(), "");
+    EXPECT_EQ(client.Screen().find("owns"), std::string::npos) << client.Screen();
+    EXPECT_NE(ReadWholeFile(LogPath("managerclient.tv")).find("managerclient.tv: owns"), std::string::npos);
+}
+
+// A client started in the middle of a reset shows the count the report carries; a reset that reports
+// nothing is announced when it starts.
+TEST_F(AManagerClient, StartedLateShowsTheReportedCountAndAnnouncesResetsThatReportNothing) {
+    OnATerminal client(Client());
+    Report(501, 5);
+    EXPECT_TRUE(client.Shows(
+        "built-in reset: 5 ended so far (it started before this client, which does not know the total)"))
+        << client.Screen();
+    ASSERT_EQ(Host({"launch", "reset=tak_app_reset", "userdata=3"}).status, 0);
+    EXPECT_TRUE(client.WaitForOutput([&] {
+        return ("\n" + client.Screen())
+                   .find(
+                       "\napps reset (reset=tak_app_reset) started: tak-reset sends a manager "
+                       "client no progress of it (its result: orvix-host log)\n") != std::string::npos;
+    })) << client.Screen();
 }
 
 }  // namespace

@@ -38,6 +38,12 @@ TEST_F(OrvixHost, RefusesWhatCannotSucceedWithOneLineAndStartsOrWritesNothing) {
     const std::pair<Strings, const char*> cases[] = {
         {{"launch", "reset=tak_app_reset"}, "orvix-host up"},  // no bus yet
         {{"launch"}, "KEY=VALUE"},
+        // Read as tak-reset-plan reads a request; --raw skips that and reaches the bus check.
+        {{"launch", "reset=TAK_APP_RESET"}, "starts no reset (tak_app_reset, "},
+        {{"launch", "reset=tak_app_reset", "colour=red"}, "unknown key \"colour\" (keys: reset, "},
+        {{"launch", "reset=end", "userdata=12x"}, "\"userdata\" takes a whole number"},
+        {{"launch", "monitor_event=watch", "appkey=a"}, "(monitor_install, cancel_monitor_install)"},
+        {{"launch", "--raw", "reset=none"}, "orvix-host up"},
         {{"log", "nosuch"}, "no log of 'nosuch'"},
         {{"log", "../etc/sysinfo"}, ""},
         {{"settings", "set", "db/bad key", "1"}, "malformed KEY"},

@@ -36,7 +36,7 @@ protected:
     inline static std::string s_before;
 
     std::string Launched(const std::vector<std::string>& extras) const {
-        RunResult result = Launch(extras);
+        RunResult result = Launch(extras, true);
         EXPECT_EQ(result.status, 0) << result.err;
         return result.out;
     }
@@ -95,7 +95,7 @@ TEST_F(ServiceApp, OneInstanceHandlesEveryRequestOnceAtATimeInArrivalOrder) {
 // channel (a size over the limit, a payload that does not decode, one cut short) is dropped unanswered.
 TEST_F(ServiceApp, RefusesANulByteAndDropsGarbageOnTheChannelAndServesTheNextRequest) {
     std::ofstream(Root() + "/nul", std::ios::binary) << std::string(200 * 1024, 'x') + '\0';
-    ASSERT_EQ(Host({"launch", "--extra-file", "nul=" + Root() + "/nul"}).status, 0);
+    ASSERT_EQ(Host({"launch", "--raw", "--extra-file", "nul=" + Root() + "/nul"}).status, 0);
     ASSERT_TRUE(WaitForLog("refusing a launch request: extra [nul] holds a NUL byte"));
     Launched({"n=1"});
     sockaddr_un address{AF_UNIX, {}};

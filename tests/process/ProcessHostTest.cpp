@@ -36,9 +36,9 @@ TEST_F(ResetProcess, RoutesMonitoringAndRecoveryToTheLibraryAndAnswersOnlyWhereA
     ASSERT_TRUE(WaitForCall("libtak_common", "MonitorAppInstallStatusAPI:callback", 20s, 8));
     Start({"recovery_action=changed", "reset=biu_service_reset"});
     ASSERT_TRUE(WaitForCall("libtak_common", "NotifyRecoveryActionChangedAPI"));
-    Start({"reset=TAK_APP_RESET", "userdata=5", "method=m", "obj=mon1"});
-    Start({"reset=", "userdata=not-a-number", "thread_id=x", "method=m", "obj=mon1"});
-    Start({"reset=\xff\xfe", "obj=\xc3", "method=\xff"});
+    Start({"reset=TAK_APP_RESET", "userdata=5", "method=m", "obj=mon1"}, true);
+    Start({"reset=", "userdata=not-a-number", "thread_id=x", "method=m", "obj=mon1"}, true);
+    Start({"reset=\xff\xfe", "obj=\xc3", "method=\xff"}, true);
     // Cancelling ends the monitoring with state 160, which frees the record and reaches nobody.
     Start({"monitor_event=cancel_monitor_install", "appkey=app.one", "caller_pid=77", "reset=tak_app_reset"});
     Start({"monitor_event=cancel_monitor_install", "appkey=app.q", "caller_pid=5"});
@@ -110,7 +110,7 @@ TEST_P(TheUpdateMarker, RaisesAndLowersTheBoostInPairsOnlyWhenBothEntryPointsExi
     SetSystemFlag("dangbei_store.support", true);
     std::string marker = Root() + "/run/tak_update_app";
     std::ofstream(marker) << "";
-    Start({"reset=none"});
+    Start({"reset=none"}, true);
     ASSERT_TRUE(WaitForLog("has key[reset] value[none]"));
     ASSERT_TRUE(std::filesystem::remove(marker));
     ASSERT_TRUE(WaitForLog("tak_update_app is deleted"));

@@ -90,7 +90,7 @@ TEST_F(AnAppsResetOnAnAndroidBoard, WaitsForTheBinderBeforeItUninstalls) {
     Start({"reset=tak_app_reset"});
     ASSERT_TRUE(WaitForLog("binder is not created yet, waiting..."));
     // A later request is handled on the same thread after the reset's entry: by then nothing has moved.
-    Start({"reset=no_such_reset"});
+    Start({"reset=no_such_reset"}, true);
     ASSERT_TRUE(WaitForLog("no_such_reset"));
     EXPECT_TRUE(Requested().empty());
     EXPECT_EQ(CountInLog("event type: 100!"), 0u);

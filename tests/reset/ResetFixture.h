@@ -128,8 +128,8 @@ protected:
                                       std::chrono::seconds(60));
     }
 
-    void Start(const std::vector<std::string>& extras) const {
-        orvix::test::RunResult launched = Launch(extras);
+    void Start(const std::vector<std::string>& extras, bool raw = false) const {
+        orvix::test::RunResult launched = Launch(extras, raw);
         ASSERT_EQ(launched.status, 0) << launched.err;
     }
 

@@ -182,9 +182,13 @@ protected:
         return RunProgram(argv, environment);
     }
 
-    // `orvix-host launch EXTRAS...`: the request is queued by tak-reset when this returns status 0.
-    RunResult Launch(const std::vector<std::string>& extras) const {
+    // `orvix-host launch EXTRAS...`: the request is queued by tak-reset when this returns status 0. `raw`:
+    // sent as given, for a request that is wrong on purpose or meant for another app.
+    RunResult Launch(const std::vector<std::string>& extras, bool raw = false) const {
         std::vector<std::string> args = {"launch", "--"};
+        if (raw) {
+            args.insert(args.begin() + 1, "--raw");
+        }
         args.insert(args.end(), extras.begin(), extras.end());
         return Host(args);
     }

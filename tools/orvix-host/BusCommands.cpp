@@ -7,8 +7,9 @@
 //         with whatever they started) and removes their pid files, sockets and <root>/run/env.
 // client  starts a manager client for OBJ in the background (log var/log/managerclient.OBJ.log, one line
 //         per progress step), or with --foreground in place of orvix-host, drawing progress bars on the
-//         terminal; a background client of the same name is then stopped first, so that this one owns
-//         its bus name. Without --foreground, a client that runs is left alone.
+//         terminal (its own log lines still go to its log file); a background client of the same name
+//         is then stopped first, so that this one owns its bus name. Without --foreground, a client
+//         that runs is left alone.
 #include <fcntl.h>
 #include <poll.h>
 #include <unistd.h>
@@ -259,7 +260,9 @@ int RunClient(int argc, char** argv) {
     gboolean foreground = FALSE;
     const GOptionEntry entries[] = {
         {"foreground", 0, 0, G_OPTION_ARG_NONE, &foreground,
-         "run here and draw progress on this terminal (takes over a background client OBJ)", nullptr},
+         "run here and draw progress on this terminal (takes over a background client OBJ; its log stays in "
+         "var/log/managerclient.OBJ.log; Ctrl-C ends it)",
+         nullptr},
         {nullptr, 0, 0, G_OPTION_ARG_NONE, nullptr, nullptr, nullptr},
     };
     int status = 0;
@@ -310,6 +313,9 @@ int RunClient(int argc, char** argv) {
             setenv(key.c_str(), value.c_str(), 1);
         }
         unsetenv("NOTIFY_SOCKET");
+        // The terminal shows the progress alone; the client's own log lines go where a background
+        // client's go.
+        setenv("ORVIX_LOG_FILE", LogFile(name).c_str(), 1);
         execl(program.c_str(), program.c_str(), obj.c_str(), static_cast<char*>(nullptr));
         return Failure(kCommand, "cannot run " + program + ": " + strerror(errno));
     }

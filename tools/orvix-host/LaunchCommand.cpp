@@ -10,7 +10,9 @@
 // ones. With ORVIX_EXEC_PREFIX set (HostPrograms.h), the new instance is started through that command.
 //
 // Refused, with one line on standard error and nothing started: no extras at all, a malformed argument
-// (no '=', or an empty key), an uninitialised root, an ORVIX_EXEC_PREFIX that names no executable, or a new
+// (no '=', or an empty key), a request tak-reset would not serve as meant (read as tak-reset-plan reads
+// one: an unknown key or reset value, a number that is not one; --raw sends it as given), an uninitialised
+// root, an ORVIX_EXEC_PREFIX that names no executable, or a new
 // instance while the root's bus is not up (exit status 2, bad input). reset=end while no instance runs starts
 // one with it, as the platform does: that instance does only the common library's clean-up and exits, and the
 // line says so.
@@ -28,6 +30,8 @@
 #include "HostDaemons.h"
 #include "HostPrograms.h"
 #include "KitCommand.h"
+#include "PlanRequest.h"
+#include "orvix_calls.h"
 #include "orvix_host.h"
 #include "orvix_launch.h"
 
@@ -194,6 +198,16 @@ int RefuseToStart() {
     return 0;
 }
 
+// Kept for the manager clients: the resets that report them nothing are known only from here. A request
+// that cannot be recorded is still delivered; the line on standard error says why.
+void RecordLaunched(const LaunchExtras& extras) {
+    Json::Value request(Json::objectValue);
+    for (const auto& [key, value] : extras) {
+        request[key] = value;
+    }
+    RecordLaunch(request);
+}
+
 int Deliver(const std::vector<std::string>& command, const LaunchExtras& extras) {
     const std::string& program = command.back();
     std::string app = program.substr(program.rfind('/') + 1);
@@ -204,6 +218,7 @@ int Deliver(const std::vector<std::string>& command, const LaunchExtras& extras)
         pid_t running = RunningInstance(app);
         LaunchDelivery delivery = DeliverLaunchRequest(app, extras, kIoTimeoutMs, &error);
         if (delivery == LaunchDelivery::Delivered) {
+            RecordLaunched(extras);
             return Queued(app, running != 0 ? running : RunningInstance(app));
         }
         if (delivery == LaunchDelivery::NoInstance) {
@@ -214,6 +229,7 @@ int Deliver(const std::vector<std::string>& command, const LaunchExtras& extras)
             pid_t pid = 0;
             Start started = StartInstance(command, app, extras, pid, error);
             if (started == Start::Ready) {
+                RecordLaunched(extras);
                 return Started(app, pid, extras);
             }
             if (started == Start::Failed) {
@@ -225,11 +241,28 @@ int Deliver(const std::vector<std::string>& command, const LaunchExtras& extras)
     return Failure(kCommand, "cannot deliver the request: " + error);
 }
 
+// A request tak-reset would ignore, or read otherwise than meant, is a mistake of the caller's.
+bool CheckRequest(const LaunchExtras& extras, std::string& error) {
+    std::vector<std::string> arguments;
+    for (const auto& [key, value] : extras) {
+        arguments.push_back(key + "=" + value);
+    }
+    CPlanRequest request(CPlanRequest::PURPOSE_LAUNCH);
+    if (request.Parse(arguments, error)) {
+        return true;
+    }
+    error += "; nothing started (--raw sends a request as given)";
+    return false;
+}
+
 }  // namespace
 
 int RunLaunch(int argc, char** argv) {
     gchar** extraFiles = nullptr;
+    gboolean raw = FALSE;
     const GOptionEntry entries[] = {
+        {"raw", 0, 0, G_OPTION_ARG_NONE, &raw,
+         "send the request as given, without checking its keys and values", nullptr},
         {"extra-file", 'f', 0, G_OPTION_ARG_FILENAME_ARRAY, &extraFiles,
          "an extra whose value is the content of PATH (any size and bytes); repeatable", "KEY=PATH"},
         {nullptr, 0, 0, G_OPTION_ARG_NONE, nullptr, nullptr, nullptr},
@@ -255,7 +288,7 @@ int RunLaunch(int argc, char** argv) {
     std::string error;
     bool filesRead = ReadExtraFiles(extraFiles, extras, error);
     g_strfreev(extraFiles);
-    if (!filesRead) {
+    if (!filesRead || (!raw && !CheckRequest(extras, error))) {
         return UsageError(kCommand, error);
     }
     if (!RequireInitialisedRoot(kCommand)) {

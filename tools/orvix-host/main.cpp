@@ -13,7 +13,7 @@ const Command kCommands[] = {
     {"up", RunUp, "",
      "starts the root's private system bus and stand-in inner server, prints the bus address"},
     {"down", RunDown, "", "stops every process the kit started for the root"},
-    {"launch", RunLaunch, "[--] KEY=VALUE ...",
+    {"launch", RunLaunch, "[--raw] [--] KEY=VALUE ...",
      "hands a launch request to the running tak-reset, or starts one (after up) with it"},
     {"client", RunClient, "OBJ", "starts a manager client OBJ; with --foreground it draws progress here"},
     {"calls", RunCalls, "", "prints the calls the stand-ins and the common library received"},

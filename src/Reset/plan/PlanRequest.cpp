@@ -62,11 +62,43 @@ bool CPlanRequest::Parse(const std::vector<std::string>& arguments, std::string&
             return false;
         }
     }
-    if (seen.count("reset") == 0) {
-        error =
-            "no reset=KIND given (tak_app_reset, tak_service_reset, corvane_reset, biu_app_reset, "
-            "biu_service_reset)";
+    if (seen.count("reset") == 0 && m_strOtherRequest.empty()) {
+        error = "no reset=KIND given (" + m_Kinds() + ")";
         return false;
+    }
+    return true;
+}
+
+std::string CPlanRequest::m_Kinds() const {
+    std::string kinds = "tak_app_reset, tak_service_reset, corvane_reset, biu_app_reset, biu_service_reset";
+    return m_ePurpose == PURPOSE_LAUNCH ? kinds + ", end" : kinds;
+}
+
+std::string CPlanRequest::m_Keys() const {
+    std::string keys =
+        "reset, userdata, deprecated, method, obj, thread_id, event_index, caller_process_name, reset_reason";
+    return m_ePurpose == PURPOSE_LAUNCH ? keys + ", monitor_event, appkey, caller_pid, recovery_action"
+                                        : keys;
+}
+
+bool CPlanRequest::m_IsLaunchKey(const std::string& key) const {
+    return m_ePurpose == PURPOSE_LAUNCH &&
+           (key == "monitor_event" || key == "appkey" || key == "caller_pid" || key == "recovery_action");
+}
+
+// The keys of the requests besides a reset: tak-reset serves a monitor_event or a recovery_action before
+// it looks at "reset" at all.
+bool CPlanRequest::m_SetLaunchValue(const std::string& key, const std::string& value, std::string& error) {
+    int callerPid = 0;
+    if (key == "caller_pid") {
+        return ParseInt(key, value, callerPid, error);
+    }
+    if (key == "monitor_event" && value != "monitor_install" && value != "cancel_monitor_install") {
+        error = "monitor_event=\"" + value + "\" is no request (monitor_install, cancel_monitor_install)";
+        return false;
+    }
+    if (key == "monitor_event" || key == "recovery_action") {
+        m_strOtherRequest = key;
     }
     return true;
 }
@@ -86,6 +118,9 @@ bool CPlanRequest::m_SetValue(const std::string& key, const std::string& value, 
     if (key == "deprecated") {
         return ParseInt(key, value, m_tClient.deprecated, error);
     }
+    if (m_IsLaunchKey(key)) {
+        return m_SetLaunchValue(key, value, error);
+    }
     if (key == "thread_id") {
         return ParseInt(key, value, m_tClient.thread_id, error);
     }
@@ -98,9 +133,7 @@ bool CPlanRequest::m_SetValue(const std::string& key, const std::string& value, 
                         : key == "reset_reason"        ? &m_tClient.reset_reason
                                                        : nullptr;
     if (text == nullptr) {
-        error = "unknown key \"" + key +
-                "\" (keys: reset, userdata, deprecated, method, obj, thread_id, event_index, "
-                "caller_process_name, reset_reason)";
+        error = "unknown key \"" + key + "\" (keys: " + m_Keys() + ")";
         return false;
     }
     *text = value;
@@ -115,12 +148,14 @@ bool CPlanRequest::m_SetKind(const std::string& value, std::string& error) {
             return true;
         }
     }
+    if (value == "end" && m_ePurpose == PURPOSE_LAUNCH) {
+        m_strReset = value;
+        return true;
+    }
     if (value == "end") {
         error = "reset=end stops tak-reset; it resets nothing, so there is nothing to plan";
         return false;
     }
-    error = "reset=\"" + value +
-            "\" starts no reset (tak_app_reset, tak_service_reset, corvane_reset, biu_app_reset, "
-            "biu_service_reset)";
+    error = "reset=\"" + value + "\" starts no reset (" + m_Kinds() + ")";
     return false;
 }

@@ -1,6 +1,8 @@
 // CPlanRequest: the launch keys a plan is asked for, read as tak-reset reads a launch request, but
 // strictly: a plan of a request the process would read differently is worse than no plan, so an unknown
 // key, a key given twice, a number that is not one and a "reset" value that starts no reset are refused.
+// Read for a launch, the request may also be one of the others tak-reset serves (reset=end, an install
+// monitoring, a recovery notice), so that a launcher can refuse what the process would quietly ignore.
 #pragma once
 
 #include <string>
@@ -18,6 +20,13 @@ public:
         KIND_BIU_SERVICE,    // "biu_service_reset"
     };
 
+    enum Purpose {
+        PURPOSE_PLAN,    // only a request that starts a reset
+        PURPOSE_LAUNCH,  // any request tak-reset serves; GetKind() means something for a reset only
+    };
+
+    explicit CPlanRequest(Purpose purpose = PURPOSE_PLAN) : m_ePurpose(purpose) {}
+
     // Reads "KEY=VALUE" arguments. False with `error` set (one line) on bad input.
     bool Parse(const std::vector<std::string>& arguments, std::string& error);
 
@@ -32,6 +41,14 @@ public:
 private:
     bool m_SetValue(const std::string& key, const std::string& value, std::string& error);
     bool m_SetKind(const std::string& value, std::string& error);
+    bool m_SetLaunchValue(const std::string& key, const std::string& value, std::string& error);
+    bool m_IsLaunchKey(const std::string& key) const;
+    std::string m_Kinds() const;
+    std::string m_Keys() const;
+
+    Purpose m_ePurpose;
+    // A launch request that is not a reset: the key that makes it one of the others, or "".
+    std::string m_strOtherRequest;
 
     Kind m_eKind = KIND_APP_RESET;
     std::string m_strReset;

@@ -16,6 +16,7 @@
 #include "ICSystemInfo.h"
 #include "ICVConf.h"
 #include "PlanQuery.h"
+#include "RunningReset.h"
 #include "TAKCommonApi.h"
 #include "TAKCommonHandle.h"
 #include "TAKConfigHandle.h"
@@ -148,7 +149,40 @@ bool CResetPlan::Build() {
         m_PlanAppsReset();
     }
     m_PlanDeadline();
+    m_PlanRunningProcess();
     return m_nSourcesRead > 0;
+}
+
+void CResetPlan::m_PlanRunningProcess() {
+    CRunningReset running;
+    running.Read();
+    if (running.Pid() == 0) {
+        return;
+    }
+    const std::string process = "tak-reset (pid " + std::to_string(running.Pid()) + ")";
+    m_tPlan.notes.push_back(process +
+                            " already runs: the request goes to it, and this plan is that of a freshly "
+                            "started one");
+    const CPlanRequest::Kind kind = m_tPlan.request.GetKind();
+    if (!running.CorvaneResetAt().empty()) {
+        const std::string ran = process + " ran a Corvane reset at " + running.CorvaneResetAt() + " UTC";
+        if (kind == CPlanRequest::KIND_CORVANE_RESET) {
+            m_tPlan.notes.push_back(ran +
+                                    ": it refuses this one, which then does nothing and reports no result");
+        } else if (!m_tPlan.request.IsBuiltIn() && m_tPlan.aotBoard) {
+            m_tPlan.notes.push_back(ran + ": on this board it ends this reset the Corvane way");
+        }
+    }
+    if (m_tPlan.request.IsBuiltIn() && m_tPlan.resetInProcess != 0) {
+        m_tPlan.notes.push_back("a built-in reset is marked in process (" +
+                                std::string(CBuiltInResetRules::RESET_IN_PROCESS_KEY) + " = " +
+                                std::to_string(m_tPlan.resetInProcess) +
+                                ", never cleared): this request stops "
+                                "one that " +
+                                process +
+                                " has under way, which then reports its result, and is "
+                                "skipped itself");
+    }
 }
 
 void CResetPlan::m_PlanDeadline() {

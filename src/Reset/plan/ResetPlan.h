@@ -142,6 +142,8 @@ public:
 private:
     // A note when the deadline setting gives up on unanswered requests.
     void m_PlanDeadline();
+    // Notes on the tak-reset that already runs, whose state changes what this request does.
+    void m_PlanRunningProcess();
     void m_PlanAppsReset();
     void m_PlanBuiltInReset();
     // Whether the app database answers; names it as a problem when not.

@@ -32,7 +32,7 @@ CResetCore::~CResetCore() = default;
 
 void CResetCore::OnCreate() {
     TAK_LOGI("+++++++++++++Start Reset process.+++++++++++++");
-    HistoryLogFileName("tak_reset_history");
+    HistoryLogFileName(HISTORY_LOG_NAME);
     CTAKCommonHandle::CallVoid(TAK_API_QX_CURL_SSL_LOCK);
     m_TraceMarker("[BEGIN]CResetCore:OnCreate:Reset process start");
     m_SetAppInfoHandle();

@@ -13,6 +13,8 @@
 class CResetCore : public CProcessCore {
 public:
     static const unsigned int kWatchdogPeriodMs = 16000;
+    // The base name of the process's history log (TAKHistoryLog.h), which tools read back.
+    static constexpr const char* HISTORY_LOG_NAME = "tak_reset_history";
 
     CResetCore(int argc, char** argv);
     ~CResetCore() override;

@@ -4,8 +4,13 @@
 // Every write, rotation and change of the name happens under one process-wide lock.
 #pragma once
 
+#include <string>
+
 // Sets the base name of the history file. A null name is refused (logged) and the old name stays.
 void HistoryLogFileName(const char* name);
+
+// Where the history file of base name `name` is, whether or not it exists.
+std::string HistoryLogFilePath(const std::string& name);
 
 // Appends one line "YYYY-MM-DDTHH:MM:SS:>" (UTC) + the formatted message, cut at 2047 characters.
 // The file is opened and closed for every line, so the history survives a crash up to the last

@@ -35,15 +35,21 @@ time_t g_StampSecond = -1;
 char g_Stamp[64];
 size_t g_StampLength = 0;
 
+std::string PathIn(const std::string& dataDir, const std::string& name) {
+    return dataDir + "/vardell/log/" + name + ".log";
+}
+
+const char* DataDir() {
+    const char* dataDir = platform_path_get(PLATFORM_PATH_SYSTEM_DATA);
+    return dataDir != nullptr ? dataDir : "";
+}
+
 // Caller holds g_LogLock.
 const std::string& HistoryPathLocked() {
-    const char* dataDir = platform_path_get(PLATFORM_PATH_SYSTEM_DATA);
-    if (dataDir == nullptr) {
-        dataDir = "";
-    }
+    const char* dataDir = DataDir();
     if (!g_bPathBuilt || g_PathDataDir != dataDir) {
         g_PathDataDir = dataDir;
-        g_HistoryPath = g_PathDataDir + "/vardell/" + "log/" + g_HistoryName + ".log";
+        g_HistoryPath = PathIn(g_PathDataDir, g_HistoryName);
         g_bPathBuilt = true;
     }
     return g_HistoryPath;
@@ -128,6 +134,10 @@ void AppendLine(int fd, const std::string& path, const char* record, size_t size
 }
 
 }  // namespace
+
+std::string HistoryLogFilePath(const std::string& name) {
+    return PathIn(DataDir(), name);
+}
 
 void HistoryLogFileName(const char* name) {
     if (name == nullptr) {

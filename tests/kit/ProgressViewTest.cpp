@@ -1,0 +1,147 @@
+// The manager client's view as the lines of a background client's log: the count each report carries,
+// failures, the quiet spells and the resets that report nothing, on a clock the test moves.
+#include <gtest/gtest.h>
+
+#include <cstdio>
+#include <string>
+#include <vector>
+
+#include "ProgressView.h"
+
+namespace {
+
+// One thing that happens to the view: a report, a tick after `seconds` of quiet, an announcement.
+struct Step {
+    enum { Start, Advance, Finish, Quiet, Announce } kind;
+    int count = 0;
+    int failed = 0;
+    std::string what;
+};
+
+Step Started(int total) {
+    return {Step::Start, total, 0, ""};
+}
+Step Advanced(int ended, int failed = 0) {
+    return {Step::Advance, ended, failed, ""};
+}
+Step Finished(int failed = 0) {
+    return {Step::Finish, 0, failed, ""};
+}
+Step Quiet(int seconds) {
+    return {Step::Quiet, seconds, 0, ""};
+}
+Step Announced(const std::string& what) {
+    return {Step::Announce, 0, 0, what};
+}
+
+struct ViewCase {
+    const char* name;
+    std::vector<Step> steps;
+    std::string shown;  // every line of the log
+};
+
+// The view writing to a string, on a clock that moves only when told to.
+class ViewOnAClock {
+public:
+    explicit ViewOnAClock(bool terminal)
+        : m_pOut(open_memstream(&m_pText, &m_nSize)), m_View(m_pOut, terminal, [this] { return m_nNowUs; }) {}
+    ~ViewOnAClock() {
+        fclose(m_pOut);
+        free(m_pText);
+    }
+    CProgressView& View() { return m_View; }
+    void Pass(int seconds) { m_nNowUs += seconds * G_USEC_PER_SEC; }
+    std::string Text() {
+        fflush(m_pOut);
+        return std::string(m_pText, m_nSize);
+    }
+
+private:
+    char* m_pText = nullptr;
+    size_t m_nSize = 0;
+    gint64 m_nNowUs = G_USEC_PER_SEC;
+    FILE* m_pOut;
+    CProgressView m_View;
+};
+
+class AProgressView : public ::testing::TestWithParam<ViewCase> {};
+
+TEST_P(AProgressView, ShowsWhatTheReportsSay) {
+    ViewOnAClock view(false);
+    for (const Step& step : GetParam().steps) {
+        switch (step.kind) {
+            case Step::Start:
+                view.View().Start(step.count);
+                break;
+            case Step::Advance:
+                view.View().Advance(step.count, step.failed);
+                break;
+            case Step::Finish:
+                view.View().Finish(step.failed);
+                break;
+            case Step::Quiet:
+                view.Pass(step.count);
+                view.View().Tick();
+                break;
+            case Step::Announce:
+                view.View().Announce(step.what);
+                break;
+        }
+    }
+    EXPECT_EQ(view.Text(), GetParam().shown);
+}
+
+const char kLate[] = "(it started before this client, which does not know the total)";
+
+INSTANTIATE_TEST_SUITE_P(
+    Cases, AProgressView,
+    ::testing::Values(
+        ViewCase{"TheCountIsTheReportsNotItsOwn",
+                 {Started(4), Advanced(2), Advanced(4), Finished()},
+                 "built-in reset: 4 apps to reset\nbuilt-in reset: 2/4\nbuilt-in reset: 4/4\n"
+                 "built-in reset: finished, 4/4 done in 0.0 s\n"},
+        ViewCase{"AFailedInstallIsNotDone",
+                 {Started(3), Advanced(1), Advanced(2, 1), Advanced(3, 1), Finished(1)},
+                 "built-in reset: 3 apps to reset\nbuilt-in reset: 1/3\nbuilt-in reset: 2/3, 1 failed\n"
+                 "built-in reset: 3/3, 1 failed\nbuilt-in reset: finished, 2/3 done, 1 failed in 0.0 s\n"},
+        ViewCase{"ALateStartShowsTheRealCount",
+                 {Advanced(5, 1), Finished(2)},
+                 (std::string("built-in reset: 5 ended so far, 1 failed ") + kLate +
+                  "\nbuilt-in reset: finished, 3 done, 2 failed " + kLate + "\n")},
+        ViewCase{
+            "QuietSpellsSayWhatIsAwaitedOnce",
+            {Quiet(2), Quiet(1), Quiet(5), Started(2), Quiet(4), Quiet(4), Advanced(1), Quiet(3)},
+            "waiting for a reset to start\nbuilt-in reset: 2 apps to reset\n"
+            "built-in reset: no report for 4 s, waiting for the next from tak-reset\nbuilt-in reset: 1/2\n"
+            "built-in reset: no report for 3 s, waiting for the next from tak-reset\n"},
+        ViewCase{
+            "ResetsThatReportNothingAreAnnounced",
+            {Announced("apps reset (reset=tak_app_reset)"), Quiet(3)},
+            "apps reset (reset=tak_app_reset) started: tak-reset sends a manager client no progress of it "
+            "(its result: orvix-host log)\nwaiting for a reset to start\n"}),
+    [](const ::testing::TestParamInfo<ViewCase>& info) { return std::string(info.param.name); });
+
+// On a terminal the bar stays open while a reset runs and says how long it has been quiet; Close ends the
+// open line and nothing else.
+TEST(AProgressViewOnATerminal, RedrawsTheQuietBarAndCloseEndsOnlyAnOpenLine) {
+    ViewOnAClock view(true);
+    view.View().Start(2);
+    view.View().Advance(1, 0);
+    view.Pass(3);
+    view.View().Tick();
+    view.Pass(2);
+    view.View().Tick();
+    std::string text = view.Text();
+    EXPECT_EQ(text.substr(text.rfind('\r')),
+              "\r\x1b[Kbuilt-in reset           [###############---------------] 1/2, no report for 5 s, "
+              "waiting for the next from tak-reset");
+    view.View().Close();
+    EXPECT_EQ(view.Text(), text + "\n");
+    view.View().Finish(0);
+    text = view.Text();
+    view.View().Close();
+    EXPECT_EQ(view.Text(), text);
+    EXPECT_EQ(text.back(), '\n');
+}
+
+}  // namespace
