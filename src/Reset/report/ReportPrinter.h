@@ -1,0 +1,15 @@
+// The resets as a short table each, or as one JSON document (docs/report.md describes it).
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "ResetRecord.h"
+
+class CReportPrinter {
+public:
+    static std::string Text(const std::vector<SResetRecord>& resets);
+    static std::string Json(const std::vector<SResetRecord>& resets);
+    // "reported", "replaced", "ended", "failed" or "open".
+    static const char* EndName(EResetEnd how);
+};
