@@ -2,6 +2,7 @@
 
 #include <glib.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <ctime>
 
@@ -40,7 +41,7 @@ bool AppAfter(const std::string& message, const std::string& head, const std::st
         return false;
     }
     size_t space = message.find(' ', head.size());
-    if (space == std::string::npos || message.compare(space, tail.size(), tail) != 0) {
+    if (space == std::string::npos || message.compare(space + 1, tail.size(), tail) != 0) {
         return false;
     }
     id = message.substr(head.size(), space - head.size());
@@ -250,7 +251,9 @@ int CReportLog::ResultTarget(const CLogLine& line, bool& mainThread) const {
     }
     auto known = m_taskOfThread.find(line.tid);
     if (known == m_taskOfThread.end()) {
-        return kNone;
+        // A thread that has logged nothing of a task yet (its debug lines filtered, say): the newest reset
+        // still running.
+        return std::max(m_open[kAppsTask], m_open[kBuiltinTask]);
     }
     if (m_open[known->second] != kNone) {
         return m_open[known->second];
