@@ -73,6 +73,9 @@ std::string CReportPrinter::Text(const std::vector<SResetRecord>& resets) {
     static const char* const kHow[] = {"result reported", "replaced by the next request", "ended by \"end\"",
                                        "its task could not start", "no end in the log"};
     std::ostringstream out;
+    if (resets.empty()) {
+        return "no reset in the log\n";
+    }
     for (size_t i = 0; i < resets.size(); ++i) {
         const SResetRecord& reset = resets[i];
         out << (i == 0 ? "" : "\n") << "reset " << i + 1 << ": " << KindTitle(reset.kind) << " ("
@@ -87,6 +90,7 @@ std::string CReportPrinter::Text(const std::vector<SResetRecord>& resets) {
         Row(out, reset.Builtin() ? "installed" : "uninstalled", Joined(reset.Done()));
         Row(out, "failed", Joined(reset.failed));
         Row(out, "timed out", Joined(reset.timedOut));
+        Row(out, "history", std::to_string(reset.history.size()) + " lines");
     }
     return out.str();
 }
