@@ -41,6 +41,14 @@ std::vector<std::string> Result(const std::string& time, long tid, const std::st
             Line(time, 'D', tid, bus, answer)};
 }
 
+// The result line the reset writes beside its bus call: name and value as they were sent.
+std::string Named(const std::string& time, long tid, const std::string& name, int value,
+                  const std::string& cookie) {
+    return Line(
+        time, 'I', tid, "Commons/Common/src/ProcessDbus",
+        "process_result name[" + name + "] value[" + std::to_string(value) + "] cookie[" + cookie + "]");
+}
+
 std::vector<std::string> Join(std::initializer_list<std::vector<std::string>> parts) {
     std::vector<std::string> all;
     for (const auto& part : parts) {
@@ -57,6 +65,14 @@ std::string Ids(const std::vector<std::string>& ids) {
     return text;
 }
 
+std::string Pairs(const char* name, const std::vector<std::pair<std::string, std::string>>& pairs) {
+    std::string text;
+    for (const auto& pair : pairs) {
+        text += (text.empty() ? name : ",") + pair.first + ":" + pair.second;
+    }
+    return text;
+}
+
 // One reset in a line: what a case expects, with what matters and nothing else.
 std::string Summary(const SResetRecord& reset) {
     std::ostringstream out;
@@ -68,6 +84,25 @@ std::string Summary(const SResetRecord& reset) {
     out << " req=" << Ids(reset.requested) << " done=" << Ids(reset.Done());
     out << (reset.failed.empty() ? "" : " failed=" + Ids(reset.failed));
     out << (reset.timedOut.empty() ? "" : " timedout=" + Ids(reset.timedOut));
+    out << (reset.resultLogged ? " named" : "") << (reset.refused ? " refused" : "");
+    out << Pairs(" kept=", reset.kept) << Pairs(" skipped=", reset.skipped);
+    out << (reset.stoppedAnswers.empty() ? "" : " late=" + Ids(reset.stoppedAnswers));
+    out << (reset.emptied.empty() ? "" : " emptied=" + Ids(reset.emptied));
+    out << (reset.installOrder.empty() ? "" : " order=" + Ids(reset.installOrder));
+    out << (reset.waitedFor.empty() ? "" : " waitedfor=" + Ids(reset.waitedFor));
+    const std::pair<const char*, const SSpan*> spans[] = {
+        {" binder=", &reset.binderWait}, {" updates=", &reset.updatesWait}, {" cleanup=", &reset.cleanUp}};
+    for (const auto& span : spans) {
+        out << (span.second->Started() ? span.first + std::to_string(span.second->Us() / 1000) + "ms" : "");
+    }
+    // Each answered app's time from request to answer.
+    std::string times;
+    for (const SAppTiming& app : reset.apps) {
+        times += app.span.Us() < 0
+                     ? ""
+                     : (times.empty() ? "" : ",") + app.id + ":" + std::to_string(app.span.Us() / 1000);
+    }
+    out << (times.empty() ? "" : " ms=" + times);
     return out.str();
 }
 
@@ -94,14 +129,73 @@ std::vector<LogCase> Cases() {
         Line("10:00:01.100", 'I', kAppsTask, kApps, "Reset a"),
         Line("10:00:01.100", 'I', kAppsTask, kApps, "Reset b"),
         Line("10:00:01.100", 'I', kAppsTask, kApps, "Reset c"),
+        Line("10:00:01.150", 'I', kCallback, kApps, "uninstall callback appid a "),
         Line("10:00:01.200", 'W', kCallback, kApps, "uninstall of b failed"),
+        Line("10:00:01.200", 'I', kCallback, kApps, "uninstall callback appid b "),
         Line("10:00:03.100", 'W', kAppsTask, kApps, "uninstall of c timed out after 2 s")};
     std::vector<std::string> success = Result("10:00:03.500", kAppsTask, "method call success");
     const std::string fullApps =
         "tak_app_reset ud=42 reported 2500ms tak_app_reset_result=1 req=a,b,c done=a "
-        "failed=b timedout=c";
+        "failed=b timedout=c ms=a:50,b:100,c:2000";
     std::string full = Line("10:00:01.100", 'I', kAppsTask, kApps, "Reset z");
+    const std::string rules = "Reset/src/AppsResetRules", list = "Reset/src/BuiltInAppList";
+    std::vector<std::string> serviceStages = {
+        Line("10:00:02.000", 'I', kAppsTask, kApps, "binder is not created yet, waiting..."),
+        Line("10:00:02.400", 'I', kCallback, kApps, "SetCommunicatorBinderCreated"),
+        Line("10:00:02.400", 'E', kCallback, kApps,
+             "q answered a request of a stopped reset, callback ignored"),
+        Line("10:00:02.500", 'I', kAppsTask, rules,
+             "d is default/native[1], continue to uninstall next apps"),
+        Line("10:00:02.500", 'I', kAppsTask, rules,
+             "e is configured as disable reset, continue to uninstall next apps"),
+        Line("10:00:02.500", 'I', kAppsTask, rules, "hard-coded for DF200715-00947, do not uninstall f"),
+        Line("10:00:02.500", 'I', kAppsTask, kApps, "Reset a"),
+        Line("10:00:02.800", 'I', kCallback, kApps, "uninstall callback appid a "),
+        Line("10:00:03.000", 'I', kAppsTask, kApps, "clean-up of 7 steps starts"),
+        Line("10:00:03.100", 'I', kAppsTask, kApps, "clean-up emptied /d/common/"),
+        Named("10:00:03.600", kAppsTask, "tak_service_reset_result", 0, "5")};
+    std::vector<std::string> builtinStages = {
+        Line("10:00:01.100", 'I', kBuiltinTask, list, "s[ps] not installed, skip it"),
+        Line("10:00:01.100", 'I', kBuiltinTask, list, "remove Home base/test pkg hp from general biu list"),
+        Line("10:00:01.100", 'I', kBuiltinTask, "Reset/src/BuiltInResetRules", "add m to instant reset list"),
+        Line("10:00:01.100", 'I', kBuiltinTask, "Reset/src/BuiltInResetRules", "add n to instant reset list"),
+        Line("10:00:01.200", 'I', kBuiltinTask, kBuiltin, "waiting for background updates of pm,pn"),
+        Line("10:00:01.700", 'I', kBuiltinTask, kBuiltin, "Reset m"),
+        Line("10:00:01.900", 'I', kCallback, kBuiltin, "install of m answered with state 110"),
+        Line("10:00:02.000", 'I', kBuiltinTask, kBuiltin, "Reset n"),
+        Line("10:00:03.000", 'W', kBuiltinTask, kBuiltin, "install of n timed out after 1 s"),
+        Named("10:00:03.100", kBuiltinTask, "biu_app_reset_result", 1, "3")};
     return {
+        {"StagesOfAServiceResetAndTheResultAsLogged",
+         Join({appsReset,
+               Request("10:00:02.000", "tak_service_reset", "5"),
+               {Core("10:00:02.000", "App Reset Start", 'E'),
+                Core("10:00:02.000", "Send CTAKTaskBase::EVENT_EXIT to m_Reset!")},
+               serviceStages,
+               Result("10:00:03.600", kAppsTask, "method call success")}),
+         {"tak_app_reset ud=42 replaced 1000ms req= done= late=q",
+          "tak_service_reset ud=5 reported 1600ms tak_service_reset_result=0 req=a done=a named "
+          "kept=d:default/native,e:disable reset,f:fixed id emptied=/d/common/ binder=400ms cleanup=600ms "
+          "ms=a:300"},
+         0,
+         0},
+        {"BuiltinOrderSkipsWaitAndARefusal",
+         Join({start,
+               Request("10:00:01.000", "biu_app_reset", "3"),
+               {Core("10:00:01.000", "BuiltIn Reset Start")},
+               builtinStages,
+               Request("10:00:04.000", "biu_service_reset", "4"),
+               {Core("10:00:04.000", "BuiltIn Reset Start"),
+                Line("10:00:04.100", 'I', kBuiltinTask, kBuiltin,
+                     "Server upgrade not support or Reset is already in process. this time reset will be "
+                     "skipped"),
+                Named("10:00:04.200", kBuiltinTask, "biu_service_reset_result", 1, "4")}}),
+         {"biu_app_reset ud=3 reported 2100ms biu_app_reset_result=1! req=m,n done=m timedout=n named "
+          "skipped=s:not installed,hp:Home base or test package order=m,n waitedfor=pm,pn updates=500ms "
+          "ms=m:200,n:1000",
+          "biu_service_reset ud=4 reported 200ms biu_service_reset_result=1! req= done= named refused"},
+         0,
+         0},
         {"AppsResetWithAFailedAndATimedOutApp", Join({appsReset, threeApps, success}), {fullApps}, 0, 0},
         {"ResultCallThatFails",
          Join({appsReset,
@@ -116,7 +210,7 @@ std::vector<LogCase> Cases() {
                {Core("10:00:02.000", "App Reset Start", 'E'),
                 Core("10:00:02.000", "Send CTAKTaskBase::EVENT_EXIT to m_Reset!")},
                Result("10:00:02.300", kAppsTask, "method call success")}),
-         {"tak_app_reset ud=42 replaced 1000ms req=a done=a",
+         {"tak_app_reset ud=42 replaced 1000ms req=a done=",
           "tak_service_reset ud=7 reported 300ms tak_service_reset_result=1 req= done="},
          0,
          0},
@@ -153,14 +247,16 @@ std::vector<LogCase> Cases() {
                 Line("10:00:01.600", 'I', kBuiltinTask, kBuiltin, "Reset x"),
                 Line("10:00:01.600", 'I', kBuiltinTask, kBuiltin, "Reset y"),
                 Line("10:00:01.600", 'I', kBuiltinTask, kBuiltin, "Reset w"),
+                Line("10:00:01.700", 'I', kCallback, kBuiltin, "install of x answered with state 3"),
                 Line("10:00:01.700", 'W', kCallback, kBuiltin, "install of x failed (state 3)"),
+                Line("10:00:02.750", 'I', kCallback, kBuiltin, "install of w answered with state 110"),
                 Line("10:00:02.700", 'W', kBuiltinTask, kBuiltin, "install of y timed out after 1 s")},
                threeApps,
                Result("10:00:02.800", kBuiltinTask, "method call success"),
                success}),
          {fullApps,
           "biu_service_reset ud=9 reported 1300ms biu_service_reset_result=1 req=x,y,w done=w "
-          "failed=x timedout=y"},
+          "failed=x timedout=y ms=x:100,y:1100,w:1150"},
          0,
          0},
         {"TruncatedNonUtf8AndForeignLines",
@@ -173,8 +269,8 @@ std::vector<LogCase> Cases() {
          1},
         {"MessageGoingOnPastANewline",
          Join({appsReset, {full.substr(0, full.size() - 4) + "\n", "\033[0m"}, threeApps, success}),
-         {"tak_app_reset ud=42 reported 2500ms tak_app_reset_result=1 req=z,a,b,c done=z,a failed=b "
-          "timedout=c"},
+         {"tak_app_reset ud=42 reported 2500ms tak_app_reset_result=1 req=z,a,b,c done=a failed=b "
+          "timedout=c ms=a:50,b:100,c:2000"},
          0,
          0},
     };

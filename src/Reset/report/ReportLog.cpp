@@ -4,6 +4,8 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <cstdlib>
+#include <cstring>
 #include <ctime>
 
 namespace {
@@ -18,6 +20,34 @@ const char kResultCall[] =
 const char kCallSuccess[] = "method call success";
 const char kCallFailure[] = "method call false.";
 const char kCorvaneBusy[] = "corvane reset still doing, no need to perform it again";
+const char kNamedResult[] = "process_result name[";
+const char kBinderWait[] = "binder is not created yet, waiting...";
+const char kBinderCreated[] = "SetCommunicatorBinderCreated";
+const char kCleanUpStart[] = "clean-up of ";
+const char kEmptied[] = "clean-up emptied ";
+const char kStoppedAnswer[] = " answered a request of a stopped reset, callback ignored";
+const char kUpdatesWait[] = "waiting for background updates of ";
+const char kRefused[] =
+    "Server upgrade not support or Reset is already in process. this time reset will be skipped";
+
+// The lines that keep an app from an apps or service reset's uninstalls: what follows the id, and why.
+const char kKeepTail[] = ", continue to uninstall next apps";
+const char kKeepFixed[] = "hard-coded for DF200715-00947, do not uninstall ";
+const char* const kKeepReasons[][2] = {
+    {" is default/native[", "default/native"},
+    {" is configured as disable reset", "disable reset"},
+    {" is general app[", "general app"},
+};
+
+// The lines that leave an app out of a built-in reset's installs: head, tail, reason.
+const char* const kSkipLines[][3] = {
+    {"", " not installed, skip it", "not installed"},
+    {"", " not support instant reset, skip it", "no instant reset"},
+    {"", " not removable, skip it", "not removable"},
+    {"remove Home base/test pkg ", " from general biu list", "Home base or test package"},
+    {"remove ", " because it requires higher Home base/test pkg version than installed version",
+     "needs a newer Home package"},
+};
 
 bool EndsWith(const std::string& text, const std::string& tail) {
     return text.size() >= tail.size() && text.compare(text.size() - tail.size(), tail.size(), tail) == 0;
@@ -46,6 +76,21 @@ bool AppAfter(const std::string& message, const std::string& head, const std::st
     }
     id = message.substr(head.size(), space - head.size());
     return !id.empty();
+}
+
+// What lies between `head` and `tail` of a message that starts and ends with them, or "".
+std::string Around(const std::string& message, const std::string& head, const std::string& tail) {
+    if (message.size() <= head.size() + tail.size() || !StartsWith(message, head) ||
+        !EndsWith(message, tail)) {
+        return std::string();
+    }
+    return message.substr(head.size(), message.size() - head.size() - tail.size());
+}
+
+// "app[pkg]" of a skip line: the app id alone.
+std::string WithoutPackage(const std::string& id) {
+    size_t open = id.find('[');
+    return open == std::string::npos || id.back() != ']' ? id : id.substr(0, open);
 }
 
 std::string ResultName(const std::string& kind) {
@@ -87,15 +132,9 @@ long long HistoryMillis(const std::string& text, size_t& messageStart) {
 
 std::vector<std::string> SResetRecord::Done() const {
     std::vector<std::string> done;
-    for (const std::string& id : requested) {
-        bool missed = false;
-        for (const auto* list : {&failed, &timedOut}) {
-            for (const std::string& other : *list) {
-                missed = missed || other == id;
-            }
-        }
-        if (!missed) {
-            done.push_back(id);
+    for (const SAppTiming& app : apps) {
+        if (app.outcome == SAppTiming::Done) {
+            done.push_back(app.id);
         }
     }
     return done;
@@ -161,11 +200,19 @@ void CReportLog::AddLine(const std::string& text) {
         OnCreateFailed(line, kAppsTask);
     } else if (message == "Create builtin app reset thread fail.") {
         OnCreateFailed(line, kBuiltinTask);
+    } else if (StartsWith(message, kNamedResult)) {
+        OnNamedResult(line);
     } else if (message == kResultCall) {
-        OnResult(line);
+        // A result line of its own came first with the name and value; this is the same call.
+        auto named = m_namedResult.find(line.tid);
+        if (named == m_namedResult.end()) {
+            OnResult(line);
+        } else {
+            m_namedResult.erase(named);
+        }
     } else if (message == kCallSuccess || StartsWith(message, kCallFailure)) {
         OnDelivery(line, message == kCallSuccess);
-    } else {
+    } else if (!OnStageLine(line) && !OnRuleLine(line)) {
         OnAppLine(line);
     }
 }
@@ -176,6 +223,7 @@ void CReportLog::OnNewProcess(int pid) {
     m_lastCreateFailed = kNone;
     m_taskOfThread.clear();
     m_awaitingAnswer.clear();
+    m_namedResult.clear();
     m_requestKind.clear();
     m_requestUserdata = "0";
 }
@@ -197,6 +245,7 @@ void CReportLog::OnStart(const CLogLine& line, ETask task, const std::string& fa
     record.userdata = m_requestUserdata;
     record.pid = line.pid;
     record.start = line.time;
+    record.span.startUs = line.Millis() * 1000;
     m_resets.push_back(record);
     m_startMillis.push_back(line.Millis());
     m_endMillis.push_back(-1);
@@ -233,6 +282,23 @@ void CReportLog::Close(int index, const CLogLine& line, EResetEnd how) {
     SResetRecord& record = m_resets[static_cast<size_t>(index)];
     record.how = how;
     record.end = line.time;
+    record.span.endUs = line.Millis() * 1000;
+    // Waits still going on end with the reset.
+    for (SSpan* span : {&record.binderWait, &record.updatesWait, &record.cleanUp}) {
+        span->endUs = span->Started() && span->endUs < 0 ? record.span.endUs : span->endUs;
+    }
+    // A log from before installs had an answer line of their own: an install sent and not failed or
+    // timed out was done, as the next one is sent only after it.
+    bool answersLogged = false;
+    for (const SAppTiming& app : record.apps) {
+        answersLogged = answersLogged || app.span.endUs >= 0;
+    }
+    for (SAppTiming& app : record.apps) {
+        if (record.Builtin() && !answersLogged && how == EResetEnd::Reported &&
+            app.outcome == SAppTiming::Waiting) {
+            app.outcome = SAppTiming::Done;
+        }
+    }
     m_endMillis[static_cast<size_t>(index)] = line.Millis();
     long long duration = line.Millis() - m_startMillis[static_cast<size_t>(index)];
     record.durationMs = duration >= 0 ? duration : -1;
@@ -267,11 +333,11 @@ int CReportLog::ResultTarget(const CLogLine& line, bool& mainThread) const {
     return kNone;
 }
 
-void CReportLog::OnResult(const CLogLine& line) {
+int CReportLog::OnResult(const CLogLine& line) {
     bool mainThread = false;
     int target = ResultTarget(line, mainThread);
     if (target == kNone) {
-        return;
+        return kNone;
     }
     SResetRecord& record = m_resets[static_cast<size_t>(target)];
     if (record.resultCount++ == 0) {
@@ -281,12 +347,41 @@ void CReportLog::OnResult(const CLogLine& line) {
         record.resultValue = mainThread && !record.Builtin() ? 0 : 1;
     }
     m_awaitingAnswer[line.tid] = target;
+    if (record.cleanUp.Started() && record.cleanUp.endUs < 0) {
+        record.cleanUp.endUs = line.Millis() * 1000;
+    }
+    if (record.updatesWait.Started() && record.updatesWait.endUs < 0) {
+        record.updatesWait.endUs = line.Millis() * 1000;
+    }
     if (record.how == EResetEnd::Open) {
         Close(target, line, EResetEnd::Reported);
     }
     if (mainThread) {
         m_lastCreateFailed = kNone;
     }
+    return target;
+}
+
+// "process_result name[NAME] value[VALUE] cookie[COOKIE]": the call as it was made. Older logs lack it.
+void CReportLog::OnNamedResult(const CLogLine& line) {
+    const std::string& message = line.message;
+    size_t value = message.rfind("] value[");
+    size_t cookie = message.rfind("] cookie[");
+    if (value == std::string::npos || cookie == std::string::npos || cookie < value) {
+        return;
+    }
+    int target = OnResult(line);
+    if (target == kNone) {
+        return;
+    }
+    m_namedResult[line.tid] = target;
+    SResetRecord& record = m_resets[static_cast<size_t>(target)];
+    if (record.resultCount > 1) {
+        return;  // the first call is the one shown
+    }
+    record.resultName = message.substr(strlen(kNamedResult), value - strlen(kNamedResult));
+    record.resultValue = atoi(message.c_str() + value + strlen("] value["));
+    record.resultLogged = true;
 }
 
 void CReportLog::OnDelivery(const CLogLine& line, bool delivered) {
@@ -299,7 +394,7 @@ void CReportLog::OnDelivery(const CLogLine& line, bool delivered) {
     m_awaitingAnswer.erase(awaiting);
 }
 
-// "Reset ID" when an app's request is made; a warning when it fails or times out.
+// "Reset ID" when an app's request is made; an answer line, or a warning when it fails or times out.
 void CReportLog::OnAppLine(const CLogLine& line) {
     bool apps = EndsWith(line.source, "/Reset/src/Reset");
     bool builtin = EndsWith(line.source, "/Reset/src/BuiltInAppReset");
@@ -308,16 +403,148 @@ void CReportLog::OnAppLine(const CLogLine& line) {
         return;
     }
     const std::string& message = line.message;
+    const std::string verb = apps ? "uninstall of " : "install of ";
     std::string id;
     if (StartsWith(message, "Reset ") && line.level == 'I') {
         record->requested.push_back(message.substr(6));
+        SAppTiming app;
+        app.id = record->requested.back();
+        app.span.startUs = line.Millis() * 1000;
+        record->apps.push_back(app);
+        // The installs start when the wait for background updates is over.
+        if (record->updatesWait.Started() && record->updatesWait.endUs < 0) {
+            record->updatesWait.endUs = app.span.startUs;
+        }
+    } else if (line.level == 'I' && apps &&
+               !(id = Around(message, "uninstall callback appid ", " ")).empty()) {
+        OnAnswer(line, *record, id, SAppTiming::Done);
+    } else if (line.level == 'I' && builtin && AppAfter(message, verb, "answered with state ", id)) {
+        OnAnswer(line, *record, id, SAppTiming::Done);
     } else if (line.level != 'W') {
         return;
-    } else if (AppAfter(message, apps ? "uninstall of " : "install of ", "failed", id)) {
+    } else if (AppAfter(message, verb, "failed", id)) {
         record->failed.push_back(id);
-    } else if (AppAfter(message, apps ? "uninstall of " : "install of ", "timed out after ", id)) {
+        OnAnswer(line, *record, id, SAppTiming::Failed);
+    } else if (AppAfter(message, verb, "timed out after ", id)) {
         record->timedOut.push_back(id);
+        OnAnswer(line, *record, id, SAppTiming::TimedOut);
     }
+}
+
+// The answer ends the app's oldest request still waiting; a failure after its answer line (the order
+// the reset logs them in) only changes the outcome.
+void CReportLog::OnAnswer(const CLogLine& line, SResetRecord& record, const std::string& id,
+                          SAppTiming::EOutcome outcome) {
+    for (SAppTiming& app : record.apps) {
+        if (app.id != id) {
+            continue;
+        }
+        if (app.outcome == SAppTiming::Waiting) {
+            app.outcome = outcome;
+            app.span.endUs = line.Millis() * 1000;
+            return;
+        }
+        if (app.outcome == SAppTiming::Done && outcome != SAppTiming::Done) {
+            app.outcome = outcome;
+            return;
+        }
+    }
+}
+
+// The waits and the clean-up of a reset; true when the line was one of them.
+bool CReportLog::OnStageLine(const CLogLine& line) {
+    const std::string& message = line.message;
+    const long long now = line.Millis() * 1000;
+    SResetRecord* apps = Open(kAppsTask);
+    SResetRecord* builtin = Open(kBuiltinTask);
+    if (message == kBinderWait) {
+        if (apps != nullptr) {
+            apps->binderWait.startUs = now;
+        }
+    } else if (message == kBinderCreated) {
+        if (apps != nullptr && apps->binderWait.Started() && apps->binderWait.endUs < 0) {
+            apps->binderWait.endUs = now;
+        }
+    } else if (StartsWith(message, kCleanUpStart) && EndsWith(message, " steps starts")) {
+        if (apps != nullptr) {
+            apps->cleanUp.startUs = now;
+        }
+    } else if (StartsWith(message, kEmptied)) {
+        if (apps != nullptr) {
+            apps->emptied.push_back(message.substr(strlen(kEmptied)));
+        }
+    } else if (StartsWith(message, kUpdatesWait)) {
+        if (builtin != nullptr) {
+            builtin->updatesWait.startUs = now;
+            gchar** ids = g_strsplit(message.c_str() + strlen(kUpdatesWait), ",", -1);
+            for (gchar** id = ids; *id != nullptr; ++id) {
+                builtin->waitedFor.emplace_back(*id);
+            }
+            g_strfreev(ids);
+        }
+    } else if (message == kRefused) {
+        if (builtin != nullptr) {
+            builtin->refused = true;
+        }
+    } else if (EndsWith(message, kStoppedAnswer)) {
+        SResetRecord* stopped = LastStopped();
+        if (stopped != nullptr) {
+            stopped->stoppedAnswers.push_back(message.substr(0, message.size() - strlen(kStoppedAnswer)));
+        }
+    } else {
+        return false;
+    }
+    return true;
+}
+
+// The lines of the rules: apps kept from an uninstall, the built-in install order and what it skips.
+bool CReportLog::OnRuleLine(const CLogLine& line) {
+    const std::string& message = line.message;
+    std::string id;
+    if (SResetRecord* apps = Open(kAppsTask)) {
+        std::string body =
+            EndsWith(message, kKeepTail) ? message.substr(0, message.size() - strlen(kKeepTail)) : "";
+        for (const auto& keep : kKeepReasons) {
+            size_t at = body.find(keep[0]);
+            if (at != std::string::npos && at > 0) {
+                apps->kept.emplace_back(body.substr(0, at), keep[1]);
+                return true;
+            }
+        }
+        if (StartsWith(message, kKeepFixed) && message.size() > strlen(kKeepFixed)) {
+            apps->kept.emplace_back(message.substr(strlen(kKeepFixed)), "fixed id");
+            return true;
+        }
+    }
+    SResetRecord* builtin = Open(kBuiltinTask);
+    if (builtin == nullptr) {
+        return false;
+    }
+    if (!(id = Around(message, "add ", " to instant reset list")).empty()) {
+        builtin->installOrder.push_back(id);
+        return true;
+    }
+    for (const auto& skip : kSkipLines) {
+        if (!(id = Around(message, skip[0], skip[1])).empty()) {
+            builtin->skipped.emplace_back(WithoutPackage(id), skip[2]);
+            return true;
+        }
+    }
+    return false;
+}
+
+// The newest apps, service or Corvane reset of this process that a request or "end" stopped.
+SResetRecord* CReportLog::LastStopped() {
+    for (size_t i = m_resets.size(); i-- > 0;) {
+        SResetRecord& record = m_resets[i];
+        if (record.pid != m_pid) {
+            break;
+        }
+        if (!record.Builtin() && (record.how == EResetEnd::Replaced || record.how == EResetEnd::Ended)) {
+            return &record;
+        }
+    }
+    return nullptr;
 }
 
 SResetRecord* CReportLog::Open(ETask task) {
@@ -334,14 +561,30 @@ void CReportLog::AddHistoryLine(const std::string& text) {
         return;
     }
     // The stamp has whole seconds: a reset owns the seconds from that of its start to that of its end.
-    for (size_t i = m_resets.size(); i-- > 0;) {
-        if (m_resets[i].Builtin()) {
+    // The resets are looked up by start, as a long log holds many thousands of them; of those that
+    // started by then, the newest few are asked, newest first.
+    if (m_historyOrder.size() != m_resets.size()) {
+        m_historyOrder.clear();
+        for (size_t i = 0; i < m_resets.size(); ++i) {
+            m_historyOrder.push_back(i);
+        }
+        std::stable_sort(m_historyOrder.begin(), m_historyOrder.end(),
+                         [this](size_t a, size_t b) { return m_startMillis[a] < m_startMillis[b]; });
+    }
+    auto after =
+        std::upper_bound(m_historyOrder.begin(), m_historyOrder.end(), millis,
+                         [this](long long when, size_t i) { return when < m_startMillis[i] / 1000 * 1000; });
+    const int kCandidates = 8;
+    int looked = 0;
+    for (auto it = after; it != m_historyOrder.begin() && looked < kCandidates;) {
+        SResetRecord& reset = m_resets[*--it];
+        if (reset.Builtin()) {
             continue;
         }
-        long long from = m_startMillis[i] / 1000 * 1000;
-        long long to = m_endMillis[i] < 0 ? -1 : m_endMillis[i] / 1000 * 1000 + 999;
-        if (millis >= from && (to < 0 || millis <= to)) {
-            m_resets[i].history.push_back(text.substr(messageStart));
+        ++looked;
+        long long to = m_endMillis[*it] < 0 ? -1 : m_endMillis[*it] / 1000 * 1000 + 999;
+        if (to < 0 || millis <= to) {
+            reset.history.push_back(text.substr(messageStart));
             return;
         }
     }

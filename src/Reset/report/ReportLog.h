@@ -32,7 +32,13 @@ private:
     void OnStart(const CLogLine& line, ETask task, const std::string& fallbackKind);
     void OnStop(const CLogLine& line, ETask task);
     void OnCreateFailed(const CLogLine& line, ETask task);
-    void OnResult(const CLogLine& line);
+    int OnResult(const CLogLine& line);
+    void OnNamedResult(const CLogLine& line);
+    bool OnStageLine(const CLogLine& line);
+    bool OnRuleLine(const CLogLine& line);
+    void OnAnswer(const CLogLine& line, SResetRecord& record, const std::string& id,
+                  SAppTiming::EOutcome outcome);
+    SResetRecord* LastStopped();
     void OnDelivery(const CLogLine& line, bool delivered);
     void OnAppLine(const CLogLine& line);
     void OnNewProcess(int pid);
@@ -43,11 +49,14 @@ private:
     std::vector<SResetRecord> m_resets;
     std::vector<long long> m_startMillis;  // per record, for the duration and the history's times
     std::vector<long long> m_endMillis;
+    std::vector<size_t> m_historyOrder;  // the resets by start, for the history's lines
     int m_open[kTasks] = {kNone, kNone};
     int m_lastCreateFailed = kNone;
     int m_openBeforeStart = kNone;  // what the last start replaced, back when it is ignored
     std::map<long, ETask> m_taskOfThread;
-    std::map<long, int> m_awaitingAnswer;  // thread -> record whose result call has not answered yet
+    std::map<long, int> m_awaitingAnswer;
+    std::map<long, int> m_namedResult;  // thread -> record its result line named; its bus call follows  //
+                                        // thread -> record whose result call has not answered yet
     std::string m_requestKind;
     std::string m_requestUserdata = "0";
     int m_pid = 0;

@@ -58,6 +58,21 @@ bool CResetReport::Read(const std::string& where, std::string& problem) {
         problem = "cannot read " + platform;
         return false;
     }
-    EachLine(HistoryLogIn(where), [this](const std::string& line) { m_log.AddHistoryLine(line); });
+    for (const std::string& history : HistoryLogsIn(where)) {
+        EachLine(history, [this](const std::string& line) { m_log.AddHistoryLine(line); });
+    }
     return true;
+}
+
+// The history log and its rotated copies ("NAME.1" the newest of them), oldest first.
+std::vector<std::string> CResetReport::HistoryLogsIn(const std::string& where) {
+    const std::string current = HistoryLogIn(where);
+    std::vector<std::string> logs;
+    for (int number = 1; IsFile(current + "." + std::to_string(number)); ++number) {
+        logs.insert(logs.begin(), current + "." + std::to_string(number));
+    }
+    if (IsFile(current)) {
+        logs.push_back(current);
+    }
+    return logs;
 }

@@ -19,6 +19,7 @@ public:
 
     static std::string PlatformLogIn(const std::string& where);
     static std::string HistoryLogIn(const std::string& where);
+    static std::vector<std::string> HistoryLogsIn(const std::string& where);
 
 private:
     CReportLog m_log;
