@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <ctime>
 #include <filesystem>
 #include <fstream>
 
@@ -66,7 +67,8 @@ TEST_P(TheCommand, ExitsAndComplainsAsTheLogsSay) {
 
 const std::string kReported = kStart + Request("10:00:01.000", "tak_app_reset") + Result("10:00:02.000");
 const std::string kUnreported = kReported + Request("10:00:03.000", "tak_service_reset");
-const std::string kWithBadLines = "11-26 10:00\n\xff\n" + kReported;
+// A line cut before its header ends, one that is not UTF-8, and the log cut in the middle of its last line.
+const std::string kWithBadLines = "11-26 10:00\n\xff\n" + kReported + "11-26 10:00:03.0";
 
 INSTANTIATE_TEST_SUITE_P(
     Cases, TheCommand,
@@ -79,10 +81,43 @@ INSTANTIATE_TEST_SUITE_P(
                     {"--json"},
                     kWithBadLines.c_str(),
                     0,
-                    "2 lines could not be read, 0 were of another process",
+                    "3 lines could not be read, 0 were of another process",
                     "\"outcome\" : \"reported\""},
         CommandCase{"NoLog", {}, nullptr, 2, "cannot read", ""},
         CommandCase{"BadOption", {"--colour"}, kReported.c_str(), 2, "Unknown option --colour", ""}),
     [](const ::testing::TestParamInfo<CommandCase>& info) { return info.param.name; });
+
+// The history log's rotated copies are read too, oldest first: "NAME.2", "NAME.1", then "NAME".
+TEST_F(TheCommand, ReadsRotatedHistoryLogsOldestFirst) {
+    std::ofstream(m_dir + "/tak-reset.log") << kReported;
+    // The history log is stamped in UTC; the platform log in local time.
+    struct tm local {};
+    local.tm_year = 2026 - 1900;
+    local.tm_mon = 10;
+    local.tm_mday = 26;
+    local.tm_hour = 10;
+    local.tm_min = 0;
+    local.tm_sec = 1;
+    local.tm_isdst = -1;
+    const time_t when = mktime(&local);
+    struct tm utc {};
+    gmtime_r(&when, &utc);
+    char stamp[32];
+    strftime(stamp, sizeof(stamp), "%Y-%m-%dT%H:%M:%S:>", &utc);
+    const std::string history = m_dir + "/tak_reset_history.log";
+    std::ofstream(history + ".2") << stamp << "oldest\n";
+    std::ofstream(history + ".1") << stamp << "older\n";
+    std::ofstream(history) << stamp << "newest\n";
+
+    orvix::test::RunResult run =
+        orvix::test::RunProgram({std::string(TAK_BINARY_DIR) + "/src/tak-reset-report", "--json", m_dir});
+    ASSERT_EQ(run.status, 0) << run.err;
+    const size_t oldest = run.out.find("\"oldest\""), older = run.out.find("\"older\""),
+                 newest = run.out.find("\"newest\"");
+    EXPECT_TRUE(oldest != std::string::npos && older != std::string::npos && newest != std::string::npos)
+        << run.out;
+    EXPECT_LT(oldest, older);
+    EXPECT_LT(older, newest);
+}
 
 }  // namespace

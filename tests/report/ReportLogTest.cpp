@@ -112,6 +112,7 @@ struct LogCase {
     std::vector<std::string> resets;  // Summary() of each
     size_t unreadable;
     size_t foreign;
+    size_t repaired = 0;  // lines with bytes that are not UTF-8, read all the same
 };
 
 void PrintTo(const LogCase& c, std::ostream* out) {
@@ -263,9 +264,13 @@ std::vector<LogCase> Cases() {
          Join({appsReset,
                {full.substr(0, 12), "\xff\xfe" + full, Line("10:00:01.100", 'I', 9, kApps, "Reset q", 900)},
                threeApps,
+               {Line("10:00:03.200", 'I', kAppsTask, kApps, "Reset r\xff")},
                success}),
-         {fullApps},
+         {"tak_app_reset ud=42 reported 2500ms tak_app_reset_result=1 req=a,b,c,r\xef\xbf\xbd done=a "
+          "failed=b "
+          "timedout=c ms=a:50,b:100,c:2000"},
          2,
+         1,
          1},
         {"MessageGoingOnPastANewline",
          Join({appsReset, {full.substr(0, full.size() - 4) + "\n", "\033[0m"}, threeApps, success}),
@@ -293,6 +298,7 @@ TEST_P(TheReportLog, ReadsEachResetOfTheLog) {
     EXPECT_EQ(resets, GetParam().resets);
     EXPECT_EQ(log.Unreadable(), GetParam().unreadable);
     EXPECT_EQ(log.Foreign(), GetParam().foreign);
+    EXPECT_EQ(log.Repaired(), GetParam().repaired);
 }
 
 INSTANTIATE_TEST_SUITE_P(Logs, TheReportLog, ::testing::ValuesIn(Cases()),

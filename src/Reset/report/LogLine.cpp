@@ -1,5 +1,6 @@
 #include "LogLine.h"
 
+#include <climits>
 #include <cstdio>
 #include <cstring>
 
@@ -22,8 +23,26 @@ bool Digits(const std::string& text, size_t from, size_t count) {
     return true;
 }
 
+// The digits were checked; a line of a 100 MB log is read without making a string of each field.
 int Number(const std::string& text, size_t from, size_t count) {
-    return std::stoi(text.substr(from, count));
+    int value = 0;
+    for (size_t i = from; i < from + count; ++i) {
+        value = value * 10 + (text[i] - '0');
+    }
+    return value;
+}
+
+// Spaces, then digits up to `end`: the pid or the thread of "( pid:  tid)". False for anything else.
+bool Id(const std::string& text, size_t& at, size_t end, long long& value) {
+    while (at < end && text[at] == ' ') {
+        ++at;
+    }
+    size_t first = at;
+    value = 0;
+    while (at < end && text[at] >= '0' && text[at] <= '9' && at - first < 18) {
+        value = value * 10 + (text[at++] - '0');
+    }
+    return at > first;
 }
 
 }  // namespace
@@ -43,7 +62,7 @@ bool CLogLine::ParseTime(const std::string& text) {
     long long seconds =
         ((days * 24 + Number(text, 6, 2)) * 60 + Number(text, 9, 2)) * 60 + Number(text, 12, 2);
     m_millis = seconds * 1000 + Number(text, 15, 3);
-    time = text.substr(0, kTimeLength);
+    time.assign(text, 0, kTimeLength);
     return true;
 }
 
@@ -57,41 +76,44 @@ bool CLogLine::Parse(const std::string& text) {
     if (close == std::string::npos) {
         return false;
     }
-    int parsedPid = 0;
-    long parsedTid = 0;
-    char tail = 0;
-    std::string ids = text.substr(open + 1, close - open - 1);
-    if (sscanf(ids.c_str(), "%d:%ld%c", &parsedPid, &parsedTid, &tail) != 2) {
+    size_t at = open + 1;
+    long long parsedPid = 0, parsedTid = 0;
+    if (!Id(text, at, close, parsedPid) || at >= close || text[at++] != ':' ||
+        !Id(text, at, close, parsedTid) || at != close || parsedPid > INT_MAX || parsedTid > LONG_MAX) {
         return false;
     }
     level = text[kTimeLength + 1];
-    tag = text.substr(kTimeLength + 3, open - kTimeLength - 3);
-    pid = parsedPid;
-    tid = parsedTid;
-    SplitMessage(text.substr(close + 3));
+    tag.assign(text, kTimeLength + 3, open - kTimeLength - 3);
+    pid = static_cast<int>(parsedPid);
+    tid = static_cast<long>(parsedTid);
+    SplitMessage(text, close + 3);
     return true;
 }
 
 // "ESC[33mfile: function(line) > message ESC[0m" -> source "file", message "message".
-void CLogLine::SplitMessage(const std::string& rest) {
-    std::string body = rest;
-    if (!body.empty() && body[0] == kEscape) {
-        size_t m = body.find('m');
-        body = m == std::string::npos ? std::string() : body.substr(m + 1);
+void CLogLine::SplitMessage(const std::string& text, size_t from) {
+    const bool coloured = from < text.size() && text[from] == kEscape;
+    size_t begin = from;
+    if (coloured) {
+        size_t m = text.find('m', from);
+        begin = m == std::string::npos ? text.size() : m + 1;
     }
-    closed = body.size() >= strlen(kColourReset) &&
-             body.compare(body.size() - strlen(kColourReset), std::string::npos, kColourReset) == 0;
+    size_t end = text.size();
+    const size_t resetLength = strlen(kColourReset);
+    closed = end - begin >= resetLength && text.compare(end - resetLength, resetLength, kColourReset) == 0;
     if (closed) {
-        body.resize(body.size() - strlen(kColourReset));
+        end -= resetLength;
     }
-    closed = closed || rest.empty() || rest[0] != kEscape;
-    size_t prefixEnd = body.find(kPrefixEnd);
-    size_t colon = body.find(": ");
-    if (prefixEnd == std::string::npos || colon == std::string::npos || colon > prefixEnd) {
+    closed = closed || !coloured;
+    size_t prefixEnd = text.find(kPrefixEnd, begin);
+    size_t colon = text.find(": ", begin);
+    if (prefixEnd == std::string::npos || prefixEnd + strlen(kPrefixEnd) > end ||
+        colon == std::string::npos || colon > prefixEnd) {
         source.clear();
-        message = body;
+        message.assign(text, begin, end - begin);
         return;
     }
-    source = body.substr(0, colon);
-    message = body.substr(prefixEnd + strlen(kPrefixEnd));
+    source.assign(text, begin, colon - begin);
+    begin = prefixEnd + strlen(kPrefixEnd);
+    message.assign(text, begin, end - begin);
 }

@@ -25,7 +25,7 @@ public:
 
 private:
     bool ParseTime(const std::string& text);
-    void SplitMessage(const std::string& rest);
+    void SplitMessage(const std::string& text, size_t from);
 
     long long m_millis = 0;
 };

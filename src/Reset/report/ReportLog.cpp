@@ -142,13 +142,23 @@ std::vector<std::string> SResetRecord::Done() const {
 
 // A line that is not one of this process's (foreign, unreadable or the rest of a message cut by a
 // newline) is counted and left out; true for a line of this process.
-bool CReportLog::TakeLine(const std::string& text, CLogLine& line) {
-    if (!g_utf8_validate(text.data(), static_cast<gssize>(text.size()), nullptr)) {
+bool CReportLog::TakeLine(const std::string& raw, CLogLine& line) {
+    // Bytes that are not UTF-8 in a message (the id of a broken package, say) are read as U+FFFD, so that
+    // the rest of the line still counts; in a header they leave no line.
+    const bool valid = g_utf8_validate(raw.data(), static_cast<gssize>(raw.size()), nullptr);
+    std::string repaired;
+    if (!valid) {
+        g_autofree gchar* fixed = g_utf8_make_valid(raw.data(), static_cast<gssize>(raw.size()));
+        repaired = fixed;
+    }
+    const std::string& text = valid ? raw : repaired;
+    if (!valid && !line.Parse(text)) {
         ++m_unreadable;
         m_continuing = false;
         return false;
     }
-    if (!line.Parse(text)) {
+    m_repaired += valid ? 0 : 1;
+    if (valid && !line.Parse(text)) {
         if (!m_continuing) {
             ++m_unreadable;
         }
@@ -167,7 +177,7 @@ bool CReportLog::TakeLine(const std::string& text, CLogLine& line) {
 }
 
 void CReportLog::AddLine(const std::string& text) {
-    CLogLine line;
+    CLogLine& line = m_line;  // kept from line to line, so that its strings keep their room
     if (!TakeLine(text, line)) {
         return;
     }

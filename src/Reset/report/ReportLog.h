@@ -20,6 +20,7 @@ public:
     const std::vector<SResetRecord>& Resets() const { return m_resets; }
     size_t Unreadable() const { return m_unreadable; }
     size_t Foreign() const { return m_foreign; }
+    size_t Repaired() const { return m_repaired; }  // lines read with U+FFFD for bytes that were not UTF-8
 
 private:
     // The two tasks of the process: the apps task runs apps, service and Corvane resets, the other one
@@ -27,7 +28,7 @@ private:
     enum ETask { kAppsTask = 0, kBuiltinTask = 1, kTasks = 2 };
     static const int kNone = -1;
 
-    bool TakeLine(const std::string& text, CLogLine& line);
+    bool TakeLine(const std::string& raw, CLogLine& line);
     void OnRequestKey(const std::string& message);
     void OnStart(const CLogLine& line, ETask task, const std::string& fallbackKind);
     void OnStop(const CLogLine& line, ETask task);
@@ -46,6 +47,7 @@ private:
     int ResultTarget(const CLogLine& line, bool& mainThread) const;
     SResetRecord* Open(ETask task);
 
+    CLogLine m_line;
     std::vector<SResetRecord> m_resets;
     std::vector<long long> m_startMillis;  // per record, for the duration and the history's times
     std::vector<long long> m_endMillis;
@@ -63,4 +65,5 @@ private:
     bool m_continuing = false;  // the last line's message went on past a newline
     size_t m_unreadable = 0;
     size_t m_foreign = 0;
+    size_t m_repaired = 0;
 };

@@ -3,7 +3,9 @@
 #include <json/json.h>
 
 #include <algorithm>
+#include <memory>
 #include <sstream>
+#include <utility>
 
 namespace {
 
@@ -45,7 +47,7 @@ Json::Value Reasons(const std::vector<std::pair<std::string, std::string>>& pair
         Json::Value item(Json::objectValue);
         item["id"] = pair.first;
         item["reason"] = pair.second;
-        array.append(item);
+        array.append(std::move(item));
     }
     return array;
 }
@@ -179,69 +181,95 @@ std::string CReportPrinter::Text(const std::vector<SResetRecord>& resets) {
     return out.str();
 }
 
-std::string CReportPrinter::Json(const std::vector<SResetRecord>& resets) {
-    Json::Value document(Json::objectValue);
-    document["resets"] = Json::Value(Json::arrayValue);
-    for (const SResetRecord& reset : resets) {
-        Json::Value entry(Json::objectValue);
-        entry["kind"] = reset.kind;
-        entry["pid"] = reset.pid;
-        entry["userdata"] = reset.userdata;
-        entry["start"] = reset.start;
-        entry["end"] = reset.end.empty() ? Json::Value() : Json::Value(reset.end);
-        entry["duration_ms"] =
-            reset.durationMs < 0 ? Json::Value() : Json::Value(Json::Int64(reset.durationMs));
-        entry["outcome"] = EndName(reset.how);
-        Json::Value result;  // null: none reported
-        if (!reset.resultName.empty()) {
-            result["name"] = reset.resultName;
-            result["value"] = reset.resultValue;
-            result["delivered"] = reset.resultDelivered;
-            result["logged"] = reset.resultLogged;
-            result["count"] = reset.resultCount;
-        }
-        entry["result"] = result;
-        entry["requested"] = Array(reset.requested);
-        entry[reset.Builtin() ? "installed" : "uninstalled"] = Array(reset.Done());
-        entry["failed"] = Array(reset.failed);
-        entry["timed_out"] = Array(reset.timedOut);
-        entry["start_us"] = Micros(reset.span.startUs);
-        entry["end_us"] = Micros(reset.span.endUs);
-        entry["apps"] = Json::Value(Json::arrayValue);
-        for (const SAppTiming& app : reset.apps) {
-            Json::Value item(Json::objectValue);
-            item["id"] = app.id;
-            item["outcome"] = OutcomeName(app.outcome);
-            item["request_us"] = Micros(app.span.startUs);
-            item["answer_us"] = Micros(app.span.endUs);
-            entry["apps"].append(item);
-        }
-        entry["slowest"] = Json::Value(Json::arrayValue);
-        for (const SAppTiming* app : Slowest(reset)) {
-            Json::Value item(Json::objectValue);
-            item["id"] = app->id;
-            item["ms"] = Millis(app->span.Us());
-            entry["slowest"].append(item);
-        }
-        Json::Value waits(Json::objectValue);
-        if (reset.Builtin()) {
-            entry["refused"] = reset.refused;
-            entry["install_order"] = Array(reset.installOrder);
-            entry["skipped"] = Reasons(reset.skipped);
-            entry["waited_for"] = Array(reset.waitedFor);
-            waits["updates_ms"] = Millis(reset.updatesWait.Us());
-        } else {
-            entry["kept"] = Reasons(reset.kept);
-            entry["answered_after_stop"] = Array(reset.stoppedAnswers);
-            entry["emptied"] = Array(reset.emptied);
-            waits["binder_ms"] = Millis(reset.binderWait.Us());
-            waits["clean_up_ms"] = Millis(reset.cleanUp.Us());
-        }
-        entry["waits"] = waits;
-        entry["history"] = Array(reset.history);
-        document["resets"].append(entry);
+namespace {
+
+Json::Value Entry(const SResetRecord& reset) {
+    Json::Value entry(Json::objectValue);
+    entry["kind"] = reset.kind;
+    entry["pid"] = reset.pid;
+    entry["userdata"] = reset.userdata;
+    entry["start"] = reset.start;
+    entry["end"] = reset.end.empty() ? Json::Value() : Json::Value(reset.end);
+    entry["duration_ms"] = reset.durationMs < 0 ? Json::Value() : Json::Value(Json::Int64(reset.durationMs));
+    entry["outcome"] = CReportPrinter::EndName(reset.how);
+    Json::Value result;  // null: none reported
+    if (!reset.resultName.empty()) {
+        result["name"] = reset.resultName;
+        result["value"] = reset.resultValue;
+        result["delivered"] = reset.resultDelivered;
+        result["logged"] = reset.resultLogged;
+        result["count"] = reset.resultCount;
     }
+    entry["result"] = result;
+    entry["requested"] = Array(reset.requested);
+    entry[reset.Builtin() ? "installed" : "uninstalled"] = Array(reset.Done());
+    entry["failed"] = Array(reset.failed);
+    entry["timed_out"] = Array(reset.timedOut);
+    entry["start_us"] = Micros(reset.span.startUs);
+    entry["end_us"] = Micros(reset.span.endUs);
+    entry["apps"] = Json::Value(Json::arrayValue);
+    for (const SAppTiming& app : reset.apps) {
+        Json::Value item(Json::objectValue);
+        item["id"] = app.id;
+        item["outcome"] = OutcomeName(app.outcome);
+        item["request_us"] = Micros(app.span.startUs);
+        item["answer_us"] = Micros(app.span.endUs);
+        entry["apps"].append(std::move(item));
+    }
+    entry["slowest"] = Json::Value(Json::arrayValue);
+    for (const SAppTiming* app : Slowest(reset)) {
+        Json::Value item(Json::objectValue);
+        item["id"] = app->id;
+        item["ms"] = Millis(app->span.Us());
+        entry["slowest"].append(std::move(item));
+    }
+    Json::Value waits(Json::objectValue);
+    if (reset.Builtin()) {
+        entry["refused"] = reset.refused;
+        entry["install_order"] = Array(reset.installOrder);
+        entry["skipped"] = Reasons(reset.skipped);
+        entry["waited_for"] = Array(reset.waitedFor);
+        waits["updates_ms"] = Millis(reset.updatesWait.Us());
+    } else {
+        entry["kept"] = Reasons(reset.kept);
+        entry["answered_after_stop"] = Array(reset.stoppedAnswers);
+        entry["emptied"] = Array(reset.emptied);
+        waits["binder_ms"] = Millis(reset.binderWait.Us());
+        waits["clean_up_ms"] = Millis(reset.cleanUp.Us());
+    }
+    entry["waits"] = std::move(waits);
+    entry["history"] = Array(reset.history);
+    return entry;
+}
+
+}  // namespace
+
+// One reset at a time: the logs of a TV hold thousands, whose document in one piece would cost more
+// than reading them.
+void CReportPrinter::WriteJson(const std::vector<SResetRecord>& resets, std::ostream& out) {
     Json::StreamWriterBuilder builder;
     builder["indentation"] = "  ";
-    return Json::writeString(builder, document) + "\n";
+    std::unique_ptr<Json::StreamWriter> writer(builder.newStreamWriter());
+    out << "{\n  \"resets\" : [";
+    std::ostringstream text;
+    for (size_t i = 0; i < resets.size(); ++i) {
+        text.str(std::string());
+        writer->write(Entry(resets[i]), &text);
+        const std::string entry = text.str();
+        out << (i == 0 ? "\n    " : ",\n    ");
+        size_t from = 0;
+        for (size_t newline = entry.find('\n'); newline != std::string::npos;
+             newline = entry.find('\n', from)) {
+            out.write(entry.data() + from, static_cast<std::streamsize>(newline - from)) << "\n    ";
+            from = newline + 1;
+        }
+        out.write(entry.data() + from, static_cast<std::streamsize>(entry.size() - from));
+    }
+    out << (resets.empty() ? "]\n}\n" : "\n  ]\n}\n");
+}
+
+std::string CReportPrinter::Json(const std::vector<SResetRecord>& resets) {
+    std::ostringstream out;
+    WriteJson(resets, out);
+    return out.str();
 }

@@ -1,6 +1,7 @@
 // The resets as a short table each, or as one JSON document (docs/report.md describes it).
 #pragma once
 
+#include <ostream>
 #include <string>
 #include <vector>
 
@@ -10,6 +11,7 @@ class CReportPrinter {
 public:
     static std::string Text(const std::vector<SResetRecord>& resets);
     static std::string Json(const std::vector<SResetRecord>& resets);
+    static void WriteJson(const std::vector<SResetRecord>& resets, std::ostream& out);
     // "reported", "replaced", "ended", "failed" or "open".
     static const char* EndName(EResetEnd how);
 };

@@ -16,6 +16,7 @@ public:
     const std::vector<SResetRecord>& Resets() const { return m_log.Resets(); }
     size_t Unreadable() const { return m_log.Unreadable(); }
     size_t Foreign() const { return m_log.Foreign(); }
+    size_t Repaired() const { return m_log.Repaired(); }
 
     static std::string PlatformLogIn(const std::string& where);
     static std::string HistoryLogIn(const std::string& where);

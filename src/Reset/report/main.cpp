@@ -5,6 +5,7 @@
 #include <glib.h>
 
 #include <cstdio>
+#include <iostream>
 #include <string>
 #include <vector>
 
@@ -50,16 +51,24 @@ int main(int argc, char** argv) {
     if (!report.Read(argv[1], problem)) {
         return BadInput(problem);
     }
-    if (report.Unreadable() + report.Foreign() > 0) {
-        g_printerr("tak-reset-report: %zu lines could not be read, %zu were of another process\n",
-                   report.Unreadable(), report.Foreign());
+    if (report.Unreadable() + report.Foreign() + report.Repaired() > 0) {
+        std::string repaired = report.Repaired() == 0 ? std::string()
+                                                      : ", " + std::to_string(report.Repaired()) +
+                                                            " were read with U+FFFD for bytes not UTF-8";
+        g_printerr("tak-reset-report: %zu lines could not be read, %zu were of another process%s\n",
+                   report.Unreadable(), report.Foreign(), repaired.c_str());
     }
-    std::vector<SResetRecord> resets = report.Resets();
-    if (last && resets.size() > 1) {
-        resets.erase(resets.begin(), resets.end() - 1);
+    const std::vector<SResetRecord>& all = report.Resets();
+    const std::vector<SResetRecord> resets =
+        last && all.size() > 1 ? std::vector<SResetRecord>(all.end() - 1, all.end()) : all;
+    if (json) {
+        std::ios::sync_with_stdio(false);
+        CReportPrinter::WriteJson(resets, std::cout);
+        std::cout.flush();
+    } else {
+        std::string text = CReportPrinter::Text(resets);
+        fwrite(text.data(), 1, text.size(), stdout);
     }
-    std::string text = json ? CReportPrinter::Json(resets) : CReportPrinter::Text(resets);
-    fwrite(text.data(), 1, text.size(), stdout);
     for (const SResetRecord& reset : resets) {
         if (reset.resultName.empty()) {
             return kExitUnreported;
