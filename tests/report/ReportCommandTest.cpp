@@ -32,8 +32,9 @@ struct CommandCase {
     std::vector<std::string> options;
     const char* log;  // nullptr: no log in the directory
     int status;
-    const char* err;  // what standard error holds
-    const char* out;  // what standard output holds
+    const char* err;               // what standard error holds
+    const char* out;               // what standard output holds
+    const char* notOut = nullptr;  // what it must not
 };
 
 void PrintTo(const CommandCase& c, std::ostream* out) {
@@ -63,6 +64,9 @@ TEST_P(TheCommand, ExitsAndComplainsAsTheLogsSay) {
     EXPECT_NE(run.err.find(GetParam().err), std::string::npos) << run.err;
     EXPECT_EQ(std::count(run.err.begin(), run.err.end(), '\n'), *GetParam().err == '\0' ? 0 : 1) << run.err;
     EXPECT_NE(run.out.find(GetParam().out), std::string::npos) << run.out;
+    if (GetParam().notOut != nullptr) {
+        EXPECT_EQ(run.out.find(GetParam().notOut), std::string::npos) << run.out;
+    }
 }
 
 const std::string kReported = kStart + Request("10:00:01.000", "tak_app_reset") + Result("10:00:02.000");
@@ -76,7 +80,8 @@ INSTANTIATE_TEST_SUITE_P(
         CommandCase{
             "EveryResetReported", {}, kReported.c_str(), 0, "", "result      tak_app_reset_result = 1"},
         CommandCase{"OneNotReported", {}, kUnreported.c_str(), 1, "", "result      none reported"},
-        CommandCase{"LastShowsOnlyTheNewest", {"--last"}, kUnreported.c_str(), 1, "", "reset 1: service"},
+        CommandCase{
+            "LastShowsOnlyTheNewest", {"--last"}, kUnreported.c_str(), 1, "", "reset 2: service", "reset 1"},
         CommandCase{"BadLinesCounted",
                     {"--json"},
                     kWithBadLines.c_str(),

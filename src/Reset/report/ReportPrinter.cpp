@@ -135,7 +135,7 @@ const char* CReportPrinter::EndName(EResetEnd how) {
     return "open";
 }
 
-std::string CReportPrinter::Text(const std::vector<SResetRecord>& resets) {
+std::string CReportPrinter::Text(const std::vector<SResetRecord>& resets, size_t first) {
     static const char* const kHow[] = {"result reported", "replaced by the next request", "ended by \"end\"",
                                        "its task could not start", "no end in the log"};
     std::ostringstream out;
@@ -144,7 +144,7 @@ std::string CReportPrinter::Text(const std::vector<SResetRecord>& resets) {
     }
     for (size_t i = 0; i < resets.size(); ++i) {
         const SResetRecord& reset = resets[i];
-        out << (i == 0 ? "" : "\n") << "reset " << i + 1 << ": " << KindTitle(reset.kind) << " ("
+        out << (i == 0 ? "" : "\n") << "reset " << first + i << ": " << KindTitle(reset.kind) << " ("
             << reset.kind << ", pid " << reset.pid << ")\n";
         Row(out, "userdata", reset.userdata);
         Row(out, "start", reset.start);

@@ -9,7 +9,8 @@
 
 class CReportPrinter {
 public:
-    static std::string Text(const std::vector<SResetRecord>& resets);
+    // `first` numbers the first reset shown: --last shows the newest under its own number.
+    static std::string Text(const std::vector<SResetRecord>& resets, size_t first = 1);
     static std::string Json(const std::vector<SResetRecord>& resets);
     static void WriteJson(const std::vector<SResetRecord>& resets, std::ostream& out);
     // "reported", "replaced", "ended", "failed" or "open".

@@ -66,7 +66,7 @@ int main(int argc, char** argv) {
         CReportPrinter::WriteJson(resets, std::cout);
         std::cout.flush();
     } else {
-        std::string text = CReportPrinter::Text(resets);
+        std::string text = CReportPrinter::Text(resets, all.size() - resets.size() + 1);
         fwrite(text.data(), 1, text.size(), stdout);
     }
     for (const SResetRecord& reset : resets) {
