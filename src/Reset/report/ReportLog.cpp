@@ -7,6 +7,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
+#include <utility>
 
 namespace {
 
@@ -256,7 +257,7 @@ void CReportLog::OnStart(const CLogLine& line, ETask task, const std::string& fa
     record.pid = line.pid;
     record.start = line.time;
     record.span.startUs = line.Millis() * 1000;
-    m_resets.push_back(record);
+    m_resets.push_back(std::move(record));
     m_startMillis.push_back(line.Millis());
     m_endMillis.push_back(-1);
     m_openBeforeStart = m_open[task];

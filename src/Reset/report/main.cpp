@@ -59,8 +59,11 @@ int main(int argc, char** argv) {
                    report.Unreadable(), report.Foreign(), repaired.c_str());
     }
     const std::vector<SResetRecord>& all = report.Resets();
-    const std::vector<SResetRecord> resets =
-        last && all.size() > 1 ? std::vector<SResetRecord>(all.end() - 1, all.end()) : all;
+    std::vector<SResetRecord> newest;
+    if (last && all.size() > 1) {
+        newest.push_back(all.back());
+    }
+    const std::vector<SResetRecord>& resets = newest.empty() ? all : newest;
     if (json) {
         std::ios::sync_with_stdio(false);
         CReportPrinter::WriteJson(resets, std::cout);
