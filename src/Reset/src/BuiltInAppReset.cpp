@@ -209,6 +209,7 @@ void CBuiltInAppReset::m_GetBuiltInAppList() {
         m_EventSendToMe(EVENT_RESET_BUILTIN_APPS, 0);
         return;
     }
+    TAK_LOGI("waiting for background updates of %s", TAKString::AssembleListToString(m_WaitingList).c_str());
     m_WatchUpdatingApp();
     m_bWaiting = true;
     if (CBuiltInAppUtil::CheckWaitingList(m_WaitingList)) {
@@ -458,6 +459,7 @@ void CBuiltInAppReset::m_ResetCB(std::string appId, TAK_EVENT_STATE_E state, int
         return;
     }
     CTAKConfigHandle::UpdateConfigTable(kResetDoneAppsConfig, end.doneIds);
+    TAK_LOGI("install of %s answered with state %d", appId.c_str(), static_cast<int>(state));
     if (state != kInstallEndInstalled) {
         TAK_LOGW("install of %s failed (state %d)", appId.c_str(), static_cast<int>(state));
     }

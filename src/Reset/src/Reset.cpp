@@ -58,6 +58,7 @@ bool RunCleanUpAction(const RESET_CLEANUP_STEP& step) {
         case RESET_CLEANUP_REMOVE_DIR:
             if (!step.path.empty()) {
                 TAKDir::RemoveAllFiles(step.path, step.action == RESET_CLEANUP_REMOVE_DIR, false);
+                TAK_LOGI("clean-up emptied %s", step.path.c_str());
             }
             return true;
         case RESET_CLEANUP_REMOVE_FILE:
@@ -75,7 +76,10 @@ bool RunCleanUpAction(const RESET_CLEANUP_STEP& step) {
 }
 
 void RunCleanUp(RESET_KIND_E kind) {
-    for (const RESET_CLEANUP_STEP& step : CAppsResetRules::CleanUpSteps(kind)) {
+    const std::vector<RESET_CLEANUP_STEP> steps = CAppsResetRules::CleanUpSteps(kind);
+    // Marks where the clean-up starts, so that its time can be told from the uninstalls'.
+    TAK_LOGI("clean-up of %zu steps starts", steps.size());
+    for (const RESET_CLEANUP_STEP& step : steps) {
         if (!step.logBefore.empty()) {
             TAK_LOGI("%s", step.logBefore.c_str());
         }

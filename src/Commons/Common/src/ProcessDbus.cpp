@@ -84,6 +84,10 @@ bool CProcessDbus::MethodCall(const char* busName, const char* objectPath, const
 bool CProcessDbus::ProcessResult(const std::string& resultName, int result, void* userdata,
                                  const std::string& extra) {
     std::string cookie = std::to_string(static_cast<long>(reinterpret_cast<intptr_t>(userdata)));
+    // The bus call's own lines carry no arguments; this one says what was reported, for whoever reads
+    // the log afterwards.
+    TAK_LOGI("process_result name[%s] value[%d] cookie[%s]", ValidUtf8(resultName).c_str(), result,
+             cookie.c_str());
     GVariant* parameters = g_variant_new("(siss)", ValidUtf8(resultName).c_str(), result, cookie.c_str(),
                                          ValidUtf8(extra).c_str());
     return MethodCall(TAK_INNER_SERVER_NAME, TAK_INNER_SERVER_PATH, TAK_INNER_SERVER_INTERFACE,
