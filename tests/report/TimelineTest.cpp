@@ -187,11 +187,17 @@ uint32_t Packed(const CTimelinePicture::SColour& colour) {
 TEST_F(TimelineTest, PngBarsAreWhereAndHowTheirKindsSay) {
     const int64_t t0 = 1764150000 * kSecond;
     std::vector<STimelineSpan> spans = {
-        {"#1 tak_app_reset", "", t0, t0 + 4 * kSecond, EKind::Stage},
         {"#1 app a", "", t0 + kSecond, t0 + 2 * kSecond, EKind::App},
+        {"#1 tak_app_reset", "", t0, t0 + 4 * kSecond, EKind::Stage},
         {"#1 app b", "", t0 + kSecond, t0 + 4 * kSecond, EKind::Wait},
     };
     CTimelinePicture picture(spans);
+    for (size_t i = 0; i < spans.size(); ++i) {
+        CTimelinePicture::SBox box = picture.BarOf(i);
+        EXPECT_TRUE(box.x > 0 && box.x + box.width < picture.Width() && box.y > 0 &&
+                    box.y + box.height < picture.Height())
+            << i << " is drawn outside the picture";
+    }
     const std::string png = dir_ + "/timeline.PNG";
     ASSERT_TRUE(picture.Write(png));
     EXPECT_EQ(orvix::test::ReadWholeFile(png).substr(0, 8), "\x89PNG\r\n\x1a\n");
@@ -208,7 +214,7 @@ TEST_F(TimelineTest, PngBarsAreWhereAndHowTheirKindsSay) {
             << i;
     }
     CTimelinePicture::SBox wait = picture.BarOf(2);
-    EXPECT_EQ(picture.BarOf(1).x, wait.x);
+    EXPECT_EQ(picture.BarOf(0).x, wait.x);
     EXPECT_GT(wait.y, picture.BarOf(1).y);
     std::set<uint32_t> waitColours;
     for (double x = wait.x + 2; x < wait.x + wait.width - 2; x += 1) {
