@@ -227,6 +227,7 @@ TEST_F(TimelineTest, PngBarsAreWhereAndHowTheirKindsSay) {
 
     for (const std::string& bad : {dir_ + "/timeline.jpg", dir_ + "/timeline", dir_ + "/no/such/dir/t.png"}) {
         EXPECT_FALSE(picture.Write(bad)) << bad;
+        EXPECT_EQ(CTimelinePicture::IsPictureName(bad), bad.find("/no/such/") != std::string::npos) << bad;
         EXPECT_FALSE(std::filesystem::exists(bad)) << bad;
     }
 }

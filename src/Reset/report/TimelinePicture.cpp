@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
+#include <cstring>
 #include <map>
 
 namespace {
@@ -143,9 +144,13 @@ CTimelinePicture::SBox CTimelinePicture::BarOf(size_t index) const {
     return {x, kTop + static_cast<double>(m_rowOf[index]) * m_rowHeight + pad, width, m_rowHeight - 2 * pad};
 }
 
+bool CTimelinePicture::IsPictureName(const std::string& path) {
+    return EndsWith(path, ".png") || EndsWith(path, ".svg");
+}
+
 bool CTimelinePicture::Write(const std::string& path) const {
     const bool png = EndsWith(path, ".png");
-    if (!png && !EndsWith(path, ".svg")) {
+    if (!IsPictureName(path)) {
         g_printerr("tak-reset-report: %s: the picture is a .png or an .svg file\n", path.c_str());
         return false;
     }

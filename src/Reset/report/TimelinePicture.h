@@ -26,6 +26,8 @@ public:
     // False, with one line on standard error, for an extension other than .png or .svg (nothing is
     // written then) or a file that cannot be written.
     bool Write(const std::string& path) const;
+    // True for a name Write takes: ending in .png or .svg, in any case. For a check before any work.
+    static bool IsPictureName(const std::string& path);
 
     int Width() const { return m_width; }
     int Height() const { return m_height; }
