@@ -113,7 +113,7 @@ TEST_F(TimelineTest, SpansOfResetsAndTheirApps) {
 
 // One complete event per span on the thread of its row (named after it), with its start and length; the
 // kit's events, from a file whose writer died (no closing bracket, a line cut short), come along as they
-// were; a file without events is refused.
+// were, and pair up per thread into stages; a file without events is refused.
 TEST_F(TimelineTest, TraceHoldsEverySpanAndTheKitsEvents) {
     const int64_t t0 = 1764150000 * kSecond;
     std::vector<STimelineSpan> spans = {
@@ -123,8 +123,16 @@ TEST_F(TimelineTest, TraceHoldsEverySpanAndTheKitsEvents) {
         {"#1 tak_app_reset", "again", t0 + 3 * kSecond, t0 + 4 * kSecond, EKind::Stage},
     };
     const std::string kit = dir_ + "/tak-reset.trace.json";
-    std::ofstream(kit) << "[\n{\"name\":\"start\",\"ph\":\"B\",\"pid\":7,\"tid\":8,\"ts\":" << t0 << "},\n"
-                       << "{\"ph\":\"E\",\"pid\":7,\"tid\":8,\"ts\":" << t0 + 5 << "},\n{\"name\":\"cut";
+    auto event = [](const char* phase, int tid, int64_t ts, const char* name = nullptr) {
+        return std::string("{") + (name ? "\"name\":\"" + std::string(name) + "\"," : "") + "\"ph\":\"" +
+               phase + "\",\"pid\":7,\"tid\":" + std::to_string(tid) + ",\"ts\":" + std::to_string(ts) +
+               "},\n";
+    };
+    // Thread 8 nests one stage in another; thread 9 begins one that never ends, then the writer died.
+    std::ofstream(kit) << "[\n"
+                       << event("B", 8, t0, "start") << event("B", 9, t0 + 1, "never ended")
+                       << event("B", 8, t0 + 2, "inner") << event("E", 8, t0 + 3) << event("E", 8, t0 + 5)
+                       << event("E", 9, t0 + 9).substr(0, 12);
     EXPECT_EQ(CTraceWriter::KitTraceIn(dir_), kit);
     CTraceWriter writer;
     writer.AddSpans(spans);
@@ -158,9 +166,16 @@ TEST_F(TimelineTest, TraceHoldsEverySpanAndTheKitsEvents) {
         EXPECT_EQ(threadNames[complete[i]["tid"].asInt()], spans[i].row);
     }
     EXPECT_EQ(threadNames.size(), 3u);
-    ASSERT_EQ(kitEvents.size(), 2u);
+    ASSERT_EQ(kitEvents.size(), 5u);
     EXPECT_EQ(kitEvents[0]["name"].asString(), "start");
-    EXPECT_EQ(kitEvents[1]["ts"].asInt64(), t0 + 5);
+    EXPECT_EQ(kitEvents[4]["ts"].asInt64(), t0 + 5);
+
+    std::vector<std::string> traced;
+    for (const STimelineSpan& span : writer.TracedSpans()) {
+        traced.push_back(span.row + " " + std::to_string(span.startUs - t0) + "-" +
+                         std::to_string(span.endUs - t0));
+    }
+    EXPECT_EQ(traced, (std::vector<std::string>{"start 0-5", "never ended 1-5", "inner 2-3"}));
 }
 
 namespace {

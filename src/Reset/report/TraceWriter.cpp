@@ -3,6 +3,7 @@
 #include <glib.h>
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <memory>
 #include <sstream>
 
@@ -57,7 +58,7 @@ Json::Value EventsOfLines(const std::string& text) {
 
 }  // namespace
 
-CTraceWriter::CTraceWriter() : m_document(Json::objectValue) {
+CTraceWriter::CTraceWriter() : m_document(Json::objectValue), m_traced(Json::arrayValue) {
     m_document["traceEvents"] = Json::Value(Json::arrayValue);
     m_document["displayTimeUnit"] = "ms";
     Json::Value args(Json::objectValue);
@@ -108,6 +109,7 @@ bool CTraceWriter::AddEvents(const Json::Value& events) {
     for (const Json::Value& event : events) {
         if (event.isObject() && event.isMember("ph")) {
             m_document["traceEvents"].append(event);
+            m_traced.append(event);
             ++added;
         }
     }
@@ -148,4 +150,42 @@ bool CTraceWriter::Write(const std::string& path) const {
         return false;
     }
     return true;
+}
+
+std::vector<STimelineSpan> CTraceWriter::TracedSpans() const {
+    std::vector<const Json::Value*> events;
+    int64_t lastUs = 0;
+    for (const Json::Value& event : m_traced) {
+        const std::string phase = event["ph"].asString();
+        if ((phase == "B" || phase == "E") && event["ts"].isIntegral()) {
+            events.push_back(&event);
+            lastUs = std::max<int64_t>(lastUs, event["ts"].asInt64());
+        }
+    }
+    // Files of several processes, merged: each thread's events in its own order of time.
+    std::stable_sort(events.begin(), events.end(), [](const Json::Value* a, const Json::Value* b) {
+        return (*a)["ts"].asInt64() < (*b)["ts"].asInt64();
+    });
+    std::vector<STimelineSpan> spans;
+    std::map<std::pair<Json::Int64, Json::Int64>, std::vector<STimelineSpan>> open;  // (pid, tid) -> begun
+    for (const Json::Value* event : events) {
+        std::vector<STimelineSpan>& begun = open[{(*event)["pid"].asInt64(), (*event)["tid"].asInt64()}];
+        if ((*event)["ph"].asString() == "B") {
+            std::string name = (*event)["name"].asString();
+            begun.push_back({name, name, (*event)["ts"].asInt64(), 0, STimelineSpan::EKind::Stage});
+        } else if (!begun.empty()) {
+            begun.back().endUs = (*event)["ts"].asInt64();
+            spans.push_back(begun.back());
+            begun.pop_back();
+        }
+    }
+    for (auto& [thread, begun] : open) {
+        for (STimelineSpan& span : begun) {
+            span.endUs = lastUs;
+            spans.push_back(span);
+        }
+    }
+    std::stable_sort(spans.begin(), spans.end(),
+                     [](const STimelineSpan& a, const STimelineSpan& b) { return a.startUs < b.startUs; });
+    return spans;
 }

@@ -21,6 +21,10 @@ public:
     // out. False, with one line on standard error, when the file cannot be read or holds no event.
     bool AddTraceFile(const std::string& path);
 
+    // The begin/end pairs of the trace files added, as stage spans on a row per name: a pair is matched
+    // on its own process and thread, innermost first; a begin never ended lasts to the files' last event.
+    std::vector<STimelineSpan> TracedSpans() const;
+
     const Json::Value& Document() const { return m_document; }
     // False, with one line on standard error, when the file cannot be written.
     bool Write(const std::string& path) const;
@@ -33,5 +37,6 @@ private:
     bool AddEvents(const Json::Value& events);
 
     Json::Value m_document;
+    Json::Value m_traced;  // the events of the trace files added
     std::map<std::string, int> m_rowThreads;
 };
