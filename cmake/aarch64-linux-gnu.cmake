@@ -15,7 +15,8 @@ if(NOT _tak_cross_cxx)
   list(APPEND _tak_cross_missing g++-${TAK_TRIPLET})
 endif()
 foreach(_pair "glib-2.0.pc:libglib2.0-dev" "jsoncpp.pc:libjsoncpp-dev" "sqlite3.pc:libsqlite3-dev"
-              "libsystemd.pc:libsystemd-dev" "gtest.pc:libgtest-dev" "gmock.pc:libgmock-dev")
+              "libsystemd.pc:libsystemd-dev" "gtest.pc:libgtest-dev" "gmock.pc:libgmock-dev"
+              "cairo.pc:libcairo2-dev")
   string(REPLACE ":" ";" _pair "${_pair}")
   list(GET _pair 0 _pc)
   list(GET _pair 1 _package)

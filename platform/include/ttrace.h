@@ -1,4 +1,4 @@
-// Platform tracing markers. They cost nothing on the host.
+// Platform tracing markers: on the host, Chrome trace events in <root>/var/log/tak-reset.trace.json.
 #pragma once
 
 #ifdef __cplusplus
