@@ -78,17 +78,22 @@ TEST_F(TimelineTest, SpansOfResetsAndTheirApps) {
         Reset("biu_app_reset", "12-31 23:59:59.500", "01-01 00:00:00.250", EResetEnd::Replaced),
         Reset("tak_app_reset", "no time", "", EResetEnd::Open),
     };
+    // The records' own times: microseconds on the log's clock, which only each reset's start ties to the
+    // epoch; the apps' waits of an open reset run to its row's end; a reset without a row gets nothing.
+    auto at = [](double seconds) { return std::llround(seconds * kSecond); };
+    resets[0].span = {at(1), at(3.5)};
+    resets[0].binderWait = {at(1), at(1.1)};
+    resets[0].cleanUp = {at(3.2), at(3.5)};
+    resets[0].apps = {{"a", {at(1.1), at(1.3)}, SAppTiming::Done},
+                      {"c", {at(1.1), at(3.1)}, SAppTiming::TimedOut},
+                      {"b", {at(1.4), at(1.5)}, SAppTiming::Failed},
+                      {"never asked", {}, SAppTiming::Waiting}};
+    resets[1].span = {at(4), -1};
+    resets[1].apps = {{"x", {at(4.1), -1}, SAppTiming::Waiting}};
+    resets[3].span = {at(7), -1};
+    resets[3].apps = {{"y", {at(7.1), -1}, SAppTiming::Waiting}};
     std::vector<STimelineSpan> spans = CResetTimeline::FromResets(resets, 2026, "11-26 10:00:06.000");
-    ASSERT_TRUE(CResetTimeline::AddApp(spans, 1, "a", "11-26 10:00:01.100", "11-26 10:00:01.300",
-                                       CResetTimeline::EAppOutcome::Answered, 2026));
-    ASSERT_TRUE(CResetTimeline::AddApp(spans, 2, "x", "11-26 10:00:04.100", "",
-                                       CResetTimeline::EAppOutcome::Unanswered, 2026));
-    ASSERT_TRUE(CResetTimeline::AddApp(spans, 1, "c", "11-26 10:00:01.100", "11-26 10:00:03.100",
-                                       CResetTimeline::EAppOutcome::TimedOut, 2026));
-    EXPECT_FALSE(CResetTimeline::AddApp(spans, 9, "z", "11-26 10:00:01.100", "",
-                                        CResetTimeline::EAppOutcome::Answered, 2026));
-    EXPECT_FALSE(CResetTimeline::AddApp(spans, 1, "z", "11-26 10:00:01", "",
-                                        CResetTimeline::EAppOutcome::Answered, 2026));
+    CResetTimeline::AddDetails(spans, resets);
 
     const int64_t origin = Micros("11-26 10:00:00.000");
     std::vector<std::string> described;
@@ -98,8 +103,11 @@ TEST_F(TimelineTest, SpansOfResetsAndTheirApps) {
     const int64_t newYear = (Micros("01-01 00:00:00.000", 2027) - origin) / 1000;
     EXPECT_EQ(described, (std::vector<std::string>{
                              "#1 tak_app_reset (pid 500) | stage 1000+2500ms",
+                             "#1 wait for the binder | wait 1000+100ms",
+                             "#1 clean-up | stage 3200+300ms",
                              "#1 app a | app 1100+200ms",
                              "#1 app c | wait 1100+2000ms",
+                             "#1 app b | app 1400+100ms",
                              "#2 corvane_reset (pid 500) | wait 4000+2000ms",
                              "#2 app x | wait 4100+1900ms",
                              "#3 biu_app_reset (pid 500) | stage " + std::to_string(newYear - 500) + "+750ms",

@@ -83,43 +83,79 @@ std::vector<STimelineSpan> CResetTimeline::FromResets(const std::vector<SResetRe
     return spans;
 }
 
-bool CResetTimeline::AddApp(std::vector<STimelineSpan>& spans, int number, const std::string& appId,
-                            const std::string& requested, const std::string& answered, EAppOutcome outcome,
-                            int year) {
-    const std::string prefix = RowPrefix(number);
-    auto ofReset = [&prefix](const STimelineSpan& span) { return span.row.rfind(prefix, 0) == 0; };
-    auto resetSpan = std::find_if(spans.begin(), spans.end(), ofReset);
-    if (resetSpan == spans.end()) {
-        return false;
-    }
-    STimelineSpan span;
-    span.row = AppRow(number, appId);
-    span.label = appId;
-    if (!LogTimeToMicros(requested, year, span.startUs)) {
-        return false;
-    }
-    span.endUs = std::max(span.startUs, resetSpan->endUs);
-    if (!answered.empty() && !EndAfter(answered, year, span.startUs, span.endUs)) {
-        return false;
-    }
-    switch (outcome) {
-        case EAppOutcome::Answered:
-            span.kind = STimelineSpan::EKind::App;
+namespace {
+
+// A stretch of the reset's own clock placed on the timeline by the reset's row: the records' times are
+// on the log's clock, which only the reset's start ties to the epoch. An open end runs to the row's end.
+STimelineSpan Place(const STimelineSpan& resetSpan, const SSpan& logStart, const SSpan& span) {
+    STimelineSpan placed;
+    placed.startUs = resetSpan.startUs + (span.startUs - logStart.startUs);
+    placed.endUs = span.endUs >= span.startUs ? resetSpan.startUs + (span.endUs - logStart.startUs)
+                                              : std::max(placed.startUs, resetSpan.endUs);
+    return placed;
+}
+
+STimelineSpan AppSpan(const STimelineSpan& resetSpan, const SResetRecord& reset, const SAppTiming& app,
+                      int number) {
+    STimelineSpan span = Place(resetSpan, reset.span, app.span);
+    span.row = CResetTimeline::AppRow(number, app.id);
+    span.label = app.id;
+    span.kind = STimelineSpan::EKind::App;
+    switch (app.outcome) {
+        case SAppTiming::Done:
             break;
-        case EAppOutcome::Failed:
-            span.kind = STimelineSpan::EKind::App;
+        case SAppTiming::Failed:
             span.label += " failed";
             break;
-        case EAppOutcome::TimedOut:
+        case SAppTiming::TimedOut:
             span.kind = STimelineSpan::EKind::Wait;
             span.label += " timed out";
             break;
-        case EAppOutcome::Unanswered:
+        case SAppTiming::Waiting:
             span.kind = STimelineSpan::EKind::Wait;
             span.label += " no answer";
             break;
     }
-    auto last = std::find_if(spans.rbegin(), spans.rend(), ofReset);
-    spans.insert(last.base(), span);
-    return true;
+    return span;
+}
+
+}  // namespace
+
+void CResetTimeline::AddDetails(std::vector<STimelineSpan>& spans, const std::vector<SResetRecord>& resets) {
+    for (size_t i = 0; i < resets.size(); ++i) {
+        const SResetRecord& reset = resets[i];
+        const int number = static_cast<int>(i + 1);
+        const std::string row = ResetRow(number, reset);
+        auto resetSpan = std::find_if(spans.begin(), spans.end(),
+                                      [&row](const STimelineSpan& span) { return span.row == row; });
+        if (resetSpan == spans.end() || !reset.span.Started()) {
+            continue;  // no start on the log's clock to place anything by
+        }
+        const STimelineSpan anchor = *resetSpan;
+        std::vector<STimelineSpan> details;
+        const struct {
+            const SSpan& span;
+            const char* name;
+            STimelineSpan::EKind kind;
+        } stages[] = {
+            {reset.binderWait, "wait for the binder", STimelineSpan::EKind::Wait},
+            {reset.updatesWait, "wait for background updates", STimelineSpan::EKind::Wait},
+            {reset.cleanUp, "clean-up", STimelineSpan::EKind::Stage},
+        };
+        for (const auto& stage : stages) {
+            if (stage.span.Started()) {
+                STimelineSpan span = Place(anchor, reset.span, stage.span);
+                span.row = RowPrefix(number) + stage.name;
+                span.label = stage.name;
+                span.kind = stage.kind;
+                details.push_back(span);
+            }
+        }
+        for (const SAppTiming& app : reset.apps) {
+            if (app.span.Started()) {
+                details.push_back(AppSpan(anchor, reset, app, number));
+            }
+        }
+        spans.insert(resetSpan + 1, details.begin(), details.end());
+    }
 }

@@ -11,8 +11,6 @@
 
 class CResetTimeline {
 public:
-    enum class EAppOutcome { Answered, Failed, TimedOut, Unanswered };
-
     // Reset number i (from 1, in the order of `resets`) gets the row "#i KIND (pid P)". The platform log
     // has no year: its times are read in `year`, local time, and an end earlier than its start is taken
     // to be in the year after. An open reset is a wait up to `lastLogTime` (the log's last time), or a
@@ -20,13 +18,11 @@ public:
     static std::vector<STimelineSpan> FromResets(const std::vector<SResetRecord>& resets, int year,
                                                  const std::string& lastLogTime = "");
 
-    // Adds app `appId` of reset `number` on its own row "#number app APPID", after the other rows of that
-    // reset: from `requested` to `answered` (platform log times), an app bar when it was answered or
-    // failed, a wait when it timed out or was never answered. Without an answer time the bar ends where the
-    // reset's run ends. False when a time cannot be read or the reset has no row.
-    static bool AddApp(std::vector<STimelineSpan>& spans, int number, const std::string& appId,
-                       const std::string& requested, const std::string& answered, EAppOutcome outcome,
-                       int year);
+    // Adds what the records know inside each reset that has a row: a row per app "#N app ID" from its
+    // request to its answer (an app bar when answered or failed, a wait when it timed out or never got an
+    // answer, up to the reset's end), and rows for the waits for the binder and for background updates and
+    // for the clean-up, each placed right below its reset's rows. `resets` are those given to FromResets.
+    static void AddDetails(std::vector<STimelineSpan>& spans, const std::vector<SResetRecord>& resets);
 
     // "MM-DD HH:MM:SS.mmm" in `year`, local time, as microseconds since the epoch.
     static bool LogTimeToMicros(const std::string& time, int year, int64_t& micros);
