@@ -91,7 +91,7 @@ mutants: deps
 
 # The demo prints only itself: installing what is missing and building go to a log file, which is shown
 # only when they fail. It builds only the programs the demo runs, not the tests.
-DEMO_TARGETS := tak-reset orvix-host orvix-innerserver orvix-managerclient tak_common_substitute takutility
+DEMO_TARGETS := tak-reset tak-reset-report orvix-host orvix-innerserver orvix-managerclient tak_common_substitute takutility
 demo:
 	@mkdir -p build
 	@if [[ ! -x build/tools/orvix-host/orvix-host ]]; then \

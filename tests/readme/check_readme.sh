@@ -10,7 +10,6 @@
 #   ```sh make    not run (builds, installs, packages): each `make T` must be a target of the Makefile
 #                 beside the README, each `orvix-host SUB` a subcommand, any other program on PATH or
 #                 installed by the build (tak-reset-demo)
-#   ```sh later   not run yet: commands of a program that is not part of the build yet
 #   ```text       an illustration, not run
 # Also checked: the README stays under 15 KB, and every link to a file of the tree names a file that exists.
 #
@@ -139,7 +138,6 @@ header=$(wc -l <"$runner")
 for _ in $(seq "$header"); do echo 0 >>"$work/runner.lines"; done
 
 n=0
-later=0
 while IFS=$'\t' read -r kind start; do
   n=$((n + 1))
   where="block $n (README line $start)"
@@ -160,13 +158,9 @@ while IFS=$'\t' read -r kind start; do
         done
       done <"$work/block.$n"
       ;;
-    "sh later")
-      later=$((later + 1))
-      echo "== $where: later, not run yet"
-      ;;
     text) ;;
     unclosed) fail "the code block opened at README line $start is never closed" ;;
-    *) fail "$where: say what the block is after its fence: sh, sh make, sh later or text (not '$kind')" ;;
+    *) fail "$where: say what the block is after its fence: sh, sh make or text (not '$kind')" ;;
   esac
 done <"$work/blocks"
 
@@ -196,5 +190,4 @@ if ((status == 124)); then
 elif ((status != 0)); then
   failures=$((failures + 1))
 fi
-((later == 0)) || echo "check_readme: $later block(s) marked 'sh later' were not run"
 ((failures == 0))
