@@ -7,11 +7,13 @@
 
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
 
 #include "HostFixture.h"
+#include "TempDir.h"
 
 namespace {
 
@@ -106,8 +108,8 @@ TEST_F(OrvixHost, InitMakesAFreshRootButNeverWipesAForeignDirectoryOrARunningRoo
     EXPECT_EQ(ReadWholeFile(orvix::host::PathVariable(27) + "/vardell/clone/sample.dat"), "sample\n");
     EXPECT_EQ(ReadWholeFile(orvix::host::PathVariable(66) + "/nested/inner.dat"), "inner\n");
 
-    char foreign[] = "/tmp/orvix-foreign-XXXXXX";
-    ASSERT_NE(mkdtemp(foreign), nullptr);
+    std::string foreign = orvix::test::TempPattern("orvix-foreign-");
+    ASSERT_NE(mkdtemp(foreign.data()), nullptr);
     std::ofstream(std::string(foreign) + "/precious.txt") << "keep me";
     // Nor do the commands that need a root run in it; it is left as it was. A file is no root at all.
     const std::string file = std::string(foreign) + "/precious.txt";
@@ -170,8 +172,8 @@ TEST_F(OrvixHost, UpLeavesWhatRunsAloneAndConfigGoesThroughTheInnerServer) {
 class AnInstalledKit : public OrvixHost {
 protected:
     static void SetUpTestSuite() {
-        char pattern[] = "/tmp/orvix-prefix-XXXXXX";
-        ASSERT_NE(mkdtemp(pattern), nullptr);
+        std::string pattern = orvix::test::TempPattern("orvix-prefix-");
+        ASSERT_NE(mkdtemp(pattern.data()), nullptr);
         s_prefix = pattern;
         RunResult installed =
             orvix::test::RunProgram({CMAKE_COMMAND_PATH, "--install", KitDir(), "--prefix", s_prefix});
@@ -230,6 +232,37 @@ TEST_F(AnInstalledKit, RunsItsDemoToTheEnd) {
         EXPECT_NE(demo.out.find(says), std::string::npos) << demo.out;
     }
     EXPECT_EQ(demo.err, "");
+}
+
+// Each installed program answers --help with its usage and starts nothing (tak-reset, as a service, would
+// take the root's instance lock and wait for requests), and has the manual page made from that help; the
+// package's copyright file goes with them.
+TEST_F(AnInstalledKit, EveryProgramAnswersHelpAndHasItsManualPage) {
+    Strings programs;
+    for (const auto& entry : std::filesystem::directory_iterator(s_prefix + "/bin")) {
+        programs.push_back(entry.path().filename());
+    }
+    for (const char* expected : {"tak-reset", "tak-reset-plan", "orvix-host", "tak-reset-demo"}) {
+        EXPECT_NE(std::find(programs.begin(), programs.end(), expected), programs.end()) << expected;
+    }
+    for (const std::string& name : programs) {
+        RunResult help = orvix::test::RunProgram({s_prefix + "/bin/" + name, "--help"},
+                                                 {{"ORVIX_HOST_ROOT", Root()}, {"ORVIX_LOG_FILE", ""}});
+        EXPECT_EQ(help.status, 0) << name << ": " << help.err;
+        EXPECT_NE(help.out.find(name), std::string::npos) << name << ": " << help.out;
+        EXPECT_EQ(help.err, "") << name;
+        bool page = false;
+        for (const char* section : {"1", "8"}) {
+            std::string path = s_prefix + "/share/man/man" + section + "/" + name + "." + section + ".gz";
+            std::error_code error;
+            std::uintmax_t size = std::filesystem::file_size(path, error);
+            page = page || (!error && size > 0);
+        }
+        EXPECT_TRUE(page) << name << " has no manual page";
+    }
+    EXPECT_FALSE(std::filesystem::exists(Root() + "/run/tak-reset"))
+        << "tak-reset --help started the service";
+    EXPECT_NE(ReadWholeFile(s_prefix + "/share/doc/tak-reset/copyright").find("Files: *"), std::string::npos);
 }
 
 }  // namespace
