@@ -8,6 +8,7 @@
 #include <unistd.h>
 
 #include <chrono>
+#include <cmath>
 #include <cstdio>
 #include <cstdlib>
 #include <list>
@@ -18,6 +19,7 @@
 
 #include "AppDBInfo.h"
 #include "AppInfo.h"
+#include "BenchTarget.h"
 #include "TAKDBConnection.h"
 #include "TAKDBSchema.h"
 #include "WidgetInfoDB.h"
@@ -25,8 +27,10 @@
 namespace {
 
 constexpr int kApps = 10000;
+constexpr double kTargetRatio = 1.15;
 
 std::vector<std::string> g_Ids;
+double g_StoreToPlain = NAN;  // of the last run of BM_AllAppsStoreVsPlain
 
 _APPINFO_T MakeApp(int index) {
     _APPINFO_T app;
@@ -187,6 +191,7 @@ void BM_AllAppsStoreVsPlain(benchmark::State& state) {
         std::chrono::duration<double, std::milli>(plain).count() / static_cast<double>(state.iterations());
     state.counters["ratio"] =
         plain.count() > 0 ? static_cast<double>(store.count()) / static_cast<double>(plain.count()) : 0;
+    g_StoreToPlain = state.error_occurred() ? NAN : state.counters["ratio"].value;
 }
 BENCHMARK(BM_AllAppsStoreVsPlain)->Unit(benchmark::kMillisecond)->MinTime(3.0);
 
@@ -219,5 +224,8 @@ int main(int argc, char** argv) {
     ::benchmark::RunSpecifiedBenchmarks();
     ::benchmark::Shutdown();
     RemoveDatabase();
-    return 0;
+    bench::Targets targets;
+    targets.Check("app store: all 10,000 apps, store / plain SQLite loop", g_StoreToPlain,
+                  bench::Bound::AtMost, kTargetRatio, "x");
+    return targets.AllMet() ? 0 : 1;
 }

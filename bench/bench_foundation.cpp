@@ -8,12 +8,14 @@
 #include <vconf.h>
 
 #include <chrono>
+#include <cmath>
 #include <cstdio>
 #include <cstdlib>
 #include <string>
 
 #include <orvix_host.h>
 
+#include "BenchTarget.h"
 #include "ICVConf.h"
 #include "TAKDir.h"
 #include "TAKHistoryLog.h"
@@ -22,6 +24,9 @@ namespace {
 
 const int kLinesPerRound = 256;
 const long long kRotateAboveBytes = 262144;
+const double kTargetHistoryToPlain = 0.8;
+
+double g_HistoryToPlain = NAN;  // of the last run of BM_HistoryLogAgainstPlainAppend
 
 using Clock = std::chrono::steady_clock;
 
@@ -80,6 +85,7 @@ void BM_HistoryLogAgainstPlainAppend(benchmark::State& state) {
     state.counters["history_lines_per_s"] = sequence / Seconds(history);
     state.counters["plain_lines_per_s"] = sequence / Seconds(plain);
     state.counters["history_to_plain"] = Seconds(plain) / Seconds(history);
+    g_HistoryToPlain = state.counters["history_to_plain"].value;
 }
 BENCHMARK(BM_HistoryLogAgainstPlainAppend)->Unit(benchmark::kMillisecond)->MinTime(2.0);
 
@@ -130,5 +136,8 @@ int main(int argc, char** argv) {
     benchmark::RunSpecifiedBenchmarks();
     benchmark::Shutdown();
     TAKDir::RemoveAllFiles(pattern, true, false);
-    return 0;
+    bench::Targets targets;
+    targets.Check("history log: lines per second, history / plain append", g_HistoryToPlain,
+                  bench::Bound::AtLeast, kTargetHistoryToPlain, "x");
+    return targets.AllMet() ? 0 : 1;
 }

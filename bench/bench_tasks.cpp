@@ -3,11 +3,12 @@
 //   std::mutex + std::condition_variable queue whose consumer drains everything queued per wake-up;
 // - synchronous round trip (Send with waiting) against a condition-variable ping-pong of two threads;
 // - events handled per idle dispatch while the stream runs.
-// The ratios are printed after the run.
+// The ratios are checked against their targets after the run.
 #include <benchmark/benchmark.h>
 #include <glib.h>
 
 #include <atomic>
+#include <cmath>
 #include <condition_variable>
 #include <cstdio>
 #include <deque>
@@ -17,6 +18,7 @@
 #include <thread>
 #include <vector>
 
+#include "BenchTarget.h"
 #include "TAKTaskBase.h"
 
 namespace {
@@ -247,27 +249,32 @@ public:
         }
     }
 
-    void PrintRatios() const {
+    void PrintRatios(bench::Targets& targets) const {
         const Figure* task = Find("BM_TaskAsyncThroughput");
         const Figure* queue = Find("BM_BaselineAsyncThroughput");
+        double throughputRatio = NAN;
         if (task != nullptr && queue != nullptr) {
             double taskRate = kEvents / task->secondsPerIteration;
             double queueRate = kEvents / queue->secondsPerIteration;
-            printf(
-                "async throughput: task %.2f M events/s, baseline %.2f M events/s, ratio %.2f (target >= "
-                "0.5)\n",
-                taskRate / 1e6, queueRate / 1e6, taskRate / queueRate);
+            throughputRatio = taskRate / queueRate;
+            printf("async throughput: task %.2f M events/s, baseline %.2f M events/s\n", taskRate / 1e6,
+                   queueRate / 1e6);
         }
         if (task != nullptr) {
             printf("events handled per idle dispatch under load: %.0f\n", task->eventsPerDispatch);
         }
         const Figure* send = Find("BM_TaskSyncRoundTrip");
         const Figure* pingPong = Find("BM_BaselinePingPong");
+        double roundTripRatio = NAN;
         if (send != nullptr && pingPong != nullptr) {
-            printf("sync round trip: task %.2f us, baseline %.2f us, ratio %.2f (target <= 1.5)\n",
-                   send->secondsPerIteration * 1e6, pingPong->secondsPerIteration * 1e6,
-                   send->secondsPerIteration / pingPong->secondsPerIteration);
+            roundTripRatio = send->secondsPerIteration / pingPong->secondsPerIteration;
+            printf("sync round trip: task %.2f us, baseline %.2f us\n", send->secondsPerIteration * 1e6,
+                   pingPong->secondsPerIteration * 1e6);
         }
+        targets.Check("task events per second / mutex queue", throughputRatio, bench::Bound::AtLeast, 0.5,
+                      "x");
+        targets.Check("task synchronous round trip / ping-pong", roundTripRatio, bench::Bound::AtMost, 1.5,
+                      "x");
     }
 
 private:
@@ -298,6 +305,7 @@ int main(int argc, char** argv) {
     RatioReporter reporter;
     benchmark::RunSpecifiedBenchmarks(&reporter);
     benchmark::Shutdown();
-    reporter.PrintRatios();
-    return 0;
+    bench::Targets targets;
+    reporter.PrintRatios(targets);
+    return targets.AllMet() ? 0 : 1;
 }

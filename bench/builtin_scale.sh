@@ -11,6 +11,8 @@ build=$(cd "$build" && pwd)
 host="$build/tools/orvix-host/orvix-host"
 # shellcheck source=support/wait_for_text.sh
 source "$(dirname "$0")/support/wait_for_text.sh"
+# shellcheck source=support/targets.sh
+source "$(dirname "$0")/support/targets.sh"
 for program in "$host" "$build/src/tak-reset"; do
   [[ -x "$program" ]] || { echo "builtin_scale: $program is missing; build the kit first" >&2; exit 1; }
 done
@@ -91,5 +93,8 @@ report $small
 report $large
 read -r _ small_ms small_cpu _ <<<"$small"
 read -r _ large_ms large_cpu _ <<<"$large"
-awk -v a="$small_ms" -v b="$large_ms" 'BEGIN { printf "  ratio 1,000 / 100: %.2f (target <= 11)\n", b / a }'
-awk -v c="$large_cpu" 'BEGIN { printf "  tak-reset CPU per app at 1,000: %.3f ms (target < 1)\n", c / 1000 }'
+bench_target "built-in reset: time at 1,000 / at 100 apps" \
+  "$(awk -v a="$small_ms" -v b="$large_ms" 'BEGIN { if (a > 0) printf "%.2f", b / a }')" "<=" 11 x
+bench_target "built-in reset: tak-reset CPU per app at 1,000" \
+  "$(awk -v c="$large_cpu" 'BEGIN { printf "%.3f", c / 1000 }')" "<" 1 " ms"
+exit "$bench_missed"

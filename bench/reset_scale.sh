@@ -9,6 +9,8 @@ build=$(cd "$build" && pwd)
 host="$build/tools/orvix-host/orvix-host"
 # shellcheck source=support/wait_for_text.sh
 source "$(dirname "$0")/support/wait_for_text.sh"
+# shellcheck source=support/targets.sh
+source "$(dirname "$0")/support/targets.sh"
 for program in "$host" "$build/src/tak-reset"; do
   [[ -x "$program" ]] || { echo "reset_scale: $program is missing; build the kit first" >&2; exit 1; }
 done
@@ -51,5 +53,8 @@ read -r large large_ms large_walk large_req < <(run_one 10000)
 echo "apps reset, launch to tak_app_reset_result:"
 printf "  %6d apps: %7d ms  (walk and callbacks: %5d ms for %d uninstalls)\n" "$small" "$small_ms" "$small_walk" "$small_req"
 printf "  %6d apps: %7d ms  (walk and callbacks: %5d ms for %d uninstalls)\n" "$large" "$large_ms" "$large_walk" "$large_req"
-awk -v a="$small_ms" -v b="$large_ms" 'BEGIN { printf "  ratio 10k / 1k: %.2f (target <= 12)\n", b / a }'
-awk -v w="$large_walk" -v n="$large_req" 'BEGIN { printf "  walk and callbacks per app: %.1f us (target < 50)\n", n ? w * 1000 / n : 0 }'
+bench_target "apps reset: time at 10,000 / at 1,000 apps" \
+  "$(awk -v a="$small_ms" -v b="$large_ms" 'BEGIN { if (a > 0) printf "%.2f", b / a }')" "<=" 12 x
+bench_target "apps reset: walk and callbacks per app" \
+  "$(awk -v w="$large_walk" -v n="$large_req" 'BEGIN { if (n > 0) printf "%.1f", w * 1000 / n }')" "<" 50 " us"
+exit "$bench_missed"

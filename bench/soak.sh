@@ -4,11 +4,13 @@
 # (25, so both kinds) stopped while its uninstalls are out by the next request, which restarts it. The substitute library
 # answers the uninstalls at once without side effects (the restarted ones after a while, failing, so that
 # the restart finds the reset running). Prints the process's RSS, open file descriptors and threads after
-# the first 10 resets and after all of them, with the targets beside the figures: RSS grows by less than
-# 5 %, descriptors and threads not at all. Exit status 1 when a target is missed or the process is lost.
+# the first 10 resets and after all of them, and checks the targets: RSS grows by less than 5 %,
+# descriptors and threads not at all. Exit status 1 when a target is missed or the process is lost.
 #
 # usage: bash bench/soak.sh [BUILD_DIR]   (default build; SOAK_RESETS=1000 changes the count)
 set -euo pipefail
+# shellcheck source=support/targets.sh
+source "$(dirname "$0")/support/targets.sh"
 build=${1:-build}
 build=$(cd "$build" && pwd)
 host="$build/tools/orvix-host/orvix-host"
@@ -105,18 +107,13 @@ read -r rss1 fds1 threads1 <<<"$early"
 read -r rss2 fds2 threads2 <<<"$late"
 echo "soak: $resets resets in one tak-reset (pid $pid, $elapsed s): 1 Corvane, then apps and service"
 echo "      alternating with 20 apps, $restarted of them stopped by the next request; $results results"
-printf "  %-18s %12s %12s %10s   %s\n" "" "after 10" "after $resets" "change" "target"
-missed=0
+printf "  %-18s %12s %12s %10s\n" "" "after 10" "after $resets" "change"
 growth=$(awk -v a="$rss1" -v b="$rss2" 'BEGIN { printf "%.1f", (b - a) * 100 / a }')
-rss_ok=$(awk -v g="$growth" 'BEGIN { print (g < 5) ? 1 : 0 }')
-printf "  %-18s %12d %12d %+9.1f%%   < +5%%%s\n" "RSS (kB)" "$rss1" "$rss2" "$growth" \
-  "$( ((rss_ok)) || echo '   MISSED')"
-((rss_ok)) || missed=1
-row() {  # name, after 10, after all: may not grow at all
-  printf "  %-18s %12d %12d %+10d   +0%s\n" "$1" "$2" "$3" $(($3 - $2)) "$( (($3 > $2)) && echo '   MISSED')"
-  if (($3 > $2)); then missed=1; fi
-}
-row "open descriptors" "$fds1" "$fds2"
-row "threads" "$threads1" "$threads2"
-((crashes == 0)) || { echo "soak: $crashes sanitizer reports in the log" >&2; missed=1; }
-exit $missed
+printf "  %-18s %12d %12d %+9.1f%%\n" "RSS (kB)" "$rss1" "$rss2" "$growth"
+printf "  %-18s %12d %12d %+10d\n" "open descriptors" "$fds1" "$fds2" $((fds2 - fds1))
+printf "  %-18s %12d %12d %+10d\n" "threads" "$threads1" "$threads2" $((threads2 - threads1))
+bench_target "soak: RSS growth from 10 to $resets resets" "$growth" "<" 5 "%"
+bench_target "soak: open descriptors gained" $((fds2 - fds1)) "<=" 0
+bench_target "soak: threads gained" $((threads2 - threads1)) "<=" 0
+((crashes == 0)) || { echo "soak: $crashes sanitizer reports in the log" >&2; exit 1; }
+exit "$bench_missed"

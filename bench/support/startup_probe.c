@@ -4,8 +4,9 @@
  *
  * Starts PROGRAM with its standard input and output on pipes of the probe, and takes the time from just
  * before the fork to the moment MARKER appears on PROGRAM's output. It then lets PROGRAM idle for
- * SETTLE_MS, reads its resident set size and the anonymous part of it, and prints
- * "<microseconds> <RSS kB> <anonymous kB>" on one line. From then on it
+ * SETTLE_MS, reads its resident set size, the anonymous part of it and its private dirty memory (the
+ * pages no other process can share: written data, heap, stacks, relocated library data), and prints
+ * "<microseconds> <RSS kB> <anonymous kB> <private dirty kB>" on one line. From then on it
  * keeps draining PROGRAM's output; when the probe's own standard input closes it closes PROGRAM's, and it
  * exits once PROGRAM has exited, with PROGRAM's status. */
 #define _GNU_SOURCE
@@ -26,10 +27,10 @@ static long long NowUs(void) {
     return now.tv_sec * 1000000LL + now.tv_nsec / 1000;
 }
 
-/* One "Name: value kB" line of /proc/PID/status, or -1. */
-static long StatusKb(pid_t pid, const char* name) {
+/* One "Name: value kB" line of /proc/PID/FILE (status, smaps_rollup), or -1. */
+static long ProcKb(pid_t pid, const char* file, const char* name) {
     char path[64];
-    snprintf(path, sizeof(path), "/proc/%d/status", (int)pid);
+    snprintf(path, sizeof(path), "/proc/%d/%s", (int)pid, file);
     FILE* status = fopen(path, "r");
     if (status == NULL) {
         return -1;
@@ -131,7 +132,8 @@ int main(int argc, char** argv) {
     }
     long long elapsed = NowUs() - start;
     int inputClosed = Drain(fromChild[0], STDIN_FILENO, settleMs);
-    printf("%lld %ld %ld\n", elapsed, StatusKb(child, "VmRSS"), StatusKb(child, "RssAnon"));
+    printf("%lld %ld %ld %ld\n", elapsed, ProcKb(child, "status", "VmRSS"),
+           ProcKb(child, "status", "RssAnon"), ProcKb(child, "smaps_rollup", "Private_Dirty"));
     fflush(stdout);
     if (!inputClosed) {
         Drain(fromChild[0], STDIN_FILENO, -1);

@@ -5,20 +5,21 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <filesystem>
 #include <fstream>
 #include <map>
-#include <filesystem>
 #include <string>
 
 #include "TAKUtil.h"
+#include "TempDir.h"
 #include "TestLog.h"
 
 // Every attribute unescaped, requirements in key order; the map key is never written, the record's id is,
 // byte for byte. A longer file is replaced; only a file that cannot be opened fails. A FIFO without a
 // reader would block a plain open for good; it is refused like a directory.
 TEST(DLDXmlTest, WritesTheRecordExactlyAndFailsOnlyWhenItCannotOpenTheFile) {
-    char pattern[] = "/tmp/dld-xml-XXXXXX";
-    ASSERT_NE(mkdtemp(pattern), nullptr);
+    std::string pattern = orvix::test::TempPattern("dld-xml-");
+    ASSERT_NE(mkdtemp(pattern.data()), nullptr);
     const std::string dir = pattern, path = dir + "/apps.xml", fifo = dir + "/fifo.xml";
     OPENAPI_APP_DLD_INFO full;
     full.id = std::string("app\xff\0\n.full", 11);

@@ -23,6 +23,7 @@
 #include "TAKDBSchema.h"
 #include "TAKDBTable.h"
 #include "TAKUtil.h"
+#include "TempDir.h"
 #include "WidgetInfoDB.h"
 
 namespace {
@@ -113,8 +114,8 @@ class DbTest : public ::testing::Test, public DbFiles {
 protected:
     void SetUp() override {
         CTAKDBConnection::ResetInstanceForTest();
-        char pattern[] = "/tmp/test_db_root_XXXXXX";
-        ASSERT_NE(mkdtemp(pattern), nullptr);
+        std::string pattern = orvix::test::TempPattern("test_db_root_");
+        ASSERT_NE(mkdtemp(pattern.data()), nullptr);
         orvix::host::SetRoot(m_Root = pattern);
         orvix::host::MakeDirs(orvix::host::PathVariable(24));  // the owner's home
         orvix::host::MakeDirs(CTAKDBConnection::GetBackupDir());

@@ -9,6 +9,7 @@
 
 #include "../reset/ResetFixture.h"
 #include "TAKUtil.h"
+#include "TempDir.h"
 #include "TestLog.h"
 
 using namespace reset_test;
@@ -153,8 +154,8 @@ TEST_F(ADeadline, EndBeforeItExpiresAnswersOnceWithoutATimeOut) {
 // The setting is read with suspicion: anything but a sane number of seconds means no deadline (the sane
 // values 1, 3 and 30 are read by the reset tests above).
 TEST(TheDeadlineSetting, IsANumberOfSecondsOrNoDeadlineWithAReason) {
-    char pattern[] = "/tmp/deadline-XXXXXX";
-    ASSERT_NE(mkdtemp(pattern), nullptr);
+    std::string pattern = orvix::test::TempPattern("deadline-");
+    ASSERT_NE(mkdtemp(pattern.data()), nullptr);
     orvix::host::SetRoot(pattern);
     struct Case {
         const char* name;

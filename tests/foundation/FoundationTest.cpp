@@ -27,6 +27,7 @@
 #include "TAKShell.h"
 #include "TAKString.h"
 #include "TAKUtilityWrapper.h"
+#include "TempDir.h"
 
 namespace {
 
@@ -39,8 +40,8 @@ const long long kLimit = 262144;  // the history log's size limit
 class FoundationTest : public ::testing::Test {
 protected:
     void SetUp() override {
-        char pattern[] = "/tmp/foundation-root.XXXXXX";
-        ASSERT_NE(mkdtemp(pattern), nullptr);
+        std::string pattern = orvix::test::TempPattern("foundation-root.");
+        ASSERT_NE(mkdtemp(pattern.data()), nullptr);
         orvix::host::SetRoot(root_ = pattern);
     }
     void TearDown() override { std::filesystem::remove_all(root_); }

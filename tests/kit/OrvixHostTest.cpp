@@ -7,11 +7,13 @@
 
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
 
 #include "HostFixture.h"
+#include "TempDir.h"
 
 namespace {
 
@@ -112,8 +114,8 @@ TEST_F(OrvixHost, InitMakesAFreshRootButNeverWipesAForeignDirectoryOrARunningRoo
     EXPECT_EQ(ReadWholeFile(orvix::host::PathVariable(27) + "/vardell/clone/sample.dat"), "sample\n");
     EXPECT_EQ(ReadWholeFile(orvix::host::PathVariable(66) + "/nested/inner.dat"), "inner\n");
 
-    char foreign[] = "/tmp/orvix-foreign-XXXXXX";
-    ASSERT_NE(mkdtemp(foreign), nullptr);
+    std::string foreign = orvix::test::TempPattern("orvix-foreign-");
+    ASSERT_NE(mkdtemp(foreign.data()), nullptr);
     std::ofstream(std::string(foreign) + "/precious.txt") << "keep me";
     // Nor do the commands that need a root run in it; it is left as it was. A file is no root at all.
     const std::string file = std::string(foreign) + "/precious.txt";
@@ -175,13 +177,23 @@ TEST_F(OrvixHost, UpLeavesWhatRunsAloneAndConfigGoesThroughTheInnerServer) {
 
 class AnInstalledKit : public OrvixHost {
 protected:
+    // A failed install fails each test: an assertion here would only mark them skipped.
     static void SetUpTestSuite() {
-        char pattern[] = "/tmp/orvix-prefix-XXXXXX";
-        ASSERT_NE(mkdtemp(pattern), nullptr);
+        std::string pattern = orvix::test::TempPattern("orvix-prefix-");
+        if (mkdtemp(pattern.data()) == nullptr) {
+            s_installProblem = "no temporary prefix";
+            return;
+        }
         s_prefix = pattern;
         RunResult installed =
             orvix::test::RunProgram({CMAKE_COMMAND_PATH, "--install", KitDir(), "--prefix", s_prefix});
-        ASSERT_EQ(installed.status, 0) << installed.out << installed.err;
+        if (installed.status != 0) {
+            s_installProblem = "cmake --install failed: " + installed.out + installed.err;
+        }
+    }
+    void SetUp() override {
+        OrvixHost::SetUp();
+        ASSERT_EQ(s_installProblem, "");
     }
     static void TearDownTestSuite() { orvix::test::RunProgram({"/bin/rm", "-rf", s_prefix}); }
 
@@ -197,6 +209,7 @@ protected:
         return orvix::test::RunProgram(command, environment);
     }
     static std::string s_prefix;
+    inline static std::string s_installProblem;
 };
 
 std::string AnInstalledKit::s_prefix;
@@ -227,15 +240,50 @@ TEST_F(AnInstalledKit, RunsTheWalkThroughWithItsOwnProgramsOnly) {
 }
 
 TEST_F(AnInstalledKit, RunsItsDemoToTheEnd) {
-    RunResult demo = orvix::test::RunProgram({s_prefix + "/bin/tak-reset-demo"},
-                                             {{"DEMO_APPS", "3"}, {"DEMO_ROOT", Root() + "/demo"}});
+    const std::string picture = Root() + "/timeline.svg";
+    RunResult demo = orvix::test::RunProgram(
+        {s_prefix + "/bin/tak-reset-demo"},
+        {{"DEMO_APPS", "3"}, {"DEMO_ROOT", Root() + "/demo"}, {"DEMO_PICTURE", picture}});
     EXPECT_EQ(demo.status, 0) << demo.out << demo.err;
+    EXPECT_NE(ReadWholeFile(picture).find("</svg>"), std::string::npos) << "no timeline picture";
     for (const char* says :
          {"process_result tak_app_reset_result = 1: the apps reset ran to its end",
-          "process_result biu_service_reset_result = 1: the built-in reset ran to its end"}) {
+          "process_result biu_service_reset_result = 1: the built-in reset ran to its end",
+          "outcome     result reported", "the timeline (a row per reset, app, wait and clean-up): "}) {
         EXPECT_NE(demo.out.find(says), std::string::npos) << demo.out;
     }
     EXPECT_EQ(demo.err, "");
+}
+
+// Each installed program answers --help with its usage and starts nothing (tak-reset, as a service, would
+// take the root's instance lock and wait for requests), and has the manual page made from that help; the
+// package's copyright file goes with them.
+TEST_F(AnInstalledKit, EveryProgramAnswersHelpAndHasItsManualPage) {
+    Strings programs;
+    for (const auto& entry : std::filesystem::directory_iterator(s_prefix + "/bin")) {
+        programs.push_back(entry.path().filename());
+    }
+    for (const char* expected : {"tak-reset", "tak-reset-plan", "orvix-host", "tak-reset-demo"}) {
+        EXPECT_NE(std::find(programs.begin(), programs.end(), expected), programs.end()) << expected;
+    }
+    for (const std::string& name : programs) {
+        RunResult help = orvix::test::RunProgram({s_prefix + "/bin/" + name, "--help"},
+                                                 {{"ORVIX_HOST_ROOT", Root()}, {"ORVIX_LOG_FILE", ""}});
+        EXPECT_EQ(help.status, 0) << name << ": " << help.err;
+        EXPECT_NE(help.out.find(name), std::string::npos) << name << ": " << help.out;
+        EXPECT_EQ(help.err, "") << name;
+        bool page = false;
+        for (const char* section : {"1", "8"}) {
+            std::string path = s_prefix + "/share/man/man" + section + "/" + name + "." + section + ".gz";
+            std::error_code error;
+            std::uintmax_t size = std::filesystem::file_size(path, error);
+            page = page || (!error && size > 0);
+        }
+        EXPECT_TRUE(page) << name << " has no manual page";
+    }
+    EXPECT_FALSE(std::filesystem::exists(Root() + "/run/tak-reset"))
+        << "tak-reset --help started the service";
+    EXPECT_NE(ReadWholeFile(s_prefix + "/share/doc/tak-reset/copyright").find("Files: *"), std::string::npos);
 }
 
 }  // namespace

@@ -15,6 +15,7 @@
 #include "HostFixture.h"
 #include "ProcessDbus.h"
 #include "TAKMount.h"
+#include "TempDir.h"
 
 namespace {
 
@@ -35,8 +36,8 @@ protected:
                      mount("probe", scratch.c_str(), "tmpfs", 0, "") == 0 &&
                      umount2(scratch.c_str(), MNT_DETACH) == 0 && control >= 0;
         close(control);
-        char pattern[] = "/tmp/tak-mount-outside-XXXXXX";
-        ASSERT_NE(mkdtemp(pattern), nullptr);
+        std::string pattern = orvix::test::TempPattern("tak-mount-outside-");
+        ASSERT_NE(mkdtemp(pattern.data()), nullptr);
         m_outside = pattern;
     }
     void TearDown() override {

@@ -16,6 +16,7 @@
 
 #include "PkgInfo.h"
 #include "TAKDir.h"
+#include "TempDir.h"
 #include "TestLog.h"
 
 namespace {
@@ -44,8 +45,8 @@ const char kGood[] = R"({"packages": [{"pkgid": "org.good", "version": "1.0", "r
 class PkgInfoTest : public ::testing::Test {
 protected:
     void SetUp() override {
-        char pattern[] = "/tmp/pkginfo-root.XXXXXX";
-        ASSERT_NE(mkdtemp(pattern), nullptr);
+        std::string pattern = orvix::test::TempPattern("pkginfo-root.");
+        ASSERT_NE(mkdtemp(pattern.data()), nullptr);
         orvix::host::SetRoot(root_ = pattern);
         ASSERT_TRUE(orvix::host::MakeDirs(root_ + "/var/lib/pkgmgr"));
         WriteRecords(kRecords);

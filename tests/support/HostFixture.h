@@ -34,6 +34,7 @@
 #include <utility>
 #include <vector>
 
+#include "TempDir.h"
 #include "TestLog.h"
 #include "orvix_calls.h"
 #include "orvix_host.h"
@@ -129,8 +130,8 @@ protected:
     virtual bool StartsBus() const { return true; }
 
     void SetUp() override {
-        char pattern[] = "/tmp/orvix-test-XXXXXX";
-        ASSERT_NE(mkdtemp(pattern), nullptr) << "cannot make a temporary root";
+        std::string pattern = orvix::test::TempPattern("orvix-test-");
+        ASSERT_NE(mkdtemp(pattern.data()), nullptr) << "cannot make a temporary root";
         m_root = pattern;
         orvix::host::SetRoot(m_root);
         std::vector<std::string> init = InitArguments();

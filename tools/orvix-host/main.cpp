@@ -34,7 +34,7 @@ bool IsHelpWord(const char* word) {
 }
 
 int PrintUsage() {
-    printf("usage: orvix-host SUBCOMMAND [OPTION…] [ARGUMENT…]\n\n");
+    printf("Usage: orvix-host SUBCOMMAND [OPTION…] [ARGUMENT…]\n\n");
     printf("Drives the host platform kit of one root directory.\n\n");
     printf("subcommands:\n");
     for (const Command& command : kCommands) {

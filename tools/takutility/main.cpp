@@ -41,11 +41,21 @@ void AdoptRootOfPlace(const char* invokedAs) {
     }
 }
 
-int Usage() {
-    fprintf(stderr, "usage: takutility -OPTION [ARGUMENT]\n");
+void PrintUsage(FILE* to) {
+    fprintf(to, "Usage: takutility -OPTION [ARGUMENT]\n");
+    fprintf(to,
+            "The service's privileged utility on the host, confined to the host root: every path must\n"
+            "resolve to a place below it. Installed as ROOT/bin/takutility or ROOT/usr/bin/takutility it\n"
+            "serves ROOT; run from anywhere else, the root of ORVIX_HOST_ROOT. Two-value arguments are\n"
+            "\"first?second\".\n\n");
     for (const UtilityOption& option : kOptions) {
-        fprintf(stderr, "  %s %s\n", option.flag, option.help);
+        fprintf(to, "  %s %s\n", option.flag, option.help);
     }
+    fprintf(to, "  --help        print this help and exit\n");
+}
+
+int Usage() {
+    PrintUsage(stderr);
     return kRefused;
 }
 
@@ -55,6 +65,10 @@ int main(int argc, char** argv) {
     AdoptRootOfPlace(argv[0]);
     if (argc < 2) {
         return Usage();
+    }
+    if (argc == 2 && strcmp(argv[1], "--help") == 0) {
+        PrintUsage(stdout);
+        return 0;
     }
     for (const UtilityOption& option : kOptions) {
         if (strcmp(argv[1], option.flag) != 0) {
