@@ -12,6 +12,7 @@
 #include <pkgmgr-info.h>
 #include <platform_path.h>
 #include <system_info.h>
+#include <ttrace.h>
 #include <algorithm>
 #include <climits>
 #include <cstring>
@@ -384,6 +385,15 @@ const FifoCase kFifoCases[] = {
          return written.get_future().get() == 0;
      },
      "cannot write the KPI log"},
+    // A trace marker comes back at once and leaves the FIFO as it was.
+    {"TraceFile", "var/log/tak-reset.trace.json",
+     [](const std::string& root) {
+         trace_begin("into a fifo");
+         trace_end();
+         struct stat st {};
+         return stat((root + "/var/log/tak-reset.trace.json").c_str(), &st) == 0 && S_ISFIFO(st.st_mode);
+     },
+     "cannot open the trace file"},
     // A process whose platform log is a FIFO logs to standard error: here that a file stands where the
     // directory of a key should be.
     {"PlatformLog", "var/log/platform.log",

@@ -1,15 +1,11 @@
 // The platform's tracing markers on the host: Chrome trace events appended to the root's trace file by
-// several threads at once, a file that parses without its closing bracket, nothing written outside a root,
-// and a FIFO in the file's place that does not hold the caller.
-#include <fcntl.h>
+// several threads at once, a file that parses without its closing bracket, nothing written outside a root.
 #include <json/json.h>
-#include <sys/stat.h>
 #include <ttrace.h>
 #include <unistd.h>
 
 #include <cstdlib>
 #include <filesystem>
-#include <future>
 #include <map>
 #include <thread>
 #include <vector>
@@ -129,25 +125,4 @@ TEST_F(TraceTest, WrittenOnlyInARootWithItsLogDirectoryToTheFileThatIsThere) {
         EXPECT_EQ(events[0]["name"].asString(), "round " + std::to_string(round));
         std::filesystem::remove(file_);
     }
-}
-
-// A FIFO nobody reads in the file's place: the marker comes back at once with one log line, and the FIFO
-// is left as it was.
-TEST_F(TraceTest, AFifoInPlaceOfTheFileDoesNotHoldTheCaller) {
-    orvix::test::LogMark mark;
-    ASSERT_EQ(mkfifo(file_.c_str(), 0600), 0);
-    auto call = std::async(std::launch::async, [] {
-        trace_begin("into a fifo");
-        trace_end();
-    });
-    if (call.wait_for(std::chrono::seconds(10)) != std::future_status::ready) {
-        ADD_FAILURE() << "still waiting in the open of the trace file";
-        int peer = open(file_.c_str(), O_RDWR | O_NONBLOCK);  // lets the open return
-        call.wait_for(std::chrono::seconds(10));
-        close(peer);
-    }
-    call.get();
-    EXPECT_TRUE(mark.Contains("cannot open the trace file")) << mark.Text();
-    struct stat st {};
-    EXPECT_TRUE(stat(file_.c_str(), &st) == 0 && S_ISFIFO(st.st_mode));
 }
