@@ -15,24 +15,14 @@ struct Step {
     enum { Start, Advance, Finish, Quiet, Announce } kind;
     int count = 0;
     int failed = 0;
-    std::string what;
+    std::string what{};
 };
 
-Step Started(int total) {
-    return {Step::Start, total, 0, ""};
-}
-Step Advanced(int ended, int failed = 0) {
-    return {Step::Advance, ended, failed, ""};
-}
-Step Finished(int failed = 0) {
-    return {Step::Finish, 0, failed, ""};
-}
-Step Quiet(int seconds) {
-    return {Step::Quiet, seconds, 0, ""};
-}
-Step Announced(const std::string& what) {
-    return {Step::Announce, 0, 0, what};
-}
+const auto Started = [](int total) { return Step{Step::Start, total}; };
+const auto Advanced = [](int ended, int failed = 0) { return Step{Step::Advance, ended, failed}; };
+const auto Finished = [](int failed = 0) { return Step{Step::Finish, 0, failed}; };
+const auto Quiet = [](int seconds) { return Step{Step::Quiet, seconds}; };
+const auto Announced = [](const std::string& what) { return Step{Step::Announce, 0, 0, what}; };
 
 struct ViewCase {
     const char* name;

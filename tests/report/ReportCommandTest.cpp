@@ -2,7 +2,6 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <ctime>
 #include <filesystem>
 #include <fstream>
 
@@ -96,19 +95,9 @@ INSTANTIATE_TEST_SUITE_P(
 TEST_F(TheCommand, ReadsRotatedHistoryLogsOldestFirst) {
     std::ofstream(m_dir + "/tak-reset.log") << kReported;
     // The history log is stamped in UTC; the platform log in local time.
-    struct tm local {};
-    local.tm_year = 2026 - 1900;
-    local.tm_mon = 10;
-    local.tm_mday = 26;
-    local.tm_hour = 10;
-    local.tm_min = 0;
-    local.tm_sec = 1;
-    local.tm_isdst = -1;
-    const time_t when = mktime(&local);
-    struct tm utc {};
-    gmtime_r(&when, &utc);
-    char stamp[32];
-    strftime(stamp, sizeof(stamp), "%Y-%m-%dT%H:%M:%S:>", &utc);
+    g_autoptr(GDateTime) local = g_date_time_new_local(2026, 11, 26, 10, 0, 1);
+    g_autoptr(GDateTime) utc = g_date_time_to_utc(local);
+    g_autofree gchar* stamp = g_date_time_format(utc, "%Y-%m-%dT%H:%M:%S:>");
     const std::string history = m_dir + "/tak_reset_history.log";
     std::ofstream(history + ".2") << stamp << "oldest\n";
     std::ofstream(history + ".1") << stamp << "older\n";

@@ -110,8 +110,8 @@ struct LogCase {
     const char* name;
     std::vector<std::string> lines;
     std::vector<std::string> resets;  // Summary() of each
-    size_t unreadable;
-    size_t foreign;
+    size_t unreadable = 0;
+    size_t foreign = 0;
     size_t repaired = 0;  // lines with bytes that are not UTF-8, read all the same
 };
 
@@ -177,9 +177,7 @@ std::vector<LogCase> Cases() {
          {"tak_app_reset ud=42 replaced 1000ms req= done= late=q",
           "tak_service_reset ud=5 reported 1600ms tak_service_reset_result=0 req=a done=a named "
           "kept=d:default/native,e:disable reset,f:fixed id emptied=/d/common/ binder=400ms cleanup=600ms "
-          "ms=a:300"},
-         0,
-         0},
+          "ms=a:300"}},
         {"BuiltinOrderSkipsWaitAndARefusal",
          Join({start,
                Request("10:00:01.000", "biu_app_reset", "3"),
@@ -194,16 +192,11 @@ std::vector<LogCase> Cases() {
          {"biu_app_reset ud=3 reported 2100ms biu_app_reset_result=1! req=m,n done=m timedout=n named "
           "skipped=s:not installed,hp:Home base or test package order=m,n waitedfor=pm,pn updates=500ms "
           "ms=m:200,n:1000",
-          "biu_service_reset ud=4 reported 200ms biu_service_reset_result=1! req= done= named refused"},
-         0,
-         0},
-        {"AppsResetWithAFailedAndATimedOutApp", Join({appsReset, threeApps, success}), {fullApps}, 0, 0},
+          "biu_service_reset ud=4 reported 200ms biu_service_reset_result=1! req= done= named refused"}},
         {"ResultCallThatFails",
          Join({appsReset,
                Result("10:00:02.000", kAppsTask, "method call false.x, detail[message:y, code:1] ")}),
-         {"tak_app_reset ud=42 reported 1000ms tak_app_reset_result=1! req= done="},
-         0,
-         0},
+         {"tak_app_reset ud=42 reported 1000ms tak_app_reset_result=1! req= done="}},
         {"ReplacedByTheNextRequest",
          Join({appsReset,
                {Line("10:00:01.100", 'I', kAppsTask, kApps, "Reset a")},
@@ -212,24 +205,18 @@ std::vector<LogCase> Cases() {
                 Core("10:00:02.000", "Send CTAKTaskBase::EVENT_EXIT to m_Reset!")},
                Result("10:00:02.300", kAppsTask, "method call success")}),
          {"tak_app_reset ud=42 replaced 1000ms req=a done=",
-          "tak_service_reset ud=7 reported 300ms tak_service_reset_result=1 req= done="},
-         0,
-         0},
+          "tak_service_reset ud=7 reported 300ms tak_service_reset_result=1 req= done="}},
         {"EndedByEnd",
          Join({appsReset,
                Request("10:00:04.000", "end", "0"),
                {Core("10:00:04.000", "Send CTAKTaskBase::EVENT_EXIT to m_Reset!")}}),
-         {"tak_app_reset ud=42 ended 3000ms req= done="},
-         0,
-         0},
-        {"NoEndInTheLog", appsReset, {"tak_app_reset ud=42 open -1ms req= done="}, 0, 0},
+         {"tak_app_reset ud=42 ended 3000ms req= done="}},
+        {"NoEndInTheLog", appsReset, {"tak_app_reset ud=42 open -1ms req= done="}},
         {"TaskNotCreated",
          Join({appsReset,
                {Core("10:00:01.000", "Create apps reset thread fail.", 'E')},
                Result("10:00:01.000", kMain, "method call success")}),
-         {"tak_app_reset ud=42 failed 0ms tak_app_reset_result=0 req= done="},
-         0,
-         0},
+         {"tak_app_reset ud=42 failed 0ms tak_app_reset_result=0 req= done="}},
         {"CorvaneRequestWhileOneRuns",
          Join({start,
                Request("10:00:01.000", "corvane_reset", "0"),
@@ -238,9 +225,7 @@ std::vector<LogCase> Cases() {
                {Core("10:00:02.000", "Corvane Start"),
                 Core("10:00:02.000", "corvane reset still doing, no need to perform it again")},
                Result("10:00:05.000", kAppsTask, "method call success")}),
-         {"corvane_reset ud=0 reported 4000ms corvane_reset_result=1 req= done="},
-         0,
-         0},
+         {"corvane_reset ud=0 reported 4000ms corvane_reset_result=1 req= done="}},
         {"BuiltinResetBesideAnAppsReset",
          Join({appsReset,
                Request("10:00:01.500", "biu_service_reset", "9"),
@@ -257,9 +242,7 @@ std::vector<LogCase> Cases() {
                success}),
          {fullApps,
           "biu_service_reset ud=9 reported 1300ms biu_service_reset_result=1 req=x,y,w done=w "
-          "failed=x timedout=y ms=x:100,y:1100,w:1150"},
-         0,
-         0},
+          "failed=x timedout=y ms=x:100,y:1100,w:1150"}},
         {"TruncatedNonUtf8AndForeignLines",
          Join({appsReset,
                {full.substr(0, 12), "\xff\xfe" + full, Line("10:00:01.100", 'I', 9, kApps, "Reset q", 900)},
@@ -275,9 +258,7 @@ std::vector<LogCase> Cases() {
         {"MessageGoingOnPastANewline",
          Join({appsReset, {full.substr(0, full.size() - 4) + "\n", "\033[0m"}, threeApps, success}),
          {"tak_app_reset ud=42 reported 2500ms tak_app_reset_result=1 req=z,a,b,c done=a failed=b "
-          "timedout=c ms=a:50,b:100,c:2000"},
-         0,
-         0},
+          "timedout=c ms=a:50,b:100,c:2000"}},
     };
 }
 
