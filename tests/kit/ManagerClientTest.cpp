@@ -58,14 +58,16 @@ public:
         return WaitForOutput([&] { return CurrentLine() == line; });
     }
 
-    // The exit status after SIGTERM (SIGKILL five seconds later), or -1 when it did not exit by itself.
-    int Stop() {
+    // The exit status after `signal` (SIGKILL when it has not exited 30 s later), or -1 when it did not
+    // exit by itself. One signal only: a second one could come while the client has put back the default
+    // action on its way out, and kill it.
+    int Stop(int signal = SIGTERM) {
         int status = 0;
         if (m_pid <= 0) {
             return m_status;
         }
-        kill(m_pid, SIGTERM);
-        if (!WaitUntil([&] { return !Read(10) && waitpid(m_pid, &status, WNOHANG) == m_pid; }, 5s)) {
+        kill(m_pid, signal);
+        if (!WaitUntil([&] { return !Read(10) && waitpid(m_pid, &status, WNOHANG) == m_pid; }, 30s)) {
             kill(m_pid, SIGKILL);
             waitpid(m_pid, &status, 0);
         }
@@ -203,8 +205,7 @@ TEST_F(AManagerClient, EndsTheBarLineAtCtrlCAndKeepsItsLogOffTheTerminal) {
     EXPECT_TRUE(client.WaitForOutput([&] {
         return client.CurrentLine().find(Bar(10) + "1/3, no report for ") == 0;
     })) << client.Screen();
-    kill(client.Pid(), SIGINT);
-    EXPECT_EQ(client.Stop(), 0) << client.Output();
+    EXPECT_EQ(client.Stop(SIGINT), 0) << client.Output();
     EXPECT_EQ(client.Output().back(), '\n') << client.Output();
     EXPECT_EQ(client.CurrentLine(), "");
     EXPECT_EQ(client.Screen().find("owns"), std::string::npos) << client.Screen();
