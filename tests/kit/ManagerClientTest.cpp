@@ -132,6 +132,22 @@ class AManagerClient : public orvix::test::HostFixture {
 protected:
     // On a terminal; the fixture has set this process's ORVIX_HOST_ROOT.
     static std::vector<std::string> Client() { return {OrvixHostPath(), "client", "tv", "--foreground"}; }
+    // Once the client owns its name it has also taken its place in the launch record, so what is
+    // launched from then on is news to it.
+    bool OwnsItsName() const {
+        g_autoptr(GDBusConnection) bus = ConnectToBus();
+        return WaitUntil([&] {
+            g_autoptr(GVariant) reply = g_dbus_connection_call_sync(
+                bus, "org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus", "NameHasOwner",
+                g_variant_new("(s)", kClientName), G_VARIANT_TYPE("(b)"), G_DBUS_CALL_FLAGS_NONE, 20000,
+                nullptr, nullptr);
+            gboolean owned = FALSE;
+            if (reply != nullptr) {
+                g_variant_get(reply, "(b)", &owned);
+            }
+            return owned == TRUE;
+        });
+    }
     // One progress report, as the built-in reset sends it, once a client owns the name (a client just
     // started may not yet); it returns once the client has handled it.
     void Report(int state, int result) const {
@@ -215,6 +231,7 @@ TEST_F(AManagerClient, EndsTheBarLineAtCtrlCAndKeepsItsLogOffTheTerminal) {
 // A reset that reports nothing is announced when it starts.
 TEST_F(AManagerClient, AnnouncesResetsThatReportNothing) {
     OnATerminal client(Client());
+    ASSERT_TRUE(OwnsItsName());
     ASSERT_EQ(Host({"launch", "reset=tak_app_reset", "userdata=3"}).status, 0);
     EXPECT_TRUE(client.WaitForOutput([&] {
         return ("\n" + client.Screen())
