@@ -7,6 +7,8 @@ MAKEFLAGS += --no-print-directory
 
 export ASAN_OPTIONS ?= detect_leaks=1:abort_on_error=1:strict_string_checks=1
 export UBSAN_OPTIONS ?= print_stacktrace=1:halt_on_error=1
+# fontconfig's process-long configuration, held once a picture is drawn (tests/support/lsan.supp).
+export LSAN_OPTIONS ?= suppressions=$(CURDIR)/tests/support/lsan.supp:print_suppressions=0
 export TSAN_OPTIONS ?= halt_on_error=1 second_deadlock_stack=1 suppressions=$(CURDIR)/tests/support/tsan.supp
 
 .PHONY: deps build test test-asan test-tsan test-system cross test-cross fuzz bench demo install package format clean mutants explore
