@@ -58,7 +58,7 @@ TEST_P(TheCommand, ExitsAndComplainsAsTheLogsSay) {
     std::vector<std::string> argv = {std::string(TAK_BINARY_DIR) + "/src/tak-reset-report"};
     argv.insert(argv.end(), GetParam().options.begin(), GetParam().options.end());
     argv.push_back(m_dir);
-    orvix::test::RunResult run = orvix::test::RunProgram(argv);
+    orvix::test::RunResult run = orvix::test::RunProgram(orvix::test::DeviceArgv(argv));
     EXPECT_EQ(run.status, GetParam().status) << run.err;
     EXPECT_NE(run.err.find(GetParam().err), std::string::npos) << run.err;
     EXPECT_EQ(std::count(run.err.begin(), run.err.end(), '\n'), *GetParam().err == '\0' ? 0 : 1) << run.err;
@@ -103,8 +103,8 @@ TEST_F(TheCommand, ReadsRotatedHistoryLogsOldestFirst) {
     std::ofstream(history + ".1") << stamp << "older\n";
     std::ofstream(history) << stamp << "newest\n";
 
-    orvix::test::RunResult run =
-        orvix::test::RunProgram({std::string(TAK_BINARY_DIR) + "/src/tak-reset-report", "--json", m_dir});
+    orvix::test::RunResult run = orvix::test::RunProgram(
+        orvix::test::DeviceArgv({std::string(TAK_BINARY_DIR) + "/src/tak-reset-report", "--json", m_dir}));
     ASSERT_EQ(run.status, 0) << run.err;
     const size_t oldest = run.out.find("\"oldest\""), older = run.out.find("\"older\""),
                  newest = run.out.find("\"newest\"");

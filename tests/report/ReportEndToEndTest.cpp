@@ -105,8 +105,8 @@ TEST_P(TheReportOfEachKind, AgreesWithTheRecordedCalls) {
     ASSERT_EQ(Host({"client", "tv"}).status, 0);
     RunToEnd({"reset=" + test.reset, "userdata=77", "obj=tv", "method=m"}, test.reset + "_result");
 
-    orvix::test::RunResult run =
-        orvix::test::RunProgram({BinaryDir() + "/src/tak-reset-report", "--json", Root()});
+    orvix::test::RunResult run = orvix::test::RunProgram(
+        orvix::test::DeviceArgv({BinaryDir() + "/src/tak-reset-report", "--json", Root()}));
     ASSERT_EQ(run.status, 0) << run.err << run.out;
     EXPECT_EQ(run.err, "");
     Json::Value document;
