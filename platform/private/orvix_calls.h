@@ -37,4 +37,7 @@ Json::Value TupleToJsonArgs(GVariant* tuple);
 // One compact line (no trailing newline).
 std::string JsonLine(const Json::Value& value);
 
+// The JSON document in `text` (a line of a record file, say); false when it is not one.
+bool ParseJson(const std::string& text, Json::Value& value);
+
 }  // namespace orvix::host

@@ -130,6 +130,12 @@ std::string JsonLine(const Json::Value& value) {
     return Json::writeString(builder, value);
 }
 
+bool ParseJson(const std::string& text, Json::Value& value) {
+    static const Json::CharReaderBuilder builder;
+    std::unique_ptr<Json::CharReader> reader(builder.newCharReader());
+    return reader->parse(text.data(), text.data() + text.size(), &value, nullptr);
+}
+
 Json::Value VariantToJson(GVariant* value) {
     if (value == nullptr) {
         return Json::Value();

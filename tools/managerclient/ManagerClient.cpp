@@ -4,8 +4,9 @@
 #include <json/json.h>
 
 #include <algorithm>
-#include <memory>
 #include <regex>
+
+#include "orvix_calls.h"
 
 namespace {
 
@@ -90,9 +91,7 @@ CBusStandIn::Reply CManagerClient::Handle(const std::string& method, GVariant* p
 void CManagerClient::Poll() {
     m_Launches.ReadNew([this](const std::string& line) {
         Json::Value record;
-        Json::CharReaderBuilder builder;
-        std::unique_ptr<Json::CharReader> reader(builder.newCharReader());
-        if (!reader->parse(line.data(), line.data() + line.size(), &record, nullptr) || !record.isObject()) {
+        if (!orvix::host::ParseJson(line, record) || !record.isObject()) {
             return;
         }
         std::string what = SilentReset(record["request"]);

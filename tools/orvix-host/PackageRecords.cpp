@@ -129,11 +129,7 @@ bool LoadPackages(std::vector<PackageRecord>& packages, std::string& error) {
         return false;
     }
     Json::Value root;
-    Json::CharReaderBuilder builder;
-    std::unique_ptr<Json::CharReader> reader(builder.newCharReader());
-    std::string errors;
-    if (!reader->parse(text.data(), text.data() + text.size(), &root, &errors) || !root.isObject() ||
-        !root["packages"].isArray()) {
+    if (!ParseJson(text, root) || !root.isObject() || !root["packages"].isArray()) {
         error = PackagesFile() + " is not a package list";
         return false;
     }

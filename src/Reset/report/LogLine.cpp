@@ -47,6 +47,12 @@ bool Id(const std::string& text, size_t& at, size_t end, long long& value) {
 
 }  // namespace
 
+long long CLogLine::ClockMillis(int month, int day, int hour, int minute, int second, int milli) {
+    long long days = kDaysBefore[month - 1] + day - 1;
+    long long seconds = ((days * 24 + hour) * 60 + minute) * 60 + second;
+    return seconds * 1000 + milli;
+}
+
 bool CLogLine::ParseTime(const std::string& text) {
     static const size_t kFields[][2] = {{0, 2}, {3, 2}, {6, 2}, {9, 2}, {12, 2}, {15, 3}};
     for (const auto& field : kFields) {
@@ -58,10 +64,8 @@ bool CLogLine::ParseTime(const std::string& text) {
     if (month < 1 || month > 12 || text.compare(2, 1, "-") != 0 || text[5] != ' ') {
         return false;
     }
-    long long days = kDaysBefore[month - 1] + Number(text, 3, 2) - 1;
-    long long seconds =
-        ((days * 24 + Number(text, 6, 2)) * 60 + Number(text, 9, 2)) * 60 + Number(text, 12, 2);
-    m_millis = seconds * 1000 + Number(text, 15, 3);
+    m_millis = ClockMillis(month, Number(text, 3, 2), Number(text, 6, 2), Number(text, 9, 2),
+                           Number(text, 12, 2), Number(text, 15, 3));
     time.assign(text, 0, kTimeLength);
     return true;
 }

@@ -13,6 +13,8 @@ public:
     // Milliseconds since the start of the year; the log carries no year, so a reset across New Year's
     // Eve gets no duration.
     long long Millis() const { return m_millis; }
+    // The same clock for a time of day given in parts; `month` from 1 to 12.
+    static long long ClockMillis(int month, int day, int hour, int minute, int second, int milli);
 
     std::string time;  // "MM-DD HH:MM:SS.mmm"
     char level = '?';

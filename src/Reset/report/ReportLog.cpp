@@ -6,7 +6,6 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <ctime>
 #include <utility>
 
 namespace {
@@ -107,26 +106,15 @@ long long HistoryMillis(const std::string& text, size_t& messageStart) {
         consumed == 0) {
         return -1;
     }
-    struct tm utc {};
-    utc.tm_year = year - 1900;
-    utc.tm_mon = month - 1;
-    utc.tm_mday = day;
-    utc.tm_hour = hour;
-    utc.tm_min = minute;
-    utc.tm_sec = second;
-    time_t when = timegm(&utc);
-    struct tm local {};
-    localtime_r(&when, &local);
-    char stamp[32];
-    snprintf(stamp, sizeof(stamp), "%02d-%02d %02d:%02d:%02d.000", local.tm_mon + 1, local.tm_mday,
-             local.tm_hour, local.tm_min, local.tm_sec);
-    CLogLine line;
-    std::string header = std::string(stamp) + " I/X(1:1): ";
-    if (!line.Parse(header)) {
+    g_autoptr(GDateTime) utc = g_date_time_new_utc(year, month, day, hour, minute, second);
+    if (utc == nullptr) {
         return -1;
     }
+    g_autoptr(GDateTime) local = g_date_time_to_local(utc);
     messageStart = static_cast<size_t>(consumed);
-    return line.Millis();
+    return CLogLine::ClockMillis(g_date_time_get_month(local), g_date_time_get_day_of_month(local),
+                                 g_date_time_get_hour(local), g_date_time_get_minute(local),
+                                 g_date_time_get_second(local), 0);
 }
 
 }  // namespace
@@ -199,8 +187,6 @@ void CReportLog::AddLine(const std::string& text) {
     } else if (message == kCorvaneBusy && m_open[kAppsTask] == static_cast<int>(m_resets.size()) - 1) {
         // The request was ignored: the running Corvane reset goes on and is still the open one.
         m_resets.pop_back();
-        m_startMillis.pop_back();
-        m_endMillis.pop_back();
         m_open[kAppsTask] = m_openBeforeStart;
     } else if (message == "Send CTAKTaskBase::EVENT_EXIT to m_Reset!") {
         OnStop(line, kAppsTask);
@@ -258,8 +244,6 @@ void CReportLog::OnStart(const CLogLine& line, ETask task, const std::string& fa
     record.start = line.time;
     record.span.startUs = line.Millis() * 1000;
     m_resets.push_back(std::move(record));
-    m_startMillis.push_back(line.Millis());
-    m_endMillis.push_back(-1);
     m_openBeforeStart = m_open[task];
     m_open[task] = static_cast<int>(m_resets.size()) - 1;
 }
@@ -310,9 +294,7 @@ void CReportLog::Close(int index, const CLogLine& line, EResetEnd how) {
             app.outcome = SAppTiming::Done;
         }
     }
-    m_endMillis[static_cast<size_t>(index)] = line.Millis();
-    long long duration = line.Millis() - m_startMillis[static_cast<size_t>(index)];
-    record.durationMs = duration >= 0 ? duration : -1;
+    record.durationMs = record.span.Us() < 0 ? -1 : record.span.Us() / 1000;
     for (int& open : m_open) {
         open = open == index ? kNone : open;
     }
@@ -558,6 +540,10 @@ SResetRecord* CReportLog::LastStopped() {
     return nullptr;
 }
 
+long long CReportLog::StartMillis(size_t index) const {
+    return m_resets[index].span.startUs / 1000;
+}
+
 SResetRecord* CReportLog::Open(ETask task) {
     return m_open[task] == kNone ? nullptr : &m_resets[static_cast<size_t>(m_open[task])];
 }
@@ -580,11 +566,11 @@ void CReportLog::AddHistoryLine(const std::string& text) {
             m_historyOrder.push_back(i);
         }
         std::stable_sort(m_historyOrder.begin(), m_historyOrder.end(),
-                         [this](size_t a, size_t b) { return m_startMillis[a] < m_startMillis[b]; });
+                         [this](size_t a, size_t b) { return StartMillis(a) < StartMillis(b); });
     }
     auto after =
         std::upper_bound(m_historyOrder.begin(), m_historyOrder.end(), millis,
-                         [this](long long when, size_t i) { return when < m_startMillis[i] / 1000 * 1000; });
+                         [this](long long when, size_t i) { return when < StartMillis(i) / 1000 * 1000; });
     const int kCandidates = 8;
     int looked = 0;
     for (auto it = after; it != m_historyOrder.begin() && looked < kCandidates;) {
@@ -593,7 +579,8 @@ void CReportLog::AddHistoryLine(const std::string& text) {
             continue;
         }
         ++looked;
-        long long to = m_endMillis[*it] < 0 ? -1 : m_endMillis[*it] / 1000 * 1000 + 999;
+        long long end = reset.span.endUs < 0 ? -1 : reset.span.endUs / 1000;
+        long long to = end < 0 ? -1 : end / 1000 * 1000 + 999;
         if (to < 0 || millis <= to) {
             reset.history.push_back(text.substr(messageStart));
             return;

@@ -46,19 +46,17 @@ private:
     void Close(int index, const CLogLine& line, EResetEnd how);
     int ResultTarget(const CLogLine& line, bool& mainThread) const;
     SResetRecord* Open(ETask task);
+    long long StartMillis(size_t index) const;  // on the log's clock, from the record's own span
 
     CLogLine m_line;
     std::vector<SResetRecord> m_resets;
-    std::vector<long long> m_startMillis;  // per record, for the duration and the history's times
-    std::vector<long long> m_endMillis;
     std::vector<size_t> m_historyOrder;  // the resets by start, for the history's lines
     int m_open[kTasks] = {kNone, kNone};
     int m_lastCreateFailed = kNone;
     int m_openBeforeStart = kNone;  // what the last start replaced, back when it is ignored
     std::map<long, ETask> m_taskOfThread;
-    std::map<long, int> m_awaitingAnswer;
-    std::map<long, int> m_namedResult;  // thread -> record its result line named; its bus call follows  //
-                                        // thread -> record whose result call has not answered yet
+    std::map<long, int> m_awaitingAnswer;  // thread -> record whose result call has not answered yet
+    std::map<long, int> m_namedResult;     // thread -> record its result line named; its bus call follows
     std::string m_requestKind;
     std::string m_requestUserdata = "0";
     int m_pid = 0;
