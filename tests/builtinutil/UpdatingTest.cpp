@@ -117,34 +117,28 @@ TEST_F(UpdatingTest, RefusesIdsThatNameOtherFiles) {
 // The candidate file: absent is an empty list; oversized or not a file is a failure; a file at the size
 // limit is read whole; a link to a file is followed.
 TEST_F(UpdatingTest, ReadsTheCandidateFileWithinBounds) {
-    const std::string dir = Root();
-    const std::string path = dir + "/p0testcandidate.xml";
-    auto read = [&](bool result) {
-        std::vector<HOME_TEST_APP> list = {HOME_TEST_APP{"stale", "stale", "", "", "", ""}};
-        EXPECT_EQ(CBuiltInAppUtil::GetP0TestChangeList(path, list), result);
-        std::string pkgIds;
-        for (const auto& app : list) {
-            pkgIds += app.pkgId + ";";
-        }
-        return pkgIds;
-    };
-    EXPECT_EQ(read(true), "");
+    const std::string dir = Root() + "/";
     std::string atLimit = "a,p,1,g,t,i;\n";
     atLimit += std::string(CBuiltInAppUtil::kMaxCandidateFileSize - atLimit.size() - 11, ';') + "b,q,2,h,u,j";
-    std::ofstream(path) << atLimit;
-    EXPECT_EQ(read(true), "p;q;");
-    std::ofstream(path) << atLimit + ";";
-    EXPECT_EQ(read(false), "");
-    unlink(path.c_str());
-    TAKDir::Create(path);
-    EXPECT_EQ(read(false), "");
-    rmdir(path.c_str());
-    mkfifo(path.c_str(), 0600);
-    EXPECT_EQ(read(false), "");
-    unlink(path.c_str());
-    std::ofstream(dir + "/target") << "c,r,3,g,t,i";
-    symlink((dir + "/target").c_str(), path.c_str());
-    EXPECT_EQ(read(true), "r;");
+    std::ofstream(dir + "at-limit") << atLimit;
+    std::ofstream(dir + "over-limit") << atLimit + ";";
+    std::ofstream(dir + "target") << "c,r,3,g,t,i";
+    ASSERT_TRUE(TAKDir::Create(dir + "directory") && mkfifo((dir + "fifo").c_str(), 0600) == 0 &&
+                symlink((dir + "target").c_str(), (dir + "link").c_str()) == 0);
+    const std::tuple<const char*, bool, const char*> cases[] = {
+        // name, result, the package ids read
+        {"absent", true, ""},     {"at-limit", true, "p;q;"}, {"over-limit", false, ""},
+        {"directory", false, ""}, {"fifo", false, ""},        {"link", true, "r;"},
+    };
+    for (const auto& [name, result, pkgIds] : cases) {
+        std::vector<HOME_TEST_APP> list = {HOME_TEST_APP{"stale", "stale", "", "", "", ""}};
+        EXPECT_EQ(CBuiltInAppUtil::GetP0TestChangeList(dir + name, list), result) << name;
+        std::string read;
+        for (const auto& app : list) {
+            read += app.pkgId + ";";
+        }
+        EXPECT_EQ(read, pkgIds) << name;
+    }
 }
 
 }  // namespace
