@@ -63,8 +63,8 @@ public:
 }  // namespace
 
 TEST(AControlDataRead, ConvertsTextFlagsIntegersAndCookiesAndLeavesTheDefaultOfAMissingKey) {
-    EXPECT_EQ(Read<std::string>("tak_app_reset", "old"), "tak_app_reset");
-    EXPECT_EQ(Read<std::string>("", "old"), "");
+    EXPECT_TRUE(Read<std::string>("tak_app_reset", "old") == "tak_app_reset" &&
+                Read<std::string>("", "old").empty());
     // Only the exact text "true" is true.
     EXPECT_TRUE(Read("true", false));
     for (const char* text : {"TRUE", "1", "True", " true", "truex"}) {
@@ -79,10 +79,8 @@ TEST(AControlDataRead, ConvertsTextFlagsIntegersAndCookiesAndLeavesTheDefaultOfA
     // The lowest cookie has no positive counterpart to negate (found by fuzzing).
     EXPECT_EQ(Read("-9223372036854775808", 1L), LONG_MIN);
 
-    EXPECT_EQ(Read<std::string>(nullptr, "default"), "default");
-    EXPECT_TRUE(Read(nullptr, true));
-    EXPECT_EQ(Read(nullptr, -1), -1);
-    EXPECT_EQ(Read(nullptr, 77L), 77L);
+    EXPECT_TRUE(Read<std::string>(nullptr, "default") == "default" && Read(nullptr, true) &&
+                Read(nullptr, -1) == -1 && Read(nullptr, 77L) == 77L);
 }
 
 // A private host root made by the kit, without its bus; it holds the substitute common library.
