@@ -382,10 +382,9 @@ const FifoCase kFifoCases[] = {
      "flag robot_product.support reads as false"},
     {"KpiLog", "var/log/kpi.log",
      [](const std::string&) {
-         static std::promise<int> written;
-         written = std::promise<int>();
-         auto done = [](int count, void*) { written.set_value(count); };
-         KPILogFramework::CLogger::GetInstance()->AddEventLogAsync("tak", "reset", "c", "d", done, nullptr);
+         std::promise<int> written;
+         auto done = [](int count, void* data) { static_cast<std::promise<int>*>(data)->set_value(count); };
+         KPILogFramework::CLogger::GetInstance()->AddEventLogAsync("tak", "reset", "c", "d", done, &written);
          return written.get_future().get() == 0;
      },
      "cannot write the KPI log"},
