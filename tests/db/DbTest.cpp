@@ -154,8 +154,6 @@ protected:
 
 using ConnectionTest = DbTest;
 
-}  // namespace
-
 TEST_F(ConnectionTest, ValidityCheckNamesTheCheckThatFailed) {
     // How the file is damaged, and the reason ("" for a file that counts as valid).
     const std::string insert = "insert into TAKConfigTable values('k', 'v');";
@@ -195,14 +193,13 @@ TEST_F(ConnectionTest, IntegrityProblemKeepsTheCheckRunningUntilBusy) {
     ASSERT_NE(connection, nullptr);
     // Every connection of the process counts the runs of the integrity check.
     static std::atomic<int> runs{0};
-    static int (*const count)(unsigned, void*, void*, void*) = [](unsigned, void*, void* statement, void*) {
-        const char* sql = sqlite3_sql(static_cast<sqlite3_stmt*>(statement));
-        return runs += sql != nullptr && strcmp(sql, "PRAGMA integrity_check;") == 0, 0;
-    };
-    static int (*const trace)(sqlite3*, const char**, const sqlite3_api_routines*) =
-        [](sqlite3* db, const char**, const sqlite3_api_routines*) {
-            return sqlite3_trace_v2(db, SQLITE_TRACE_STMT, count, nullptr);
+    auto* trace = +[](sqlite3* db, const char**, const sqlite3_api_routines*) {
+        auto count = [](unsigned, void*, void* statement, void*) {
+            const char* sql = sqlite3_sql(static_cast<sqlite3_stmt*>(statement));
+            return runs += sql != nullptr && strcmp(sql, "PRAGMA integrity_check;") == 0, 0;
         };
+        return sqlite3_trace_v2(db, SQLITE_TRACE_STMT, count, nullptr);
+    };
     runs = 0;
     ASSERT_EQ(sqlite3_auto_extension(reinterpret_cast<void (*)()>(trace)), SQLITE_OK);
     std::string reason = "<untouched>";
@@ -255,8 +252,6 @@ TEST_F(ConnectionTest, WrongLabelIsRepaired) {
     EXPECT_STREQ(label, "User::Home");
 }
 
-namespace {
-
 class SeededTest : public DbTest {
 protected:
     void SetUp() override {
@@ -271,8 +266,6 @@ protected:
     }
     Map m_Before;
 };
-
-}  // namespace
 
 // Every operation that pastes a value refuses one holding a quote, with one line, and touches nothing:
 // "x' or '1'='1" would otherwise match every row.
@@ -379,8 +372,6 @@ TEST_F(DbTest, AppTableReadsEveryColumnAndListsByUpperId) {
     EXPECT_EQ(Json(CAppDBInfo::GetAllAppList().back()), Json(odd));
 }
 
-namespace {
-
 // The facade's changes travel over the bus to the stand-in daemon, which applies them to the file that
 // this process reads. The bus connection of the process is made once and kept, so every case runs in one
 // test, in order: no bus, bus and daemon up, daemon gone.
@@ -402,8 +393,6 @@ protected:
         return calls.empty() ? "<none>" : orvix::host::JsonLine(calls.back()["args"]);
     }
 };
-
-}  // namespace
 
 TEST_F(FacadeBusTest, ChangesReachTheDaemonAndTheFile) {
     LogMark noBus;
@@ -441,3 +430,5 @@ TEST_F(FacadeBusTest, ChangesReachTheDaemonAndTheFile) {
     EXPECT_FALSE(CAppDBInfo::UpdateConfigTable("RESERVED_17", "c"));
     EXPECT_TRUE(CAppDBInfo::GetConfigTable("RESERVED_17", value) && value == "a,b");  // reads need no daemon
 }
+
+}  // namespace

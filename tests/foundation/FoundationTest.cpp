@@ -90,7 +90,6 @@ protected:
     std::string inside_, outside_;
 };
 
-}  // namespace
 TEST_F(FileDirTest, QueriesNeverFollowALink) {
     ASSERT_EQ(symlink((inside_ + "/a.txt").c_str(), Under("link").c_str()), 0);
     // A link to its own directory: followed, it would count the files twice, or forever.
@@ -185,8 +184,6 @@ TEST(PlatformLogTest, ATagLongerThanTheLineIsCut) {
         << text.size();
 }
 
-namespace {
-
 // The message after the UTC time prefix "YYYY-MM-DDTHH:MM:SS:>" of a history line; false when the
 // prefix is malformed.
 bool StripStamp(const std::string& line, std::string& message) {
@@ -208,8 +205,6 @@ protected:
     }
     std::string dir_, path_;
 };
-
-}  // namespace
 
 // A line carries the UTC time and the message, cut at 2047 characters; a path through a link is refused.
 TEST_F(HistoryLogTest, LineCarriesTheUtcTimeAndTheMessageCutAt2047Characters) {
@@ -348,8 +343,6 @@ TEST_F(HistoryLogTest, ConcurrentWritersNeverInterleaveOrLoseKeptLines) {
     }
 }
 
-namespace {
-
 // The kit's files, each replaced by a FIFO that nobody opens: every call that reads or writes one must
 // come back with its failure result instead of waiting in open() for a peer that never comes.
 struct FifoCase {
@@ -415,8 +408,6 @@ const FifoCase kFifoCases[] = {
 
 class NoWaitOpenTest : public FoundationTest, public ::testing::WithParamInterface<FifoCase> {};
 
-}  // namespace
-
 TEST_P(NoWaitOpenTest, AFifoInPlaceOfTheFileFailsTheCallAtOnce) {
     const FifoCase& row = GetParam();
     std::string fifo = Under(row.file);
@@ -437,8 +428,6 @@ TEST_P(NoWaitOpenTest, AFifoInPlaceOfTheFileFailsTheCallAtOnce) {
 INSTANTIATE_TEST_SUITE_P(KitFiles, NoWaitOpenTest, ::testing::ValuesIn(kFifoCases),
                          [](const auto& info) { return std::string(info.param.name); });
 
-namespace {
-
 // Change notifications: type and text of each, and the thread they came on (the main context's).
 struct Changes {
     std::vector<std::string> seen;
@@ -454,8 +443,6 @@ struct Changes {
 };
 
 using SettingsTest = FoundationTest;
-
-}  // namespace
 
 TEST_F(SettingsTest, BadKeysKeyFilesAndToolArgumentsAreRefusedAndChangeNothing) {
     for (const char* key : {"", "other/x", "db/", "db/../escape", "db/.hidden"}) {
@@ -550,8 +537,6 @@ TEST_F(SettingsTest, ChangesByAnotherProcessReachTheCallbacksOnTheMainContext) {
     EXPECT_EQ(vconf_ignore_key_changed("memory/tak/biu_updating_app", Changes::Callback), VCONF_OK);
 }
 
-namespace {
-
 // The NUL-terminated entries that the probe wrote to a file.
 std::list<std::string> Entries(const std::string& path) {
     return TAKString::SplitStringToList(orvix::test::ReadWholeFile(path), std::string(1, '\0'), true);
@@ -559,8 +544,6 @@ std::list<std::string> Entries(const std::string& path) {
 
 using ShellTest = FoundationTest;
 using UtilityTest = FoundationTest;
-
-}  // namespace
 
 TEST_F(ShellTest, ChildGetsEveryArgumentWholeAndNothingButPath) {
     setenv("FOUNDATION_PARENT_ONLY", "must not pass", 1);
@@ -646,8 +629,6 @@ TEST_F(UtilityTest, RefusesEverythingOutsideTheRoot) {
     TAKDir::RemoveAllFiles(outside, true, false);
 }
 
-namespace {
-
 // The platform's tracing markers: Chrome trace events appended to the root's trace file.
 class TraceTest : public FoundationTest {
 protected:
@@ -678,8 +659,6 @@ protected:
 
     std::string file_;
 };
-
-}  // namespace
 
 // Each thread's events come in its own order (nested ones too, their name made valid UTF-8), with this
 // process's id, its thread id and times that never go back; no event of one thread is lost or mixed into
@@ -752,3 +731,5 @@ TEST_F(TraceTest, WrittenOnlyInARootWithItsLogDirectoryToTheFileThatIsThere) {
         std::filesystem::remove(file_);
     }
 }
+
+}  // namespace
