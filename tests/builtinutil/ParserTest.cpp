@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "BuiltInAppUtil.h"
@@ -40,11 +41,8 @@ std::string TestList(const std::string& text) {
 // HOME_TEST_LIST: five fields, the table text taken byte for byte; the candidate file: six fields, blanks
 // and line ends around records and fields dropped; RESERVED_16: exactly two fields.
 TEST(ListParsers, TakeEntriesOfTheirFieldCountAndSkipOthers) {
-    const struct {
-        const char* name;
-        std::string (*parse)(const std::string&);
-        std::string text, expected;
-    } cases[] = {
+    const std::tuple<const char*, std::string (*)(const std::string&), std::string, std::string> cases[] = {
+        // name, parser, text, the entries it takes
         {"trailing and doubled separators", Home, ";a,p,1,g,t;;b,q,2,h,u;", "a|p|1|g|t|/b|q|2|h|u|/"},
         {"truncated last entry", Home, "a,p,1,g,t;b,q,2", "a|p|1|g|t|/"},
         {"extra fields ignored", Home, "a,p,1,g,t,x,y", "a|p|1|g|t|/"},
@@ -59,8 +57,8 @@ TEST(ListParsers, TakeEntriesOfTheirFieldCountAndSkipOthers) {
         {"three fields", TestList, "a,p,x;b,q", "b|q/"},
         {"empty package id", TestList, "a,", "a|/"},
     };
-    for (const auto& c : cases) {
-        EXPECT_EQ(c.parse(c.text), c.expected) << c.name;
+    for (const auto& [name, parse, text, expected] : cases) {
+        EXPECT_EQ(parse(text), expected) << name;
     }
 }
 
@@ -79,11 +77,8 @@ TEST(ListParsers, AMegabyteOfDamagedEntriesIsReportedOnce) {
 
 // Only an update that has started names a package; everything else reads as "nothing updating".
 TEST(UpdatingAppParser, NamesThePackageOnlyForAStartedUpdate) {
-    const struct {
-        const char* name;
-        std::string json;
-        std::string pkgname;  // "": nothing updating
-    } cases[] = {
+    const std::tuple<const char*, std::string, std::string> cases[] = {
+        // name, the setting's text, the package named ("": nothing updating)
         {"update", R"({"status":"update","value":"start","pkgname":"pkg.a"})", "pkg.a"},
         {"pre_update", R"({"value":"start","pkgname":"c","status":"pre_update","more":[1]})", "c"},
         {"update ended", R"({"status":"update","value":"end","pkgname":"a"})", ""},
@@ -94,10 +89,10 @@ TEST(UpdatingAppParser, NamesThePackageOnlyForAStartedUpdate) {
         {"NUL inside", std::string("{\"status\":\"update\"\0}", 20), ""},
         {"deep nesting", std::string(5000, '[') + std::string(5000, ']'), ""},
     };
-    for (const auto& c : cases) {
+    for (const auto& [name, json, expected] : cases) {
         std::string pkgname = "stale";
-        EXPECT_EQ(CBuiltInAppUtil::ParseUpdatingApp(c.json, pkgname), !c.pkgname.empty()) << c.name;
-        EXPECT_EQ(pkgname, c.pkgname) << c.name;
+        EXPECT_EQ(CBuiltInAppUtil::ParseUpdatingApp(json, pkgname), !expected.empty()) << name;
+        EXPECT_EQ(pkgname, expected) << name;
     }
 }
 
