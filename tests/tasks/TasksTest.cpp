@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 #include <pthread.h>
 
+#include <algorithm>
 #include <atomic>
 #include <condition_variable>
 #include <future>
@@ -291,6 +292,9 @@ TEST(ATimer, RunsTheCallbackExactlyItsRepeatCountOnItsOwnThreadAndCanBeMadeAgain
     EXPECT_FALSE(referenceTimer.Create(1, 1, Calls::Record, &reference));
     ASSERT_TRUE(three.WaitAtLeast(3) && reference.WaitAtLeast(reference.Get() + 10));
     EXPECT_EQ(three.Values(), std::vector<long>(3, 0)) << "not three calls, or one on the owner's thread";
+    const std::vector<long> referenceCalls = reference.Values();
+    EXPECT_EQ(std::count(referenceCalls.begin(), referenceCalls.end(), 1L), 0)
+        << "a call on the owner's thread";
     // Bounded: a timer thread left running would call into this test's freed objects.
     MustReturn("CTAKTimer::Destroy()", [&] { timer.Destroy(), referenceTimer.Destroy(); });
     ASSERT_TRUE(referenceTimer.Create(2, CTAKTimer::REPEAT_FOREVER, Calls::Record, &reference) &&
