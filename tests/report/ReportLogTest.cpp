@@ -57,20 +57,21 @@ std::vector<std::string> Join(std::initializer_list<std::vector<std::string>> pa
     return all;
 }
 
-std::string Ids(const std::vector<std::string>& ids) {
+// `label` and the items joined by commas; nothing when there are none, unless `always`.
+std::string List(const char* label, const std::vector<std::string>& items, bool always = false) {
     std::string text;
-    for (const std::string& id : ids) {
-        text += (text.empty() ? "" : ",") + id;
+    for (const std::string& item : items) {
+        text += (text.empty() ? "" : ",") + item;
     }
-    return text;
+    return items.empty() && !always ? "" : label + text;
 }
 
-std::string Pairs(const char* name, const std::vector<std::pair<std::string, std::string>>& pairs) {
-    std::string text;
-    for (const auto& pair : pairs) {
-        text += (text.empty() ? name : ",") + pair.first + ":" + pair.second;
+std::vector<std::string> Pairs(const std::vector<std::pair<std::string, std::string>>& pairs) {
+    std::vector<std::string> items;
+    for (const auto& [id, why] : pairs) {
+        items.push_back(id + ":" + why);
     }
-    return text;
+    return items;
 }
 
 // One reset in a line: what a case expects, with what matters and nothing else.
@@ -81,29 +82,25 @@ std::string Summary(const SResetRecord& reset) {
     if (!reset.resultName.empty()) {
         out << " " << reset.resultName << "=" << reset.resultValue << (reset.resultDelivered ? "" : "!");
     }
-    out << " req=" << Ids(reset.requested) << " done=" << Ids(reset.Done());
-    out << (reset.failed.empty() ? "" : " failed=" + Ids(reset.failed));
-    out << (reset.timedOut.empty() ? "" : " timedout=" + Ids(reset.timedOut));
-    out << (reset.resultLogged ? " named" : "") << (reset.refused ? " refused" : "");
-    out << Pairs(" kept=", reset.kept) << Pairs(" skipped=", reset.skipped);
-    out << (reset.stoppedAnswers.empty() ? "" : " late=" + Ids(reset.stoppedAnswers));
-    out << (reset.emptied.empty() ? "" : " emptied=" + Ids(reset.emptied));
-    out << (reset.installOrder.empty() ? "" : " order=" + Ids(reset.installOrder));
-    out << (reset.waitedFor.empty() ? "" : " waitedfor=" + Ids(reset.waitedFor));
+    out << List(" req=", reset.requested, true) << List(" done=", reset.Done(), true)
+        << List(" failed=", reset.failed) << List(" timedout=", reset.timedOut)
+        << (reset.resultLogged ? " named" : "") << (reset.refused ? " refused" : "")
+        << List(" kept=", Pairs(reset.kept)) << List(" skipped=", Pairs(reset.skipped))
+        << List(" late=", reset.stoppedAnswers) << List(" emptied=", reset.emptied)
+        << List(" order=", reset.installOrder) << List(" waitedfor=", reset.waitedFor);
     const std::pair<const char*, const SSpan*> spans[] = {
         {" binder=", &reset.binderWait}, {" updates=", &reset.updatesWait}, {" cleanup=", &reset.cleanUp}};
     for (const auto& span : spans) {
         out << (span.second->Started() ? span.first + std::to_string(span.second->Us() / 1000) + "ms" : "");
     }
     // Each answered app's time from request to answer.
-    std::string times;
+    std::vector<std::string> times;
     for (const SAppTiming& app : reset.apps) {
-        times += app.span.Us() < 0
-                     ? ""
-                     : (times.empty() ? "" : ",") + app.id + ":" + std::to_string(app.span.Us() / 1000);
+        if (app.span.Us() >= 0) {
+            times.push_back(app.id + ":" + std::to_string(app.span.Us() / 1000));
+        }
     }
-    out << (times.empty() ? "" : " ms=" + times);
-    return out.str();
+    return out.str() + List(" ms=", times);
 }
 
 struct LogCase {
@@ -135,9 +132,6 @@ std::vector<LogCase> Cases() {
         Line("10:00:01.200", 'I', kCallback, kApps, "uninstall callback appid b "),
         Line("10:00:03.100", 'W', kAppsTask, kApps, "uninstall of c timed out after 2 s")};
     std::vector<std::string> success = Result("10:00:03.500", kAppsTask, "method call success");
-    const std::string fullApps =
-        "tak_app_reset ud=42 reported 2500ms tak_app_reset_result=1 req=a,b,c done=a "
-        "failed=b timedout=c ms=a:50,b:100,c:2000";
     std::string full = Line("10:00:01.100", 'I', kAppsTask, kApps, "Reset z");
     const std::string rules = "Reset/src/AppsResetRules", list = "Reset/src/BuiltInAppList";
     std::vector<std::string> serviceStages = {
@@ -169,12 +163,13 @@ std::vector<LogCase> Cases() {
     return {
         {"StagesOfAServiceResetAndTheResultAsLogged",
          Join({appsReset,
+               {Line("10:00:01.100", 'I', kAppsTask, kApps, "Reset p")},
                Request("10:00:02.000", "tak_service_reset", "5"),
                {Core("10:00:02.000", "App Reset Start", 'E'),
                 Core("10:00:02.000", "Send CTAKTaskBase::EVENT_EXIT to m_Reset!")},
                serviceStages,
                Result("10:00:03.600", kAppsTask, "method call success")}),
-         {"tak_app_reset ud=42 replaced 1000ms req= done= late=q",
+         {"tak_app_reset ud=42 replaced 1000ms req=p done= late=q",
           "tak_service_reset ud=5 reported 1600ms tak_service_reset_result=0 req=a done=a named "
           "kept=d:default/native,e:disable reset,f:fixed id emptied=/d/common/ binder=400ms cleanup=600ms "
           "ms=a:300"}},
@@ -197,15 +192,6 @@ std::vector<LogCase> Cases() {
          Join({appsReset,
                Result("10:00:02.000", kAppsTask, "method call false.x, detail[message:y, code:1] ")}),
          {"tak_app_reset ud=42 reported 1000ms tak_app_reset_result=1! req= done="}},
-        {"ReplacedByTheNextRequest",
-         Join({appsReset,
-               {Line("10:00:01.100", 'I', kAppsTask, kApps, "Reset a")},
-               Request("10:00:02.000", "tak_service_reset", "7"),
-               {Core("10:00:02.000", "App Reset Start", 'E'),
-                Core("10:00:02.000", "Send CTAKTaskBase::EVENT_EXIT to m_Reset!")},
-               Result("10:00:02.300", kAppsTask, "method call success")}),
-         {"tak_app_reset ud=42 replaced 1000ms req=a done=",
-          "tak_service_reset ud=7 reported 300ms tak_service_reset_result=1 req= done="}},
         {"EndedByEnd",
          Join({appsReset,
                Request("10:00:04.000", "end", "0"),
@@ -240,25 +226,24 @@ std::vector<LogCase> Cases() {
                threeApps,
                Result("10:00:02.800", kBuiltinTask, "method call success"),
                success}),
-         {fullApps,
+         {"tak_app_reset ud=42 reported 2500ms tak_app_reset_result=1 req=a,b,c done=a "
+          "failed=b timedout=c ms=a:50,b:100,c:2000",
           "biu_service_reset ud=9 reported 1300ms biu_service_reset_result=1 req=x,y,w done=w "
           "failed=x timedout=y ms=x:100,y:1100,w:1150"}},
-        {"TruncatedNonUtf8AndForeignLines",
+        // A line cut short, one not UTF-8 before its header, another process's, a message going on past a
+        // newline, one with a byte that is not UTF-8.
+        {"DamagedForeignAndSplitLines",
          Join({appsReset,
-               {full.substr(0, 12), "\xff\xfe" + full, Line("10:00:01.100", 'I', 9, kApps, "Reset q", 900)},
+               {full.substr(0, 12), "\xff\xfe" + full, Line("10:00:01.100", 'I', 9, kApps, "Reset q", 900),
+                full.substr(0, full.size() - 4) + "\n", "\033[0m"},
                threeApps,
                {Line("10:00:03.200", 'I', kAppsTask, kApps, "Reset r\xff")},
                success}),
-         {"tak_app_reset ud=42 reported 2500ms tak_app_reset_result=1 req=a,b,c,r\xef\xbf\xbd done=a "
-          "failed=b "
-          "timedout=c ms=a:50,b:100,c:2000"},
+         {"tak_app_reset ud=42 reported 2500ms tak_app_reset_result=1 req=z,a,b,c,r\xef\xbf\xbd done=a "
+          "failed=b timedout=c ms=a:50,b:100,c:2000"},
          2,
          1,
          1},
-        {"MessageGoingOnPastANewline",
-         Join({appsReset, {full.substr(0, full.size() - 4) + "\n", "\033[0m"}, threeApps, success}),
-         {"tak_app_reset ud=42 reported 2500ms tak_app_reset_result=1 req=z,a,b,c done=a failed=b "
-          "timedout=c ms=a:50,b:100,c:2000"}},
     };
 }
 
