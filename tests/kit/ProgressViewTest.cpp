@@ -3,32 +3,13 @@
 #include <gtest/gtest.h>
 
 #include <cstdio>
+#include <functional>
 #include <string>
 #include <vector>
 
 #include "ProgressView.h"
 
 namespace {
-
-// One thing that happens to the view: a report, a tick after `seconds` of quiet, an announcement.
-struct Step {
-    enum { Start, Advance, Finish, Quiet, Announce } kind;
-    int count = 0;
-    int failed = 0;
-    std::string what{};
-};
-
-const auto Started = [](int total) { return Step{Step::Start, total}; };
-const auto Advanced = [](int ended, int failed = 0) { return Step{Step::Advance, ended, failed}; };
-const auto Finished = [](int failed = 0) { return Step{Step::Finish, 0, failed}; };
-const auto Quiet = [](int seconds) { return Step{Step::Quiet, seconds}; };
-const auto Announced = [](const std::string& what) { return Step{Step::Announce, 0, 0, what}; };
-
-struct ViewCase {
-    const char* name;
-    std::vector<Step> steps;
-    std::string shown;  // every line of the log
-};
 
 // The view writing to a string, on a clock that moves only when told to.
 class ViewOnAClock {
@@ -40,7 +21,11 @@ public:
         free(m_pText);
     }
     CProgressView& View() { return m_View; }
-    void Pass(int seconds) { m_nNowUs += seconds * G_USEC_PER_SEC; }
+    // `seconds` pass without a report, then the view's timer fires.
+    void Quiet(int seconds) {
+        m_nNowUs += seconds * G_USEC_PER_SEC;
+        m_View.Tick();
+    }
     std::string Text() {
         fflush(m_pOut);
         return std::string(m_pText, m_nSize);
@@ -54,29 +39,32 @@ private:
     CProgressView m_View;
 };
 
+// One thing that happens to the view: a report, a tick after `seconds` of quiet, an announcement.
+using Step = std::function<void(ViewOnAClock&)>;
+const auto Started = [](int total) -> Step { return [=](ViewOnAClock& v) { v.View().Start(total); }; };
+const auto Advanced = [](int ended, int failed = 0) -> Step {
+    return [=](ViewOnAClock& v) { v.View().Advance(ended, failed); };
+};
+const auto Finished = [](int failed = 0) -> Step {
+    return [=](ViewOnAClock& v) { v.View().Finish(failed); };
+};
+const auto Quiet = [](int seconds) -> Step { return [=](ViewOnAClock& v) { v.Quiet(seconds); }; };
+const auto Announced = [](std::string what) -> Step {
+    return [=](ViewOnAClock& v) { v.View().Announce(what); };
+};
+
+struct ViewCase {
+    const char* name;
+    std::vector<Step> steps;
+    std::string shown;  // every line of the log
+};
+
 class AProgressView : public ::testing::TestWithParam<ViewCase> {};
 
 TEST_P(AProgressView, ShowsWhatTheReportsSay) {
     ViewOnAClock view(false);
     for (const Step& step : GetParam().steps) {
-        switch (step.kind) {
-            case Step::Start:
-                view.View().Start(step.count);
-                break;
-            case Step::Advance:
-                view.View().Advance(step.count, step.failed);
-                break;
-            case Step::Finish:
-                view.View().Finish(step.failed);
-                break;
-            case Step::Quiet:
-                view.Pass(step.count);
-                view.View().Tick();
-                break;
-            case Step::Announce:
-                view.View().Announce(step.what);
-                break;
-        }
+        step(view);
     }
     EXPECT_EQ(view.Text(), GetParam().shown);
 }
@@ -115,12 +103,9 @@ INSTANTIATE_TEST_SUITE_P(
 // open line and nothing else.
 TEST(AProgressViewOnATerminal, RedrawsTheQuietBarAndCloseEndsOnlyAnOpenLine) {
     ViewOnAClock view(true);
-    view.View().Start(2);
-    view.View().Advance(1, 0);
-    view.Pass(3);
-    view.View().Tick();
-    view.Pass(2);
-    view.View().Tick();
+    for (const Step& step : {Started(2), Advanced(1), Quiet(3), Quiet(2)}) {
+        step(view);
+    }
     std::string text = view.Text();
     EXPECT_EQ(text.substr(text.rfind('\r')),
               "\r\x1b[Kbuilt-in reset           [###############---------------] 1/2, no report for 5 s, "
