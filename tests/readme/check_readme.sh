@@ -86,39 +86,31 @@ check_static_command() {
     words=("${words[@]:1}")
   done
   ((${#words[@]} > 0)) || return 0
+  local problem="" checked="${words[0]} ${words[1]:-}"
   case "${words[0]}" in
     make)
-      local target=${words[1]:-test}
       # -q runs nothing: 0 or 1 (up to date or not) for a target, 2 for none.
-      make -C "$source_dir" -q "$target" >/dev/null 2>&1
-      if (($? < 2)); then
-        echo "  checked, not run: make $target (a target of the Makefile)"
-      else
-        fail "$where: '$command': no target '$target' in the Makefile"
-      fi
+      make -C "$source_dir" -q "${words[1]:-test}" >/dev/null 2>&1
+      (($? < 2)) || problem="no target '${words[1]:-test}' in the Makefile"
       ;;
     orvix-host)
-      if "$orvix_host" help "${words[1]:-help}" >/dev/null 2>&1; then
-        echo "  checked, not run: orvix-host ${words[1]:-}"
-      else
-        fail "$where: '$command': orvix-host has no subcommand '${words[1]:-}'"
-      fi
+      "$orvix_host" help "${words[1]:-help}" >/dev/null 2>&1 ||
+        problem="orvix-host has no subcommand '${words[1]:-}'"
       ;;
     tak-reset-demo)
-      if grep -q 'tak-reset-demo' "$source_dir/CMakeLists.txt" "$source_dir"/*/CMakeLists.txt 2>/dev/null; then
-        echo "  checked, not run: tak-reset-demo (installed by the build's install rules)"
-      else
-        fail "$where: '$command': nothing installs tak-reset-demo"
-      fi
+      grep -q 'tak-reset-demo' "$source_dir/CMakeLists.txt" "$source_dir"/*/CMakeLists.txt 2>/dev/null ||
+        problem="nothing installs tak-reset-demo"
       ;;
     *)
-      if command -v "${words[0]}" >/dev/null; then
-        echo "  checked, not run: ${words[0]} (on PATH)"
-      else
-        fail "$where: '$command': ${words[0]} is neither on PATH nor a program of the kit"
-      fi
+      checked="${words[0]} (on PATH)"
+      command -v "${words[0]}" >/dev/null || problem="${words[0]} is neither on PATH nor a program of the kit"
       ;;
   esac
+  if [[ -n "$problem" ]]; then
+    fail "$where: '$command': $problem"
+  else
+    echo "  checked, not run: $checked"
+  fi
 }
 
 # The `sh` blocks, in order, as one script; $work/runner.lines maps its lines to README lines.
@@ -133,9 +125,7 @@ __fail() {
 }
 trap '__fail $LINENO' ERR
 EOF
-header=$(wc -l <"$runner")
-: >"$work/runner.lines"
-for _ in $(seq "$header"); do echo 0 >>"$work/runner.lines"; done
+yes 0 | head -n "$(wc -l <"$runner")" >"$work/runner.lines"
 
 n=0
 while IFS=$'\t' read -r kind start; do

@@ -5,14 +5,14 @@
 #
 #   tests/readme/check_readme_test.sh BUILD_DIR
 set -uo pipefail
+shopt -s lastpipe # a case at the end of a pipe still counts its failure
 here=$(cd "$(dirname "$0")" && pwd)
 build=$(cd "${1:?usage: check_readme_test.sh BUILD_DIR}" && pwd)
 work=$(mktemp -d "${TMPDIR:-/tmp}/crt.XXXXXX")
 trap 'rm -rf "$work"' EXIT
 failures=0
-fence='```'
 
-# case NAME STATUS EXPECTED_TEXT: README text on standard input; $timeout bounds its commands (300 s).
+# case_ NAME STATUS EXPECTED_TEXT: README text on standard input; $timeout bounds its commands (300 s).
 cases=0
 case_() {
   local name=$1 want_status=$2 want_text=$3
@@ -38,72 +38,27 @@ case_() {
   fi
 }
 
-case_ passes 0 "" <<EOF
-${fence}sh make
-make demo
-${fence}
-${fence}sh
-x=\$(mktemp -d)
-test -d "\$x"
-${fence}
-${fence}text
-not a command at all
-${fence}
-EOF
+# A fenced block: its kind, then its lines.
+block() {
+  printf '```%s\n' "$1"
+  shift
+  printf '%s\n' "$@" '```'
+}
 
-case_ names_the_failing_line 1 "block 2 (README line 4) failed at README line 6: grep -q absent /dev/null" <<EOF
-${fence}sh
-true
-${fence}
-${fence}sh
-echo first
-grep -q absent /dev/null
-echo never
-${fence}
-EOF
-
-case_ stops_the_kit_of_a_failed_walk_through 1 "failed at README line 4: false" <<EOF
-${fence}sh
-export ORVIX_HOST_ROOT=\$(mktemp -d) PATH="\$PWD/build/tools/orvix-host:\$PATH"
-orvix-host init --apps 1 && orvix-host up
-false
-${fence}
-EOF
-
-timeout=2 case_ bounds_a_command_that_never_ends 1 "did not end within 2 s" <<EOF
-${fence}sh
-tail -f /dev/null
-${fence}
-EOF
-
-case_ unknown_make_target 1 "no target 'nosuch' in the Makefile" <<EOF
-${fence}sh make
-make nosuch
-${fence}
-EOF
-
-case_ unknown_subcommand 1 "orvix-host has no subcommand 'nosuch'" <<EOF
-${fence}sh make
-orvix-host nosuch
-${fence}
-EOF
-
-case_ block_without_a_kind 1 "say what the block is after its fence" <<EOF
-${fence}
-echo hi
-${fence}
-EOF
-
-case_ missing_link_target 1 "README links to docs/nowhere.md, which does not exist" <<EOF
-See [nowhere](docs/nowhere.md).
-EOF
-
+{ block "sh make" "make demo"; block sh 'x=$(mktemp -d)' 'test -d "$x"'; block text "not a command at all"; } |
+  case_ passes 0 ""
+{ block sh true; block sh "echo first" "grep -q absent /dev/null" "echo never"; } |
+  case_ names_the_failing_line 1 "block 2 (README line 4) failed at README line 6: grep -q absent /dev/null"
+block sh 'export ORVIX_HOST_ROOT=$(mktemp -d) PATH="$PWD/build/tools/orvix-host:$PATH"' \
+  "orvix-host init --apps 1 && orvix-host up" false |
+  case_ stops_the_kit_of_a_failed_walk_through 1 "failed at README line 4: false"
+block sh "tail -f /dev/null" | timeout=2 case_ bounds_a_command_that_never_ends 1 "did not end within 2 s"
+block "sh make" "make nosuch" | case_ unknown_make_target 1 "no target 'nosuch' in the Makefile"
+block "sh make" "orvix-host nosuch" | case_ unknown_subcommand 1 "orvix-host has no subcommand 'nosuch'"
+block "" "echo hi" | case_ block_without_a_kind 1 "say what the block is after its fence"
+echo "See [nowhere](docs/nowhere.md)." |
+  case_ missing_link_target 1 "README links to docs/nowhere.md, which does not exist"
 head -c 16000 /dev/zero | tr '\0' 'x' | case_ too_long 1 "keep it under 15360"
-
-case_ unclosed_block 1 "the code block opened at README line 2 is never closed" <<EOF
-text
-${fence}sh
-echo hi
-EOF
+printf 'text\n```sh\necho hi\n' | case_ unclosed_block 1 "the code block opened at README line 2 is never closed"
 
 exit $((failures > 0))
