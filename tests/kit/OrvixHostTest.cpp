@@ -116,9 +116,9 @@ TEST_F(OrvixHost, InitMakesAFreshRootButNeverWipesAForeignDirectoryOrARunningRoo
 
     std::string foreign = orvix::test::TempPattern("orvix-foreign-");
     ASSERT_NE(mkdtemp(foreign.data()), nullptr);
-    std::ofstream(std::string(foreign) + "/precious.txt") << "keep me";
     // Nor do the commands that need a root run in it; it is left as it was. A file is no root at all.
-    const std::string file = std::string(foreign) + "/precious.txt";
+    const std::string file = foreign + "/precious.txt";
+    std::ofstream(file) << "keep me";
     for (const Strings& command :
          {Strings{"init"}, Strings{"calls"}, Strings{"launch", "reset=end"}, Strings{"pkg", "list"},
           Strings{"settings", "get", "db/a/b"}, Strings{"down"}, Strings{"sysinfo", "list"}}) {
@@ -208,11 +208,8 @@ protected:
         }
         return orvix::test::RunProgram(command, environment);
     }
-    static std::string s_prefix;
-    inline static std::string s_installProblem;
+    inline static std::string s_prefix, s_installProblem;
 };
-
-std::string AnInstalledKit::s_prefix;
 
 // The reset's own work is the reset tests'; here only who does it.
 TEST_F(AnInstalledKit, RunsTheWalkThroughWithItsOwnProgramsOnly) {
@@ -272,14 +269,10 @@ TEST_F(AnInstalledKit, EveryProgramAnswersHelpAndHasItsManualPage) {
         EXPECT_EQ(help.status, 0) << name << ": " << help.err;
         EXPECT_NE(help.out.find(name), std::string::npos) << name << ": " << help.out;
         EXPECT_EQ(help.err, "") << name;
-        bool page = false;
-        for (const char* section : {"1", "8"}) {
-            std::string path = s_prefix + "/share/man/man" + section + "/" + name + "." + section + ".gz";
-            std::error_code error;
-            std::uintmax_t size = std::filesystem::file_size(path, error);
-            page = page || (!error && size > 0);
-        }
-        EXPECT_TRUE(page) << name << " has no manual page";
+        auto page = [&](const std::string& section) {
+            return ReadWholeFile(s_prefix + "/share/man/man" + section + "/" + name + "." + section + ".gz");
+        };
+        EXPECT_NE(page("1") + page("8"), "") << name << " has no manual page";
     }
     EXPECT_FALSE(std::filesystem::exists(Root() + "/run/tak-reset"))
         << "tak-reset --help started the service";

@@ -57,10 +57,9 @@ TEST_F(ServiceApp, OneInstanceHandlesEveryRequestOnceAtATimeInArrivalOrder) {
     std::string queued = Launched({"id=second"});
     EXPECT_EQ(queued.rfind("queued to the running " + AppName(), 0), 0u) << queued;
     // Another process of the app hands its request to the running instance and leaves.
-    EXPECT_EQ(orvix::test::RunProgram(orvix::test::DeviceArgv({KIT_APP_PATH, "id=third"}),
-                                      {{"ORVIX_HOST_ROOT", Root()}})
-                  .status,
-              0);
+    RunResult third = orvix::test::RunProgram(orvix::test::DeviceArgv({KIT_APP_PATH, "id=third"}),
+                                              {{"ORVIX_HOST_ROOT", Root()}});
+    EXPECT_EQ(third.status, 0) << third.err;
     const int kThreads = 4, kEach = 8;
     std::vector<std::thread> threads;
     for (int t = 0; t < kThreads; ++t) {

@@ -108,10 +108,7 @@ TEST_F(TheCommand, ReadsRotatedHistoryLogsOldestFirst) {
     ASSERT_EQ(run.status, 0) << run.err;
     const size_t oldest = run.out.find("\"oldest\""), older = run.out.find("\"older\""),
                  newest = run.out.find("\"newest\"");
-    EXPECT_TRUE(oldest != std::string::npos && older != std::string::npos && newest != std::string::npos)
-        << run.out;
-    EXPECT_LT(oldest, older);
-    EXPECT_LT(older, newest);
+    EXPECT_TRUE(oldest < older && older < newest && newest != std::string::npos) << run.out;
 }
 
 }  // namespace

@@ -57,6 +57,10 @@ std::string Describe(const STimelineSpan& span, int64_t origin) {
            std::to_string((span.endUs - span.startUs) / 1000) + "ms";
 }
 
+uint32_t Packed(const CTimelinePicture::SColour& colour) {
+    return static_cast<uint32_t>(colour.red << 16 | colour.green << 8 | colour.blue);
+}
+
 }  // namespace
 
 // A reset's row holds its run; its apps follow it on rows of their own, the waits marked; an open reset
@@ -120,18 +124,16 @@ TEST_F(TimelineTest, TraceHoldsEverySpanAndTheKitsEvents) {
         {"#1 app b", "b timed out", t0 + 2000, t0 + 2000, EKind::Wait},
         {"#1 tak_app_reset", "again", t0 + 3 * kSecond, t0 + 4 * kSecond, EKind::Stage},
     };
-    const std::string kit = dir_ + "/tak-reset.trace.json";
-    auto event = [](const char* phase, int tid, int64_t ts, const char* name = nullptr) {
-        return std::string("{") + (name ? "\"name\":\"" + std::string(name) + "\"," : "") + "\"ph\":\"" +
-               phase + "\",\"pid\":7,\"tid\":" + std::to_string(tid) + ",\"ts\":" + std::to_string(ts) +
-               "},\n";
-    };
     // Thread 8 nests one stage in another; thread 9 begins one that never ends, then the writer died.
-    std::ofstream(kit) << "[\n"
-                       << event("B", 8, t0, "start") << event("B", 9, t0 + 1, "never ended")
-                       << event("B", 8, t0 + 2, "inner") << event("E", 8, t0 + 3) << event("E", 8, t0 + 5)
-                       << event("E", 9, t0 + 9).substr(0, 12);
-    EXPECT_EQ(CTraceWriter::KitTraceIn(dir_), kit);
+    const std::string kit = dir_ + "/tak-reset.trace.json";
+    std::ofstream(kit) << R"([
+{"name":"start","ph":"B","pid":7,"tid":8,"ts":1764150000000000},
+{"name":"never ended","ph":"B","pid":7,"tid":9,"ts":1764150000000001},
+{"name":"inner","ph":"B","pid":7,"tid":8,"ts":1764150000000002},
+{"ph":"E","pid":7,"tid":8,"ts":1764150000000003},
+{"ph":"E","pid":7,"tid":8,"ts":1764150000000005},
+{"ph":"E","p)";
+    EXPECT_EQ(CTraceWriter::KitTraceIn(dir_), kit);  // one right in the directory is taken over var/log
     CTraceWriter writer;
     writer.AddSpans(spans);
     ASSERT_TRUE(writer.AddTraceFile(kit));
@@ -178,25 +180,6 @@ TEST_F(TimelineTest, TraceHoldsEverySpanAndTheKitsEvents) {
     EXPECT_EQ(traced, (std::vector<std::string>{"start 0-5", "never ended 1-5", "inner 2-3"}));
 }
 
-namespace {
-
-struct Pixels {
-    cairo_surface_t* surface;
-    uint32_t At(double x, double y) const {
-        const unsigned char* data = cairo_image_surface_get_data(surface);
-        const int stride = cairo_image_surface_get_stride(surface);
-        return *reinterpret_cast<const uint32_t*>(data + static_cast<int>(y) * stride +
-                                                  static_cast<int>(x) * 4) &
-               0xffffffu;
-    }
-};
-
-uint32_t Packed(const CTimelinePicture::SColour& colour) {
-    return static_cast<uint32_t>(colour.red << 16 | colour.green << 8 | colour.blue);
-}
-
-}  // namespace
-
 // The PNG reads back at the picture's size, each bar in its kind's colour where it was placed, the wait
 // hatched; a bad extension or a place that cannot be written is refused and leaves no file.
 TEST_F(TimelineTest, PngBarsAreWhereAndHowTheirKindsSay) {
@@ -220,10 +203,16 @@ TEST_F(TimelineTest, PngBarsAreWhereAndHowTheirKindsSay) {
     ASSERT_EQ(cairo_surface_status(surface), CAIRO_STATUS_SUCCESS);
     EXPECT_EQ(cairo_image_surface_get_width(surface), picture.Width());
     EXPECT_EQ(cairo_image_surface_get_height(surface), picture.Height());
-    Pixels pixels{surface};
+    // The colour of one pixel, as 0xRRGGBB (the surface is ARGB32 in native order).
+    auto pixel = [data = cairo_image_surface_get_data(surface),
+                  stride = cairo_image_surface_get_stride(surface)](double x, double y) {
+        return *reinterpret_cast<const uint32_t*>(data + static_cast<int>(y) * stride +
+                                                  static_cast<int>(x) * 4) &
+               0xffffffu;
+    };
     for (size_t i = 0; i < 2; ++i) {
         CTimelinePicture::SBox box = picture.BarOf(i);
-        EXPECT_EQ(pixels.At(box.x + box.width / 2, box.y + box.height / 2),
+        EXPECT_EQ(pixel(box.x + box.width / 2, box.y + box.height / 2),
                   Packed(CTimelinePicture::ColourOf(spans[i].kind)))
             << i;
     }
@@ -232,7 +221,7 @@ TEST_F(TimelineTest, PngBarsAreWhereAndHowTheirKindsSay) {
     EXPECT_GT(wait.y, picture.BarOf(1).y);
     std::set<uint32_t> waitColours;
     for (double x = wait.x + 2; x < wait.x + wait.width - 2; x += 1) {
-        waitColours.insert(pixels.At(x, wait.y + wait.height / 2));
+        waitColours.insert(pixel(x, wait.y + wait.height / 2));
     }
     EXPECT_TRUE(waitColours.count(Packed(CTimelinePicture::ColourOf(EKind::Wait))) == 1 &&
                 waitColours.size() > 1)

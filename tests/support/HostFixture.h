@@ -71,9 +71,7 @@ inline bool WaitUntil(const std::function<bool()>& condition, std::chrono::milli
 inline std::vector<std::string> DeviceArgv(std::vector<std::string> argv) {
     const char* prefix = getenv("ORVIX_EXEC_PREFIX");
     g_auto(GStrv) words = g_strsplit_set(prefix != nullptr ? prefix : "", " \t", -1);
-    for (guint i = g_strv_length(words); i-- > 0;) {
-        argv.insert(argv.begin(), words[i]);
-    }
+    argv.insert(argv.begin(), words, words + g_strv_length(words));
     argv.erase(std::remove(argv.begin(), argv.end(), ""), argv.end());
     return argv;
 }
@@ -186,10 +184,8 @@ protected:
     // `orvix-host launch EXTRAS...`: the request is queued by tak-reset when this returns status 0. `raw`:
     // sent as given, for a request that is wrong on purpose or meant for another app.
     RunResult Launch(const std::vector<std::string>& extras, bool raw = false) const {
-        std::vector<std::string> args = {"launch", "--"};
-        if (raw) {
-            args.insert(args.begin() + 1, "--raw");
-        }
+        std::vector<std::string> args = raw ? std::vector<std::string>{"launch", "--raw", "--"}
+                                            : std::vector<std::string>{"launch", "--"};
         args.insert(args.end(), extras.begin(), extras.end());
         return Host(args);
     }
