@@ -57,7 +57,8 @@ cross:
 
 # The cross build's test programs under the emulator: `make test-cross ARCH=arm64`. They drive the native
 # kit (build/, built first; the preset points the cross build's tests at it), while the programs built for
-# the device that they and the kit start, and the library the root gets, are the cross build's.
+# the device that they and the kit start, and the library the root gets, are the cross build's. The
+# emulator runs with G_SLICE=always-malloc, as the toolchain file explains.
 QEMU_arm64 := aarch64
 TEST_CROSS_JOBS ?= 1
 CROSS_DIR = $(CURDIR)/build-$(ARCH)
@@ -65,7 +66,7 @@ test-cross: cross
 	@test -n "$(QEMU_$(ARCH))" || { echo "make test-cross: no emulator known for ARCH=$(ARCH)" >&2; exit 2; }
 	@cmake --preset default >/dev/null
 	@cmake --build --preset default --target orvix_kit foundation_probe
-	@ORVIX_EXEC_PREFIX="qemu-$(QEMU_$(ARCH))" \
+	@ORVIX_EXEC_PREFIX="env G_SLICE=always-malloc qemu-$(QEMU_$(ARCH))" \
 	  ORVIX_LIBTAK=$(CROSS_DIR)/tools/libtak_common/libtak_common.so \
 	  ORVIX_TAK_RESET=$(CROSS_DIR)/src/tak-reset \
 	  nice -n 10 ctest --test-dir $(CROSS_DIR) --output-on-failure -j $(TEST_CROSS_JOBS)

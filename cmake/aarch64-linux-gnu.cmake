@@ -46,4 +46,8 @@ set(ENV{PKG_CONFIG_PATH} "")
 # beside the arm64 C library of the multiarch packages, a different build of it, and such a pair corrupts
 # the loader's thread-stack lists (a fork child or a new thread then loops for ever); the multiarch
 # /lib/ld-linux-aarch64.so.1 is the C library's own.
-set(CMAKE_CROSSCOMPILING_EMULATOR qemu-aarch64)
+# G_SLICE=always-malloc is for the emulator itself: qemu-user 7.2 keeps translated code in its GLib's slice
+# allocator, whose lock a fork of a threaded program (tak-reset running /bin/rm, say) can copy held by
+# another thread; the child's first new translation then waits on it for ever. With malloc, which the C
+# library makes safe across fork, it cannot.
+set(CMAKE_CROSSCOMPILING_EMULATOR env G_SLICE=always-malloc qemu-aarch64)
