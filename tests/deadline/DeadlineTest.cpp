@@ -50,15 +50,8 @@ protected:
         // Both as app records and as built-in packages: each reset kind finds the ones it works on.
         AddApps({{"mute"}, {"fine"}});
         for (const char* id : {"mute", "fine"}) {
-            const std::string pkg = std::string("pkg.") + id;
-            orvix::test::RunResult added =
-                Host({"pkg", "add", pkg, "--builtin", "--app", id, "--main", id, "--meta",
-                      "http://orvix.com/tv/metadata/prefer_instant_reset=true"});
-            ASSERT_EQ(added.status, 0) << added.err;
-            Json::Value entry;
-            entry["appId"] = id;
-            entry["pkgId"] = pkg;
-            behaviour["builtin"]["list"].append(entry);
+            AddBuiltIn(id);
+            behaviour["builtin"]["list"].append(BuiltInEntry(id));
         }
         SetSystemFlag("android_on_orvix.support", test.reset == "corvane_reset");
         SetLibTakBehaviour(behaviour);
@@ -81,21 +74,15 @@ TEST_P(ADeadline, EndsTheAppThatNeverAnswersAsFailedAndTheResetStillEnds) {
     }
     EndProcess();
 
-    EXPECT_EQ(CountInLog("mute: no final " + what + " state within 1 s, taken as failed"), 1u);
-    EXPECT_EQ(CountInLog("fine: no final"), 0u);
+    // One warning, for the app that never answered in time.
     EXPECT_EQ(CountWarnings(what + " of mute timed out after 1 s"), 1u);
     EXPECT_EQ(CountWarnings(" of "), 1u);
     EXPECT_EQ(Results(test.reset + "_result").size(), 1u);
-    Lines requests;
-    for (const auto& call : CallsOf("libtak_common", test.BuiltIn() ? "InstallAppAPI" : "UninstallAppAPI")) {
-        requests.push_back(test.BuiltIn() ? call["args"][0][0][1].asString()
-                                          : call["args"][0]["appkey"].asString());
-    }
+    Lines requests = test.BuiltIn() ? Installed() : Requested();
     std::sort(requests.begin(), requests.end());
     EXPECT_EQ(requests, (Lines{"fine", "mute"}));
     std::string history = orvix::test::ReadWholeFile(ServiceDir(2, "log/tak_reset_history.log"));
     if (!test.BuiltIn()) {
-        EXPECT_EQ(Count(history, "[Reset][m_OnDeadline]"), 1u) << history;
         EXPECT_EQ(Count(history, "[mute] uninstall timed out after 1 s"), 1u) << history;
     }
     if (test.reset == "biu_service_reset") {

@@ -354,8 +354,7 @@ protected:
             switch (step.type) {
                 case Step::Library:
                     m_answers = step.answers;
-                    std::ofstream(Root() + "/etc/libtak_common.json", std::ios::trunc)
-                        << orvix::host::JsonLine(m_scenario.Behaviour(step.answers)) << "\n";
+                    ChangeLibTakBehaviour(m_scenario.Behaviour(step.answers));
                     break;
                 case Step::Launch:
                     Model(i, step);

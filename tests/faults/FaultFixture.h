@@ -69,16 +69,10 @@ protected:
         return (check.empty() ? "error" : check[0]) + ", " + (apps.empty() ? "error" : apps[0]) + " apps";
     }
 
-    // The substitute library's behaviour: every uninstall answers after `delayMs` and fails, so the
-    // apps stay installed for the next run and nothing calls the stand-in daemon on the way.
+    // Every uninstall answers after `delayMs` and fails, so the apps stay installed for the next run and
+    // nothing calls the stand-in daemon on the way.
     void FailEveryUninstallAfter(int delayMs) const {
-        Json::Value behaviour(Json::objectValue);
-        behaviour["uninstall"]["delay_ms"] = delayMs;
-        for (const char* app : {"app.one", "app.two"}) {
-            behaviour["uninstall"]["apps"][app]["fail"] = true;
-            behaviour["uninstall"]["apps"][app]["delay_ms"] = delayMs;
-        }
-        SetLibTakBehaviour(behaviour);
+        SetLibTakBehaviour(FailingUninstalls(delayMs, {"app.one", "app.two"}));
     }
 
     // Every directory a reset empties holds something again, as a TV in use would have it.

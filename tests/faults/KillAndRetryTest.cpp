@@ -69,17 +69,6 @@ INSTANTIATE_TEST_SUITE_P(AppsOrCorvaneWaitingOrCleaning, ATakResetKilledMidReset
 
 class ATakResetKilledMidBuiltInReset : public FaultFixture {
 protected:
-    void AddBuiltIn(const std::string& appId) {
-        orvix::test::RunResult added = Host({"pkg", "add", "pkg." + appId, "--builtin", "--version", "2.0.0",
-                                             "--removable", "true", "--app", appId, "--main", appId, "--meta",
-                                             "http://orvix.com/tv/metadata/prefer_instant_reset=true"});
-        ASSERT_EQ(added.status, 0) << added.err;
-        Json::Value entry(Json::objectValue);
-        entry["appId"] = appId;
-        entry["pkgId"] = "pkg." + appId;
-        entry["baseVersion"] = "1.0.0";
-        m_behaviour["builtin"]["list"].append(entry);
-    }
     std::string Version(const std::string& pkgId) const {
         std::istringstream list(Host({"pkg", "list"}).out);
         for (std::string line; std::getline(list, line);) {
@@ -91,24 +80,18 @@ protected:
         }
         return "<absent>";
     }
-    Lines Installed() const {
-        Lines ids;
-        for (const auto& call : CallsOf("libtak_common", "InstallAppAPI")) {
-            ids.push_back(call["args"][0][0][1].asString());  // the first extra, "appkey"
-        }
-        return ids;
-    }
-
-    Json::Value m_behaviour{Json::objectValue};
 };
 
 // The reset marks itself in "db/built-in-app-upgrader/reset" and never clears the mark (the upgrader
 // does), so after a kill the same request is refused, and answered, until the mark is cleared.
 TEST_F(ATakResetKilledMidBuiltInReset, IsRefusedAndAnsweredOnceUntilItsMarkIsClearedThenFinishes) {
-    AddBuiltIn("alpha");
-    AddBuiltIn("beta");
-    m_behaviour["builtin"]["install"]["apps"]["alpha"]["silent"] = true;
-    SetLibTakBehaviour(m_behaviour);
+    Json::Value behaviour(Json::objectValue);
+    for (const char* appId : {"alpha", "beta"}) {
+        AddBuiltIn(appId);
+        behaviour["builtin"]["list"].append(BuiltInEntry(appId));
+    }
+    behaviour["builtin"]["install"]["apps"]["alpha"]["silent"] = true;
+    SetLibTakBehaviour(behaviour);
     const std::vector<std::string> request = {"reset=biu_app_reset", "userdata=51"};
     Start(request);
     ASSERT_TRUE(WaitForCall("libtak_common", "InstallAppAPI"));
@@ -117,8 +100,8 @@ TEST_F(ATakResetKilledMidBuiltInReset, IsRefusedAndAnsweredOnceUntilItsMarkIsCle
     EXPECT_EQ(Setting("db/built-in-app-upgrader/reset"), "2");
     EXPECT_EQ(Version("pkg.alpha"), "2.0.0");
 
-    m_behaviour["builtin"]["install"]["apps"].clear();
-    SetLibTakBehaviour(m_behaviour);
+    behaviour["builtin"]["install"]["apps"].clear();
+    SetLibTakBehaviour(behaviour);
     RunToEnd(request, "biu_app_reset_result");
     EXPECT_EQ(Results("biu_app_reset_result"), One("biu_app_reset_result", "51"));
     EXPECT_EQ(Installed(), Lines{"alpha"});

@@ -248,8 +248,7 @@ TEST_P(ThePlanAndTheBuiltInReset, AgreeOnTheInstallOrder) {
         if (Chance(random, 25)) {
             required.push_back({"home", "5.0"});
         }
-        behaviour["builtin"]["list"].append(ListEntry(appId, required));
-        behaviour["builtin"]["list"][behaviour["builtin"]["list"].size() - 1]["baseVersion"] = "1.0.0";
+        behaviour["builtin"]["list"].append(BuiltInEntry(appId, required));
         if (Chance(random, 15) || !packaged.insert(appId).second) {
             continue;
         }
@@ -278,11 +277,8 @@ TEST_P(ThePlanAndTheBuiltInReset, AgreeOnTheInstallOrder) {
     }
     ASSERT_TRUE(WaitForResult(plan["result"]["name"].asString()));
     EndProcess();
-    Lines installed, install = Actions(plan, "install");
-    for (const auto& call : CallsOf("libtak_common", "InstallAppAPI")) {
-        installed.push_back(call["args"][0][0][1].asString());  // the app key comes first
-    }
-    EXPECT_EQ(installed, install);
+    Lines install = Actions(plan, "install");
+    EXPECT_EQ(Installed(), install);
     // Only an app that is installed makes the reset wait for its background update.
     bool waits = !updating.empty() && std::count(install.begin(), install.end(), updating.substr(4)) > 0;
     EXPECT_EQ(!plan["waitingList"].empty(), waits);

@@ -2,8 +2,6 @@
 // did) and a runner of the plan command on it.
 #pragma once
 
-#include <json/json.h>
-
 #include <string>
 #include <vector>
 
@@ -28,29 +26,6 @@ protected:
             }
         }
         return plan;
-    }
-
-    // A built-in package pkg.APPID whose main app is APPID.
-    void AddBuiltIn(const std::string& appId, const std::string& version,
-                    const std::string& removable = "true", const std::string& instantReset = "true") const {
-        orvix::test::RunResult added =
-            Host({"pkg", "add", "pkg." + appId, "--builtin", "--version", version, "--removable", removable,
-                  "--app", appId, "--main", appId, "--meta",
-                  "http://orvix.com/tv/metadata/prefer_instant_reset=" + instantReset});
-        ASSERT_EQ(added.status, 0) << added.err;
-    }
-
-    // An entry of the library's built-in list, requiring each of `required` (app id, version).
-    static Json::Value ListEntry(const std::string& appId,
-                                 const std::vector<std::pair<std::string, std::string>>& required = {}) {
-        Json::Value entry(Json::objectValue);
-        entry["appId"] = appId;
-        entry["pkgId"] = "pkg." + appId;
-        for (const auto& [id, version] : required) {
-            entry["requires"][id]["version"] = version;
-            entry["requires"][id]["pkgid"] = "pkg." + id;
-        }
-        return entry;
     }
 };
 

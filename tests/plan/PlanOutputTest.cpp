@@ -54,9 +54,9 @@ protected:
             AddBuiltIn("fixed", "2.0.0", "false");
             AddBuiltIn("home", "4.9");
             for (const auto& entry :
-                 {ListEntry("beta", {{"alpha", "1.0"}}), ListEntry("home"),
-                  ListEntry("needs", {{"home", "5.0"}}), ListEntry("cand"), ListEntry("upper"),
-                  ListEntry("fixed"), ListEntry("gone"), ListEntry("busy"), ListEntry("alpha")}) {
+                 {BuiltInEntry("beta", {{"alpha", "1.0"}}), BuiltInEntry("home"),
+                  BuiltInEntry("needs", {{"home", "5.0"}}), BuiltInEntry("cand"), BuiltInEntry("upper"),
+                  BuiltInEntry("fixed"), BuiltInEntry("gone"), BuiltInEntry("busy"), BuiltInEntry("alpha")}) {
                 behaviour["builtin"]["list"].append(entry);
             }
             SetLibTakBehaviour(behaviour);

@@ -90,6 +90,61 @@ protected:
         return get.out.substr(0, get.out.find_last_not_of('\n') + 1);
     }
 
+    // A built-in package pkg.APPID whose main app is APPID.
+    void AddBuiltIn(const std::string& appId, const std::string& version = "2.0.0",
+                    const std::string& removable = "true", const std::string& instantReset = "true") const {
+        orvix::test::RunResult added =
+            Host({"pkg", "add", "pkg." + appId, "--builtin", "--version", version, "--removable", removable,
+                  "--app", appId, "--main", appId, "--meta",
+                  "http://orvix.com/tv/metadata/prefer_instant_reset=" + instantReset});
+        ASSERT_EQ(added.status, 0) << added.err;
+    }
+
+    // An entry of the library's built-in list, requiring each of `required` (app id, version).
+    static Json::Value BuiltInEntry(const std::string& appId,
+                                    const std::vector<std::pair<std::string, std::string>>& required = {}) {
+        Json::Value entry(Json::objectValue);
+        entry["appId"] = appId;
+        entry["pkgId"] = "pkg." + appId;
+        entry["orvixId"] = appId + ".orvix";
+        entry["baseVersion"] = "1.0.0";
+        for (const auto& [id, version] : required) {
+            entry["requires"][id]["version"] = version;
+            entry["requires"][id]["pkgid"] = "pkg." + id;
+        }
+        return entry;
+    }
+
+    // The substitute library's behaviour: an uninstall of each of `apps` answers after `delayMs` and
+    // fails (the app stays installed); the `silent` ones are never answered.
+    static Json::Value FailingUninstalls(int delayMs, const Lines& apps, const Lines& silent = {}) {
+        Json::Value behaviour(Json::objectValue);
+        behaviour["uninstall"]["delay_ms"] = delayMs;
+        for (const std::string& app : apps) {
+            behaviour["uninstall"]["apps"][app]["fail"] = true;
+            behaviour["uninstall"]["apps"][app]["delay_ms"] = delayMs;
+        }
+        for (const std::string& app : silent) {
+            behaviour["uninstall"]["apps"][app]["silent"] = true;
+        }
+        return behaviour;
+    }
+
+    // The library reads its behaviour file at every call: a running process takes a change at once.
+    void ChangeLibTakBehaviour(const Json::Value& behaviour) const {
+        std::ofstream(Root() + "/etc/libtak_common.json", std::ios::trunc)
+            << orvix::host::JsonLine(behaviour) << "\n";
+    }
+
+    // The app ids of the install requests, in the order they were made (the app key is the first extra).
+    Lines Installed() const {
+        Lines ids;
+        for (const auto& call : CallsOf("libtak_common", "InstallAppAPI")) {
+            ids.push_back(call["args"][0][0][1].asString());
+        }
+        return ids;
+    }
+
     // The app ids of the uninstall requests, in the order they were made.
     Lines Requested() const {
         Lines ids;

@@ -11,20 +11,6 @@ namespace {
 
 const char kAndroidApps[] = "android_on_orvix.support";
 
-// Every uninstall answers (a failure: the app stays put) after `delayMs`; `silent` ones never do.
-Json::Value Answering(int delayMs, const std::vector<std::string>& silent = {}) {
-    Json::Value behaviour(Json::objectValue);
-    behaviour["uninstall"]["delay_ms"] = delayMs;
-    for (const char* app : {"one", "two"}) {
-        behaviour["uninstall"]["apps"][app]["fail"] = true;
-        behaviour["uninstall"]["apps"][app]["delay_ms"] = delayMs;
-    }
-    for (const auto& app : silent) {
-        behaviour["uninstall"]["apps"][app]["silent"] = true;
-    }
-    return behaviour;
-}
-
 struct TakeOverCase {
     const char* name;
     std::string first;   // the reset left waiting for "one"
@@ -43,10 +29,9 @@ void PrintTo(const TakeOverCase& c, std::ostream* out) {
 
 class ARestartedAppsReset : public ResetFixture {
 protected:
-    // The library reads its behaviour file at every call: no need to install it again.
-    void Answer(const Json::Value& behaviour) const {
-        std::ofstream(Root() + "/etc/libtak_common.json", std::ios::trunc)
-            << orvix::host::JsonLine(behaviour) << "\n";
+    // Every uninstall answers (a failure: the app stays put) after `delayMs`; `silent` ones never do.
+    static Json::Value Answering(int delayMs, const Lines& silent = {}) {
+        return FailingUninstalls(delayMs, {"one", "two"}, silent);
     }
 };
 
@@ -59,13 +44,13 @@ TEST_P(ATakeOver, EndsOnceTheLibraryAnswersItsOwnRequests) {
     if (c.deadline) {
         SetSetting("int", "db/tak/reset_callback_timeout_sec", "1");
     }
-    Answer(Answering(0, {"one"}));
+    ChangeLibTakBehaviour(Answering(0, {"one"}));
     Start({"reset=" + c.first, "userdata=1"});
     ASSERT_TRUE(WaitForCall("libtak_common", "UninstallAppAPI:callback"));
     if (c.deadline) {
         ASSERT_TRUE(WaitForLog("taken as failed"));
     }
-    Answer(Answering(0));
+    ChangeLibTakBehaviour(Answering(0));
     Start({"reset=" + c.second, "userdata=2"});
     const std::string result = c.second + "_result";
     ASSERT_TRUE(WaitForResult(result, c.results)) << "the reset that took over never reported";
@@ -96,10 +81,10 @@ INSTANTIATE_TEST_SUITE_P(
 // as answers to requests nobody waits for any more, change nothing: one clean-up, one result each.
 TEST_F(ARestartedAppsReset, CountsTheFirstAnswersAndIgnoresTheSurplusOnes) {
     AddApps({{"one"}, {"two"}});
-    Answer(Answering(3000));
+    ChangeLibTakBehaviour(Answering(3000));
     Start({"reset=tak_app_reset", "userdata=1"});
     ASSERT_TRUE(WaitForCall("libtak_common", "UninstallAppAPI", std::chrono::seconds(20), 2));
-    Answer(Answering(4500));
+    ChangeLibTakBehaviour(Answering(4500));
     Start({"reset=tak_app_reset", "userdata=2"});
     ASSERT_TRUE(CallsOf("libtak_common", "UninstallAppAPI:callback").empty())
         << "the first run was answered before the second request came: nothing left to test";
