@@ -235,7 +235,7 @@ protected:
         return {ids.begin(), ids.end()};
     }
 
-    // Every file and directory of the root a reset has no business with: name -> size.
+    // Every file and directory of the root a reset has no business with.
     std::map<std::string, std::string> Snapshot() const {
         std::vector<std::string> skipped = ResetDirectories(true);
         const std::string home = orvix::host::PathVariable(0) + "/owner/";
@@ -245,20 +245,7 @@ protected:
                         // The data store's backup copy (and its journal while a write is under way).
                         ServiceDir(27, "takdb_backup/.vardell.db"), home + ".cache/Apps/WebAppsCache",
                         home + "apps_rw/xwalk-service"});
-        std::map<std::string, std::string> files;
-        std::error_code error;
-        for (auto it = fs::recursive_directory_iterator(Root(), error);
-             it != fs::recursive_directory_iterator(); it.increment(error)) {
-            const std::string path = it->path().string();
-            if (std::none_of(skipped.begin(), skipped.end(),
-                             [&](const std::string& prefix) { return path.rfind(prefix, 0) == 0; })) {
-                files[path.substr(Root().size())] =
-                    it->is_regular_file(error) ? std::to_string(it->file_size(error)) + " bytes" : "present";
-            } else if (it->is_directory(error) && !it->is_symlink(error)) {
-                it.disable_recursion_pending();
-            }
-        }
-        return files;
+        return ResetFixture::Snapshot(skipped);
     }
 
     std::chrono::milliseconds Bound(std::chrono::milliseconds bound) const {

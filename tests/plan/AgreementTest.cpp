@@ -2,8 +2,6 @@
 // links and gaps; built-in lists with requirements, Home packages and every skip reason), the plan is
 // made first, then the real reset runs, and both are compared app by app, directory by directory and,
 // for the built-in kinds, in install order. Making the plan changes nothing in the root.
-#include <sys/stat.h>
-
 #include <algorithm>
 #include <filesystem>
 #include <map>
@@ -48,22 +46,6 @@ Tree Measure(const std::string& path) {
     return tree;
 }
 
-// Every file of the root but the logs, with its mode, size and modification time.
-std::map<std::string, std::string> Snapshot(const std::string& root) {
-    std::map<std::string, std::string> files;
-    std::error_code error;
-    for (auto it = fs::recursive_directory_iterator(root, error); !error && it != fs::end(it);
-         it.increment(error)) {
-        std::string path = it->path().string();
-        struct stat info {};
-        if (path.rfind(root + "/var/log", 0) != 0 && lstat(path.c_str(), &info) == 0) {
-            files[path] = std::to_string(info.st_mode) + " " + std::to_string(info.st_size) + " " +
-                          std::to_string(info.st_mtim.tv_sec) + "." + std::to_string(info.st_mtim.tv_nsec);
-        }
-    }
-    return files;
-}
-
 bool Chance(std::mt19937& random, int percent) {
     return static_cast<int>(random() % 100) < percent;
 }
@@ -74,13 +56,13 @@ class ThePlanAndTheReset : public PlanFixture, public ::testing::WithParamInterf
 protected:
     // The plan, made now; the root is unchanged by it.
     Json::Value PlanUnchanged(std::vector<std::string> args) {
-        std::map<std::string, std::string> before = Snapshot(Root());
+        std::map<std::string, std::string> before = Snapshot({Root() + "/var/log"});
         args.insert(args.begin(), "--json");
         orvix::test::RunResult run = Plan(args);
         EXPECT_EQ(run.status, 0) << run.err;
         Json::Value plan;
         std::istringstream(run.out) >> plan;
-        EXPECT_TRUE(before == Snapshot(Root())) << "the plan changed the root";
+        EXPECT_TRUE(before == Snapshot({Root() + "/var/log"})) << "the plan changed the root";
         return plan;
     }
 
@@ -150,33 +132,30 @@ TEST_P(ThePlanAndTheAppsReset, AgreeAppByAppAndDirectoryByDirectory) {
     SetConfig("RESERVED_11", defaults);
     SetConfig("RESERVED_3", general);
 
-    // Every directory a reset of some kind empties or removes, and some no reset touches: a few files, a
-    // nested one and sometimes a link out of the root; sometimes the directory is gone.
-    fs::create_directories(Root() + "/outside");
-    std::ofstream(Root() + "/outside/keep.txt") << "keep\n";
-    std::vector<std::string> furnished = {ServiceDir(2, "common"), ServiceDir(2, "appupdate"),
-                                          ServiceDir(2, "unrelated"),
-                                          orvix::host::PathVariable(0) + "/owner/apps_rw/other"};
-    for (const char* sub : {"preinstallrecovery", "clone", "RM", "appupdate/package", "system_app"}) {
-        furnished.push_back(ServiceDir(27, sub));
-    }
-    furnished.push_back(orvix::host::PathVariable(0) + "/owner/.cache/Apps/WebAppsCache");
-    for (int variable = 66; variable <= 74; ++variable) {
-        furnished.push_back(orvix::host::PathVariable(variable));
-    }
+    // Every directory a reset of some kind empties or removes, and some no reset touches: a few files, some
+    // hidden, nested ones and sometimes a link out of the root, to a directory or a file; sometimes the
+    // directory is gone. The data store's backup directory is no reset's business.
+    Plant(Root() + "/outside/keep.txt");
+    Plant(ServiceDir(27, "takdb_backup/keep.db"));
+    std::vector<std::string> furnished = ResetDirectories(true);
+    furnished.insert(furnished.end(),
+                     {ServiceDir(2, "unrelated"), orvix::host::PathVariable(0) + "/owner/apps_rw/other",
+                      orvix::host::PathVariable(0) + "/owner/.cache/Apps/WebAppsCache"});
     for (const std::string& dir : furnished) {
         if (Chance(random, 15)) {
             fs::remove_all(dir);
             continue;
         }
         for (int i = static_cast<int>(random() % 4); i > 0; --i) {
-            std::string name = dir + "/d" + std::to_string(random() % 3) + "/f" + std::to_string(random());
+            std::string name = dir + "/d" + std::to_string(random() % 3) + (i % 2 == 0 ? "/.f" : "/f") +
+                               std::to_string(random());
             fs::create_directories(fs::path(name).parent_path());
             std::ofstream(name) << std::string(random() % 5000, 'x');
         }
         if (Chance(random, 25)) {
             fs::create_directories(dir);
-            fs::create_symlink(Root() + "/outside", dir + "/link-" + std::to_string(random()));
+            fs::create_symlink(Root() + (Chance(random, 50) ? "/outside" : "/outside/keep.txt"),
+                               dir + "/link-" + std::to_string(random()));
         }
     }
     if (Chance(random, 30)) {
@@ -217,6 +196,7 @@ TEST_P(ThePlanAndTheAppsReset, AgreeAppByAppAndDirectoryByDirectory) {
         EXPECT_TRUE(Measure(dir) == tree) << dir;
     }
     EXPECT_TRUE(Exists(Root() + "/outside/keep.txt"));
+    EXPECT_TRUE(Exists(ServiceDir(27, "takdb_backup/keep.db")));
     EXPECT_EQ(plan["notes"].size() > 0, android || corvane) << plan["notes"];
     EXPECT_EQ(plan["problems"].size(), 0u) << plan["problems"];
 }

@@ -88,6 +88,7 @@ TEST_F(AnAppsReset, SkipsDefaultListedAndDisabledAppsButNotGeneralAppsOfABoardWi
     RunToEnd({"reset=tak_app_reset"}, "tak_app_reset_result");
 
     EXPECT_EQ(Requested(), (Lines{"general", "plain"}));
+    EXPECT_EQ(CallsOf("innerserver", "reset_app_user_data").size(), 1u);
     // The reset flags of the listed and the disabled apps are put back before the walk.
     // Which rule keeps which app is logged as the plan tests check; here only what the walk adds.
     for (const char* line : {"App [listed] set reset flag[false] to DB", "App [ghost] does not find in local",

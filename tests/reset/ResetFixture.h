@@ -3,7 +3,9 @@
 #pragma once
 
 #include <sqlite3.h>
+#include <sys/stat.h>
 
+#include <algorithm>
 #include <filesystem>
 #include <fstream>
 #include <memory>
@@ -264,6 +266,29 @@ protected:
         }
         return dirs;
     }
+    // Every file and directory of the root but those under a path of `skipped`: path -> its mode, and a
+    // file's size and modification time.
+    std::map<std::string, std::string> Snapshot(const std::vector<std::string>& skipped) const {
+        std::map<std::string, std::string> files;
+        std::error_code error;
+        for (auto it = fs::recursive_directory_iterator(Root(), error); !error && it != fs::end(it);
+             it.increment(error)) {
+            const std::string path = it->path().string();
+            struct stat info {};
+            if (std::any_of(skipped.begin(), skipped.end(),
+                            [&](const std::string& prefix) { return path.rfind(prefix, 0) == 0; })) {
+                it.disable_recursion_pending();
+            } else if (lstat(path.c_str(), &info) == 0) {
+                files[path] = std::to_string(info.st_mode);
+                files[path] += S_ISDIR(info.st_mode) ? ""
+                                                     : " " + std::to_string(info.st_size) + " bytes at " +
+                                                           std::to_string(info.st_mtim.tv_sec) + "." +
+                                                           std::to_string(info.st_mtim.tv_nsec);
+            }
+        }
+        return files;
+    }
+
     // Its directories are empty, and the backup file is gone.
     static void ExpectEmptied(bool corvane) {
         for (const auto& dir : ResetDirectories(corvane)) {
