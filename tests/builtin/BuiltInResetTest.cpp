@@ -217,28 +217,3 @@ TEST_F(ABuiltInReset, OfTheAppKindWaitsForABackgroundUpdateUntilTheSettingSaysIt
     EXPECT_TRUE(Progress("tv").empty());
     EXPECT_EQ(Setting("db/built-in-app-upgrader/reset"), "2");
 }
-
-class ABuiltInResetWithoutAnEntryPoint : public ABuiltInReset,
-                                         public ::testing::WithParamInterface<const char*> {};
-
-TEST_P(ABuiltInResetWithoutAnEntryPoint, EndsWithOneResult) {
-    const std::string absent = GetParam();
-    m_behaviour["absent"].append(absent);
-    Given({"a", "b"}, {"a", "b"});
-    ASSERT_EQ(Host({"libtak", "apply"}).status, 0);
-    Start({"reset=biu_app_reset", "userdata=4"});
-    if (absent == "GetBuiltInAppListAPI") {
-        // Nothing moves until "end", which answers.
-        ASSERT_TRUE(WaitForLog("get symbol address of GetBuiltInAppListAPI"));
-        EXPECT_TRUE(Results("biu_app_reset_result").empty());
-    } else {
-        ASSERT_TRUE(WaitForResult("biu_app_reset_result"));
-    }
-    EndProcess();
-    EXPECT_TRUE(Installed().empty());
-    EXPECT_EQ(Results("biu_app_reset_result"), One("biu_app_reset_result", "4"));
-}
-
-INSTANTIATE_TEST_SUITE_P(EntryPoints, ABuiltInResetWithoutAnEntryPoint,
-                         ::testing::Values("GetBuiltInAppListAPI", "InstallAppAPI"),
-                         [](const auto& info) { return std::string(info.param); });

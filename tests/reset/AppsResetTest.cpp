@@ -62,23 +62,53 @@ TEST_P(AResetOfEitherKind, TreatsTheFixedAppsFactoryResetAndResultAsItsKindSays)
     EXPECT_EQ(Setting("db/tak/factory_reset"), service ? "1" : "0");
 }
 
-TEST_P(AResetOfEitherKind, WithoutUninstallAppApiStopsAndOnlyAnAppResetGetsTheFallbackResult) {
-    Json::Value behaviour(Json::objectValue);
-    behaviour["absent"].append("UninstallAppAPI");
-    SetLibTakBehaviour(behaviour);
-    AddApps({{"plain"}});
-    Start({reset, "userdata=11"});
-    ASSERT_TRUE(WaitForLog("pfUninstallAppAPI is NULL."));
-    EXPECT_TRUE(Results(result).empty());
-    EndProcess();
+INSTANTIATE_TEST_SUITE_P(AppOrService, AResetOfEitherKind, ::testing::Bool(),
+                         [](const auto& info) { return info.param ? "Service" : "App"; });
 
-    EXPECT_EQ(Results("tak_app_reset_result"), service ? Lines{} : One("tak_app_reset_result", "11"));
-    EXPECT_TRUE(Results("tak_service_reset_result").empty());
+// A library without one of its entry points: the reset stops where it needs it, and only "end" answers it,
+// as its kind promises (a service reset stays silent); without InstallAppAPI a built-in reset ends at once.
+// None gets as far as the apps reset's clean-up.
+struct EntryPointCase {
+    const char* name;
+    std::string reset;  // it reports "<reset>_result"
+    const char* absent;
+    const char* stopsAt;  // the log line where it stops; nullptr: it ends and reports
+    bool answers;         // once the process ends
+};
+
+class AResetWithoutAnEntryPoint : public ResetFixture,
+                                  public ::testing::WithParamInterface<EntryPointCase> {};
+
+TEST_P(AResetWithoutAnEntryPoint, StopsThereAndAnswersOnlyAsItsKindPromises) {
+    const EntryPointCase& test = GetParam();
+    const std::string result = test.reset + "_result";
+    Json::Value behaviour(Json::objectValue);
+    behaviour["absent"].append(test.absent);
+    behaviour["builtin"]["list"].append(BuiltInEntry("plain"));
+    AddBuiltIn("plain");
+    AddApps({{"plain"}});
+    SetLibTakBehaviour(behaviour);
+    Start({"reset=" + test.reset, "userdata=4"});
+    ASSERT_TRUE(test.stopsAt != nullptr ? WaitForLog(test.stopsAt) : WaitForResult(result));
+    EXPECT_EQ(Results(result).size(), test.stopsAt != nullptr ? 0u : 1u);
+    EndProcess();
+    // No other kind's result either.
+    EXPECT_EQ(ArgsOf("innerserver", "process_result"), test.answers ? One(result, "4") : Lines{});
+    EXPECT_TRUE(Installed().empty());
     EXPECT_EQ(CountInLog("reset common path end"), 0u);
 }
 
-INSTANTIATE_TEST_SUITE_P(AppOrService, AResetOfEitherKind, ::testing::Bool(),
-                         [](const auto& info) { return info.param ? "Service" : "App"; });
+INSTANTIATE_TEST_SUITE_P(
+    EntryPoints, AResetWithoutAnEntryPoint,
+    ::testing::Values(
+        EntryPointCase{"AppResetWithoutUninstallAppApi", "tak_app_reset", "UninstallAppAPI",
+                       "pfUninstallAppAPI is NULL.", true},
+        EntryPointCase{"ServiceResetWithoutUninstallAppApi", "tak_service_reset", "UninstallAppAPI",
+                       "pfUninstallAppAPI is NULL.", false},
+        EntryPointCase{"BuiltInResetWithoutGetBuiltInAppListApi", "biu_app_reset", "GetBuiltInAppListAPI",
+                       "get symbol address of GetBuiltInAppListAPI", true},
+        EntryPointCase{"BuiltInResetWithoutInstallAppApi", "biu_app_reset", "InstallAppAPI", nullptr, true}),
+    [](const auto& info) { return std::string(info.param.name); });
 
 TEST_F(AnAppsReset, SkipsDefaultListedAndDisabledAppsButNotGeneralAppsOfABoardWithoutAndroidApps) {
     AddApps({{"disabled", 1, true}, {"general"}, {"listed"}, {"native", 4}, {"plain"}});
