@@ -219,15 +219,16 @@ protected:
     size_t LogPosition(const std::string& text) const { return TakResetLog().find(text); }
 
     static std::string DatabasePath() { return orvix::host::PathVariable(24) + "/.vardell.db"; }
-    // The first column of what `sql` reads from the app database, with a connection of the test's own that
-    // waits (up to 10 s) for a writer's lock, as any reader would.
-    static Lines Rows(const char* sql) {
+    // The first column of what `sql` reads from (or, `write`, does to) the app database, with a connection of
+    // the test's own that waits (up to 10 s) for a writer's lock, as any reader would.
+    static Lines Rows(const std::string& sql, bool write = false) {
         Lines rows;
         sqlite3* db = nullptr;
-        if (sqlite3_open_v2(DatabasePath().c_str(), &db, SQLITE_OPEN_READONLY, nullptr) == SQLITE_OK &&
+        const int mode = write ? SQLITE_OPEN_READWRITE : SQLITE_OPEN_READONLY;
+        if (sqlite3_open_v2(DatabasePath().c_str(), &db, mode, nullptr) == SQLITE_OK &&
             sqlite3_busy_timeout(db, 10000) == SQLITE_OK) {
             sqlite3_exec(
-                db, sql,
+                db, sql.c_str(),
                 [](void* out, int, char** values, char**) {
                     static_cast<Lines*>(out)->emplace_back(values[0] != nullptr ? values[0] : "");
                     return 0;
