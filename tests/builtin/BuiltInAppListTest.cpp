@@ -13,11 +13,10 @@
 
 namespace {
 
-OPENAPI_BUILTIN_APP_INFO App(const std::string& appId, const std::vector<std::string>& requires = {},
-                             const std::string& pkgId = "") {
+OPENAPI_BUILTIN_APP_INFO App(const std::string& appId, const std::vector<std::string>& requires = {}) {
     OPENAPI_BUILTIN_APP_INFO app;
     app.appId = appId;
-    app.pkgId = pkgId.empty() ? "pkg." + appId : pkgId;
+    app.pkgId = "pkg." + appId;
     app.orvixId = appId + ".orvix";
     for (const auto& required : requires) {
         app.requires[required] = OPENAPI_REQUIRE_INFO{required, "1.0", "pkg." + required, false};
@@ -134,8 +133,7 @@ TEST(ABuiltInListRemoval, DropsThePackageAndTheAppsThatNeedANewerOne) {
              {"4.9", false}, {"5.0", true}, {"5.0.0", true}, {"5.1", true}, {"unreadable", false}}) {
         ScriptedQuery query;
         query.versions["pkg.home"] = installed;
-        BUILTIN_APP_LIST list = {App("home", {}, "pkg.home"), Requiring("needs", "pkg.home", "5.0"),
-                                 App("free")};
+        BUILTIN_APP_LIST list = {App("home"), Requiring("needs", "pkg.home", "5.0"), App("free")};
         CBuiltInAppList(query).RemoveHomeBasePkg("pkg.home", list);
         EXPECT_EQ(Ids(list), (kept ? Lines{"needs", "free"} : Lines{"free"})) << installed;
     }
@@ -186,9 +184,12 @@ TEST(ABuiltInListRemoval, TakesTheHomeTestPackagesLikeTheBasePackage) {
     query.versions = {{"pkg.test", "unreadable"}, {"pkg.cand", "2.0"}};
     query.homeTests = {{"test.app", "pkg.test", "", "", "", ""}};
     query.candidates = {{"cand.app", "pkg.cand", "", "", "", ""}};
-    BUILTIN_APP_LIST list = {App("test", {}, "pkg.test"),           Requiring("tested", "pkg.test", "1.0"),
-                             App("cand", {}, "pkg.cand"),           Requiring("fits", "pkg.cand", "2.0"),
-                             Requiring("newer", "pkg.cand", "3.0"), App("free")};
+    BUILTIN_APP_LIST list = {App("test"),
+                             Requiring("tested", "pkg.test", "1.0"),
+                             App("cand"),
+                             Requiring("fits", "pkg.cand", "2.0"),
+                             Requiring("newer", "pkg.cand", "3.0"),
+                             App("free")};
     CBuiltInAppList(query).RemoveHomeTestVersion(list);
     EXPECT_EQ(Ids(list), (std::vector<std::string>{"fits", "free"}));
 }
