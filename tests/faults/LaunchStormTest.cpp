@@ -39,14 +39,13 @@ std::string KindOf(int n) {
 }
 
 struct Handled {
-    pid_t pid = 0;
     std::string kind;
     int cookie = -1;  // -1: no "userdata" (the test's own closing "end")
 };
 
 // What each instance did, from the log.
 struct Instance {
-    std::vector<Handled> handled;
+    std::vector<size_t> handled;  // its requests in LogReading::handled
     size_t turnedAway = 0;  // refused by the process after "end", or dropped by the framework at its exit
     size_t corvaneRefusals = 0;
     bool served = false;  // a process of the app that handed its request to the running one serves none
@@ -61,23 +60,19 @@ struct LogReading {
 LogReading ReadLog(const std::string& log) {
     static const std::regex dropped(R"(exiting with (\d+) launch request\(s\) not handled)");
     LogReading reading;
-    std::map<pid_t, size_t> lastOf;  // each instance's latest request in reading.handled
     for (const orvix::test::LogLine& line : orvix::test::PlatformLogLines(log)) {
         if (line.pid != line.tid) {
             continue;  // only the main thread handles requests
         }
         const std::string& text = line.text;
-        pid_t pid = line.pid;
-        Instance& instance = reading.instances[pid];
+        Instance& instance = reading.instances[line.pid];
         std::smatch count;
         std::string value;
         if (orvix::test::RequestValue(line, "reset", value)) {
-            instance.handled.push_back({pid, value, -1});
-            lastOf[pid] = reading.handled.size();
-            reading.handled.push_back(instance.handled.back());
+            instance.handled.push_back(reading.handled.size());
+            reading.handled.push_back({value});
         } else if (orvix::test::RequestValue(line, "userdata", value)) {
-            instance.handled.back().cookie = std::stoi(value);
-            reading.handled[lastOf[pid]].cookie = instance.handled.back().cookie;
+            reading.handled[instance.handled.back()].cookie = std::stoi(value);
         } else if (text.find("process already exited, do not handle the new event") != std::string::npos) {
             ++instance.turnedAway;
         } else if (std::regex_search(text, count, dropped)) {
@@ -155,7 +150,7 @@ TEST_F(ALaunchStorm, IsHandledInOrderOrTurnedAwayAfterEndAndEveryResetAnswersAsI
         turnedAway += instance.turnedAway;
         EXPECT_TRUE(instance.terminated || !instance.served)
             << "instance " << pid << " did not end through its terminate callback";
-        bool ended = !instance.handled.empty() && instance.handled.back().kind == "end";
+        bool ended = !instance.handled.empty() && log.handled[instance.handled.back()].kind == "end";
         EXPECT_TRUE(instance.turnedAway == 0 || ended) << "instance " << pid << " turned requests away";
     }
     EXPECT_EQ(handled + turnedAway, kRequests + closing);
@@ -176,7 +171,8 @@ TEST_F(ALaunchStorm, IsHandledInOrderOrTurnedAwayAfterEndAndEveryResetAnswersAsI
     size_t corvaneInstances = 0;
     for (const auto& [pid, instance] : log.instances) {
         size_t corvanes = 0;
-        for (const Handled& request : instance.handled) {
+        for (size_t at : instance.handled) {
+            const Handled& request = log.handled[at];
             const std::vector<std::string>& results = resultsOf[request.cookie];
             const std::string expected = ResultOf(request.kind);
             SCOPED_TRACE(request.kind + " " + std::to_string(request.cookie));
